@@ -1,0 +1,92 @@
+#include "support/AtomicFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+
+namespace qs::AtomicFile {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+void writeAll(int fd, std::string_view bytes, const std::string& name) {
+    while (!bytes.empty()) {
+        ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fail(name);
+        }
+        bytes.remove_prefix(static_cast<size_t>(n));
+    }
+}
+
+std::filesystem::path temporaryPath(const std::filesystem::path& path) {
+    static std::atomic<unsigned> counter{0};
+    auto name = std::string(temporaryPrefix) + std::to_string(::getpid()) + "-" +
+                std::to_string(counter.fetch_add(1)) + "-" + path.filename().string();
+    return path.parent_path() / name;
+}
+
+void writeFile(const std::filesystem::path& path, std::string_view bytes, bool flush) {
+    auto temporary = temporaryPath(path);
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        fail(path.string());
+    }
+    try {
+        writeAll(fd, bytes, path.string());
+        if (flush && ::fsync(fd) != 0) {
+            fail(path.string());
+        }
+    } catch (...) {
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    if (::close(fd) != 0) {
+        int saved = errno;
+        ::unlink(temporary.c_str());
+        errno = saved;
+        fail(path.string());
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        int saved = errno;
+        ::unlink(temporary.c_str());
+        errno = saved;
+        fail(path.string());
+    }
+}
+
+} // namespace
+
+void write(const std::filesystem::path& path, std::string_view bytes) {
+    writeFile(path, bytes, true);
+}
+
+void writeUnflushed(const std::filesystem::path& path, std::string_view bytes) {
+    writeFile(path, bytes, false);
+}
+
+void syncFileSystem(const std::filesystem::path& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        fail(path.string());
+    }
+    int result = ::syncfs(fd);
+    int saved = errno;
+    ::close(fd);
+    if (result != 0) {
+        errno = saved;
+        fail(path.string());
+    }
+}
+
+} // namespace qs::AtomicFile
