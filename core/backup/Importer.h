@@ -4,6 +4,8 @@
 // anything that reads as mail is filed below "Imported/{collection}", named by a hash of its
 // bytes so that importing the same message again writes nothing.
 
+#include "vault/ArchiveLayout.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,5 +23,25 @@ std::vector<std::string> splitMbox(std::string_view data);
 
 /// The low 32 bits of the 64-bit FNV-1a hash of `data`, as 8 lower-case hexadecimal digits.
 std::string fingerprint(std::string_view data);
+
+/// Where imported mail lands: "Imported" takes the place of an account folder.
+inline constexpr std::string_view importedDirectory = "Imported";
+
+/// The collection of single message files.
+inline constexpr std::string_view looseMessages = "Loose Messages";
+
+/// Files each message that reads as mail (a From, Date, Subject, Message-ID, To, Received or
+/// Return-Path field in its header block) at
+/// "Imported/{collection}/{yyyy}/{yyyy-MM-dd} {subject} i{fingerprint}.eml", dated by its Date
+/// field (the present moment when it has none or it can't be read). `collection` is made safe;
+/// "Messages" stands in when nothing of it is left. Empty blocks and anything that isn't mail
+/// are passed over. Returns the vault-relative paths of the messages filed, in order: a message
+/// already in the vault reaches its existing file, which counts as filed and isn't rewritten.
+///
+/// The new files reach the disk together, with one flush of the vault's file system at the end.
+/// Throws what `ArchiveLayout::write` throws (std::system_error), or the flush's error; the
+/// files written before the failure stay.
+std::vector<std::string> store(const std::vector<std::string>& messages,
+                               std::string_view collection, const ArchiveLayout& layout);
 
 } // namespace qs::Importer
