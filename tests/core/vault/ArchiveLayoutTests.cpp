@@ -1,0 +1,208 @@
+#include "vault/ArchiveLayout.h"
+
+#include "support/AtomicFile.h"
+#include "support/FileIO.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void put(const fs::path& path, std::string_view bytes) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+size_t countFiles(const fs::path& folder) {
+    size_t count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        count += entry.is_regular_file() ? 1 : 0;
+    }
+    return count;
+}
+
+qs::MailAccount account() {
+    qs::MailAccount account;
+    account.id = *qs::UUID::parse("0a1b2c3d-4e5f-4a6b-8c7d-8e9fa0b1c2d3");
+    account.label = "Home";
+    return account;
+}
+
+// A real message from the shared corpus, so the bytes written are mail, not a placeholder.
+std::string corpusMessage() {
+    for (const auto& entry : fs::recursive_directory_iterator(QS_CORPUS_DIR)) {
+        if (entry.path().extension() == ".eml" && entry.file_size() > 200) {
+            return qs::FileIO::read(entry.path());
+        }
+    }
+    ADD_FAILURE() << "no .eml in " << QS_CORPUS_DIR;
+    return "Subject: x\r\n\r\nbody\r\n";
+}
+
+TEST(ArchiveLayout, PathsLiveBelowTheRoot) {
+    qs::ArchiveLayout layout{"/vault"};
+    EXPECT_EQ(layout.metaDirectory(), fs::path("/vault/.quernstead"));
+    EXPECT_EQ(layout.accountsURL(), fs::path("/vault/.quernstead/accounts.json"));
+    EXPECT_EQ(layout.filtersURL(), fs::path("/vault/.quernstead/filters.json"));
+    EXPECT_EQ(layout.indexURL(), fs::path("/vault/.quernstead/index.json"));
+    EXPECT_EQ(layout.syncURL(account()),
+              fs::path("/vault/.quernstead/sync-0A1B2C3D-4E5F-4A6B-8C7D-8E9FA0B1C2D3.json"));
+    EXPECT_EQ(layout.url("Home/INBOX/2024/a 1.eml"), fs::path("/vault/Home/INBOX/2024/a 1.eml"));
+}
+
+TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFile) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path() / "new vault"};
+    EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
+
+    qs::AccountSyncState state;
+    auto& inbox = state.folders["INBOX"];
+    inbox.mailbox = "INBOX";
+    inbox.directory = "Home/INBOX";
+    inbox.uidValidity = 9;
+    inbox.highestUID = 3;
+    inbox.files["3"] = "Home/INBOX/2024/2024-01-01 Hi 3.eml";
+    inbox.sizes = std::map<std::string, std::int64_t>{{"3", 120}};
+    layout.saveSync(state, account());
+    EXPECT_EQ(layout.loadSync(account()), state);
+
+    // Replacing leaves exactly one file and no temporary behind.
+    inbox.highestUID = 4;
+    layout.saveSync(state, account());
+    EXPECT_EQ(layout.loadSync(account()), state);
+    EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
+}
+
+TEST(ArchiveLayout, DamagedSyncFilesLoadAsEmpty) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path()};
+    qs::AccountSyncState state;
+    state.folders["INBOX"] = {"INBOX", "Home/INBOX", 1, 1, {{"1", "a.eml"}}, {}, {}};
+    auto valid = state.encode();
+    const std::vector<std::pair<const char*, std::string>> cases = {
+        {"empty file", ""},
+        {"cut in half", valid.substr(0, valid.size() / 2)},
+        {"array instead of object", "[]"},
+        {"folders missing", R"({"other":{}})"},
+        {"binary", std::string("\0\xff\xfe{", 4)},
+    };
+    for (const auto& [name, text] : cases) {
+        put(layout.syncURL(account()), text);
+        EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << name;
+    }
+    fs::remove(layout.syncURL(account()));
+    fs::create_directory(layout.syncURL(account()));
+    EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << "a folder in its place";
+}
+
+TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path()};
+    const std::string relative = "Home/INBOX/2024/2024-01-01 Hi 5.eml";
+    auto message = corpusMessage();
+    auto sameLength = message;
+    sameLength.back() ^= 1;
+    auto thirdLength = message;
+    thirdLength[0] ^= 1;
+    auto date = qs::dateFromUnix(1'704'067'200);
+
+    EXPECT_EQ(layout.write(message, relative, date), relative);
+    EXPECT_EQ(layout.write(message, relative, date), relative);
+    EXPECT_EQ(countFiles(dir.path()), 1u);
+
+    const std::string second = "Home/INBOX/2024/2024-01-01 Hi 5 (2).eml";
+    const std::string third = "Home/INBOX/2024/2024-01-01 Hi 5 (3).eml";
+    EXPECT_EQ(layout.write(sameLength, relative, date), second);
+    EXPECT_EQ(layout.write(thirdLength, relative, date), third);
+    EXPECT_EQ(layout.write(sameLength, relative, date), second);
+    EXPECT_EQ(layout.write("short", relative, date, qs::ArchiveLayout::Durability::deferred),
+              "Home/INBOX/2024/2024-01-01 Hi 5 (4).eml");
+    EXPECT_EQ(countFiles(dir.path()), 4u);
+
+    EXPECT_EQ(qs::FileIO::read(layout.url(relative)), message);
+    EXPECT_EQ(qs::FileIO::read(layout.url(second)), sameLength);
+    EXPECT_EQ(qs::FileIO::read(layout.url(third)), thirdLength);
+}
+
+TEST(ArchiveLayoutWrite, SetsTheModificationTimeToTheMessageDate) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path()};
+    auto date = qs::dateFromUnix(1'262'304'000) + std::chrono::milliseconds(250);
+    auto path = layout.url(layout.write("x", "A/B/2010/m 1.eml", date));
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1'262'304'000);
+    EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
+}
+
+TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsNotOverwritten) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path()};
+    fs::create_directories(layout.url("A/2024/m 1.eml"));
+    fs::create_symlink("/nonexistent", layout.url("A/2024/m 1 (2).eml"));
+    EXPECT_EQ(layout.write("x", "A/2024/m 1.eml", qs::Date{}), "A/2024/m 1 (3).eml");
+}
+
+// Tests run as root, which ignores permission bits, so an unwritable vault is made from a
+// root whose parent is a regular file: every creation below it fails with ENOTDIR.
+TEST(ArchiveLayoutFailure, UnwritableVaultThrowsTheSystemError) {
+    qs::test::TemporaryDirectory dir;
+    put(dir.path() / "plain file", "not a folder");
+    qs::ArchiveLayout layout{dir.path() / "plain file" / "vault"};
+    EXPECT_THROW(layout.ensure(), std::system_error);
+    EXPECT_THROW(layout.saveSync({}, account()), std::system_error);
+    EXPECT_THROW(layout.write("x", "A/B/2024/m 1.eml", qs::Date{}), std::system_error);
+    EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
+}
+
+TEST(ArchiveLayoutFailure, AFailedSyncSaveKeepsTheOldFile) {
+    qs::test::TemporaryDirectory dir;
+    qs::ArchiveLayout layout{dir.path()};
+    qs::AccountSyncState old;
+    old.folders["INBOX"].mailbox = "INBOX";
+    layout.saveSync(old, account());
+    // The rename of the new state over a non-empty folder fails (ENOTEMPTY/EISDIR); made so
+    // by putting a folder where a second account's file would go.
+    auto other = account();
+    other.id = qs::UUID::random();
+    fs::create_directories(layout.syncURL(other) / "inside");
+    EXPECT_THROW(layout.saveSync(old, other), std::system_error);
+    EXPECT_EQ(layout.loadSync(account()), old);
+    for (const auto& entry : fs::directory_iterator(layout.metaDirectory())) {
+        EXPECT_NE(entry.path().filename().string().rfind(qs::AtomicFile::temporaryPrefix, 0), 0u)
+            << "left behind: " << entry.path();
+    }
+}
+
+// A disk that fills up in the middle of a message: the file size limit (which binds root too)
+// makes the write fail part-way. True when the write threw and left no file at all.
+bool failsPartWayWithoutTrace(const fs::path& root) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    limit.rlim_cur = limit.rlim_max = 4096;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    qs::ArchiveLayout layout{root};
+    try {
+        layout.write(std::string(100'000, 'x'), "A/B/2024/m 1.eml", qs::Date{});
+    } catch (const std::system_error&) {
+        return countFiles(root) == 0;
+    }
+    return false;
+}
+
+// Runs in a child process so the limit doesn't outlive it.
+TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    qs::test::TemporaryDirectory dir;
+    EXPECT_EXIT(std::exit(failsPartWayWithoutTrace(dir.path()) ? 0 : 1),
+                ::testing::ExitedWithCode(0), "");
+}
+
+} // namespace
