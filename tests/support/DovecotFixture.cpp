@@ -1,0 +1,391 @@
+#include "support/DovecotFixture.h"
+
+#include "support/Subprocess.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <netinet/in.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace qs::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Dovecot refuses to serve mail owned by root; nobody's ids are always there.
+constexpr uid_t mailUID = 65534;
+constexpr gid_t mailGID = 65534;
+
+// How long the server may take to come up before the fixture gives up.
+constexpr auto startLimit = std::chrono::seconds(20);
+
+fs::path makeTemporaryFolder(const char* prefix) {
+    std::string pattern = (fs::temp_directory_path() / (std::string(prefix) + "XXXXXX")).string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
+    }
+    // Dovecot's unprivileged processes must be able to walk into it.
+    fs::permissions(pattern, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                 fs::perms::others_read | fs::perms::others_exec);
+    return pattern;
+}
+
+void writeFile(const fs::path& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A port that was free a moment ago (Dovecot has no port 0 of its own).
+uint16_t freePort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        throw std::runtime_error(std::string("no free port: ") + std::strerror(errno));
+    }
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+bool accepts(uint16_t port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return connected;
+}
+
+// A CA: its key and certificate in `folder`.
+struct CertificateAuthority {
+    fs::path key;
+    fs::path certificate;
+};
+
+CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
+    CertificateAuthority ca{folder / "ca.key", folder / "ca.pem"};
+    runChecked({"openssl",
+                "req",
+                "-x509",
+                "-newkey",
+                "ec",
+                "-pkeyopt",
+                "ec_paramgen_curve:prime256v1",
+                "-nodes",
+                "-keyout",
+                ca.key.string(),
+                "-out",
+                ca.certificate.string(),
+                "-days",
+                "3",
+                "-subj",
+                "/CN=" + name,
+                "-addext",
+                "basicConstraints=critical,CA:TRUE",
+                "-addext",
+                "keyUsage=critical,keyCertSign,cRLSign"});
+    return ca;
+}
+
+// The test CA that SSL_CERT_FILE names, made once per test program.
+const CertificateAuthority& trustedCA() {
+    static const CertificateAuthority ca = [] {
+        fs::path folder = makeTemporaryFolder("qs-test-ca-");
+        CertificateAuthority made = makeCA(folder, "Quernstead Test CA");
+        ::setenv("SSL_CERT_FILE", made.certificate.c_str(), 1);
+        ::setenv("SSL_CERT_DIR", folder.c_str(), 1);
+        return made;
+    }();
+    return ca;
+}
+
+// A server key and certificate chain (leaf then CA) issued by `ca`.
+void issueServerCertificate(const CertificateAuthority& ca, const fs::path& folder,
+                            const std::string& host) {
+    std::string names = host.empty() ? "IP:127.0.0.1,DNS:localhost" : "DNS:" + host;
+    writeFile(folder / "server.ext", "subjectAltName=" + names +
+                                         "\nbasicConstraints=CA:FALSE"
+                                         "\nkeyUsage=digitalSignature,keyEncipherment"
+                                         "\nextendedKeyUsage=serverAuth\n");
+    runChecked({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                "-nodes", "-keyout", (folder / "server.key").string(), "-out",
+                (folder / "server.csr").string(), "-subj",
+                "/CN=" + (host.empty() ? std::string("127.0.0.1") : host)});
+    runChecked({"openssl", "x509", "-req", "-in", (folder / "server.csr").string(), "-CA",
+                ca.certificate.string(), "-CAkey", ca.key.string(), "-CAcreateserial", "-out",
+                (folder / "server.pem").string(), "-days", "3", "-extfile",
+                (folder / "server.ext").string()});
+    writeFile(folder / "server-chain.pem",
+              readFile(folder / "server.pem") + readFile(ca.certificate));
+}
+
+} // namespace
+
+DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
+    directory_ = makeTemporaryFolder("qs-dovecot-");
+    try {
+        CertificateAuthority ca =
+            options_.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
+        caFile_ = ca.certificate;
+        issueServerCertificate(ca, directory_, options_.certificateHost);
+
+        for (const char* sub : {"run", "state", "home"}) {
+            fs::create_directories(directory_ / sub);
+        }
+        imapsPort_ = freePort();
+        imapPort_ = options_.plainListener ? freePort() : 0;
+        writeUsers();
+
+        std::string d = directory_.string();
+        configFile_ = directory_ / "dovecot.conf";
+        writeFile(configFile_, "protocols = imap\n"
+                               "listen = 127.0.0.1\n"
+                               "base_dir = " +
+                                   d +
+                                   "/run\n"
+                                   "state_dir = " +
+                                   d +
+                                   "/state\n"
+                                   "log_path = " +
+                                   d +
+                                   "/dovecot.log\n"
+                                   "info_log_path = " +
+                                   d +
+                                   "/dovecot.log\n"
+                                   "default_internal_user = dovecot\n"
+                                   "default_login_user = dovenull\n"
+                                   "first_valid_uid = 1\n"
+                                   "mail_location = maildir:~/Maildir\n"
+                                   "mail_fsync = never\n"
+                                   "disable_plaintext_auth = no\n"
+                                   "auth_mechanisms = plain login\n"
+                                   "ssl = yes\n"
+                                   "ssl_cert = <" +
+                                   d +
+                                   "/server-chain.pem\n"
+                                   "ssl_key = <" +
+                                   d +
+                                   "/server.key\n"
+                                   "ssl_min_protocol = TLSv1.2\n"
+                                   "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN " +
+                                   d +
+                                   "/users\n}\n"
+                                   "userdb {\n  driver = passwd-file\n  args = " +
+                                   d +
+                                   "/users\n}\n"
+                                   "namespace inbox {\n  inbox = yes\n  separator = /\n}\n"
+                                   "protocol imap {\n  mail_max_userip_connections = 1000\n}\n"
+                                   "service imap-login {\n"
+                                   "  inet_listener imap {\n    port = " +
+                                   std::to_string(imapPort_) +
+                                   "\n  }\n"
+                                   "  inet_listener imaps {\n    port = " +
+                                   std::to_string(imapsPort_) +
+                                   "\n    ssl = yes\n  }\n"
+                                   "}\n");
+
+        master_ = ::fork();
+        if (master_ < 0) {
+            throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+        }
+        if (master_ == 0) {
+            // Dovecot goes with the test program, even when that one crashes.
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+            int log = ::open((directory_ / "master.out").c_str(),
+                             O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            ::dup2(log, 1);
+            ::dup2(log, 2);
+            ::execlp("dovecot", "dovecot", "-F", "-c", configFile_.c_str(),
+                     static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+
+        // A server coming up has no event to wait on from here; poll its port in short steps.
+        auto deadline = std::chrono::steady_clock::now() + startLimit;
+        for (;;) {
+            int status = 0;
+            if (::waitpid(master_, &status, WNOHANG) == master_) {
+                master_ = -1;
+                throw std::runtime_error(
+                    "dovecot exited at start: " + readFile(directory_ / "master.out") + log());
+            }
+            if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_))) {
+                break;
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                throw std::runtime_error("dovecot did not start: " + log());
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+DovecotFixture::~DovecotFixture() {
+    stop();
+}
+
+void DovecotFixture::stop() {
+    if (master_ > 0) {
+        ::kill(master_, SIGTERM);
+        int status = 0;
+        while (::waitpid(master_, &status, 0) < 0 && errno == EINTR) {
+        }
+        master_ = -1;
+    }
+    std::error_code ignored;
+    fs::remove_all(directory_, ignored);
+}
+
+DovecotFixture& DovecotFixture::shared() {
+    static DovecotFixture fixture;
+    return fixture;
+}
+
+void DovecotFixture::writeUsers() const {
+    std::string text;
+    for (const auto& [user, password] : users_) {
+        text += user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
+                std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() + "::\n";
+    }
+    // Replaced whole so that Dovecot, which re-reads the file when it changes, never sees half.
+    writeFile(directory_ / "users.new", text);
+    fs::rename(directory_ / "users.new", directory_ / "users");
+}
+
+void DovecotFixture::addUser(const std::string& user, const std::string& password) {
+    fs::path home = directory_ / "home" / user;
+    fs::create_directories(home);
+    if (::chown(home.c_str(), mailUID, mailGID) != 0) {
+        throw std::runtime_error("chown " + home.string() + ": " + std::strerror(errno));
+    }
+    bool replaced = false;
+    for (auto& [name, secret] : users_) {
+        if (name == user) {
+            secret = password;
+            replaced = true;
+        }
+    }
+    if (!replaced) {
+        users_.emplace_back(user, password);
+    }
+    writeUsers();
+}
+
+std::vector<std::string> DovecotFixture::doveadm(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"doveadm", "-c", configFile_.string()});
+    std::string output = runChecked(arguments);
+    std::vector<std::string> lines;
+    std::istringstream stream(output);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void DovecotFixture::createFolder(const std::string& user, const std::string& folder) {
+    ProcessResult result = runProcess(
+        {"doveadm", "-c", configFile_.string(), "mailbox", "create", "-u", user, folder});
+    // An existing folder is fine: doveadm then says so and exits non-zero.
+    if (result.exitCode != 0 && result.output.find("already exists") == std::string::npos) {
+        throw std::runtime_error("doveadm mailbox create " + folder + ": " + result.output);
+    }
+}
+
+uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
+                                 const std::string& message) {
+    runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
+    std::vector<StoredMessage> stored = messages(user, folder);
+    if (stored.empty()) {
+        throw std::runtime_error("doveadm save left " + folder + " empty");
+    }
+    return stored.back().uid;
+}
+
+std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::string& user,
+                                                                    const std::string& folder) {
+    std::vector<std::string> lines = doveadm(
+        {"-f", "tab", "fetch", "-u", user, "uid flags size.physical", "mailbox", folder, "all"});
+    std::vector<StoredMessage> result;
+    // The first line names the fields; then one tab-separated line per message.
+    for (size_t i = 1; i < lines.size(); ++i) {
+        std::istringstream fields(lines[i]);
+        std::string uid, flags, size;
+        std::getline(fields, uid, '\t');
+        std::getline(fields, flags, '\t');
+        std::getline(fields, size, '\t');
+        if (uid.empty()) {
+            continue;
+        }
+        StoredMessage message;
+        message.uid = static_cast<uint32_t>(std::stoul(uid));
+        message.size = std::stoull(size);
+        std::istringstream words(flags);
+        for (std::string flag; words >> flag;) {
+            // \Recent belongs to doveadm's own session, not to the message.
+            if (flag != "\\Recent") {
+                message.flags.push_back(flag);
+            }
+        }
+        result.push_back(std::move(message));
+    }
+    return result;
+}
+
+uint32_t DovecotFixture::uidValidity(const std::string& user, const std::string& folder) {
+    std::vector<std::string> lines =
+        doveadm({"-f", "tab", "mailbox", "status", "-u", user, "uidvalidity", folder});
+    if (lines.size() < 2) {
+        throw std::runtime_error("doveadm mailbox status gave no uidvalidity for " + folder);
+    }
+    // "mailbox<TAB>uidvalidity" heads the output; the value is the last field.
+    return static_cast<uint32_t>(std::stoul(lines[1].substr(lines[1].rfind('\t') + 1)));
+}
+
+void DovecotFixture::setUIDValidity(const std::string& user, const std::string& folder,
+                                    uint32_t value) {
+    doveadm({"mailbox", "update", "-u", user, "--uid-validity", std::to_string(value), folder});
+}
+
+void DovecotFixture::addFlags(const std::string& user, const std::string& folder, uint32_t uid,
+                              const std::string& flags) {
+    doveadm({"flags", "add", "-u", user, flags, "mailbox", folder, "uid", std::to_string(uid)});
+}
+
+std::string DovecotFixture::log() const {
+    return readFile(directory_ / "dovecot.log");
+}
+
+} // namespace qs::test

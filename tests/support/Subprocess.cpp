@@ -1,0 +1,103 @@
+#include "support/Subprocess.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace qs::test {
+
+ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input) {
+    // A child that exits before reading all its input must not kill the test program.
+    static const bool pipeSignalIgnored = (::signal(SIGPIPE, SIG_IGN), true);
+    (void)pipeSignalIgnored;
+    int in[2];
+    int out[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
+        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+    }
+    std::vector<char*> args;
+    for (const std::string& arg : argv) {
+        args.push_back(const_cast<char*>(arg.c_str()));
+    }
+    args.push_back(nullptr);
+
+    pid_t pid = ::fork();
+    if (pid < 0) {
+        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+    }
+    if (pid == 0) {
+        ::dup2(in[0], 0);
+        ::dup2(out[1], 1);
+        ::dup2(out[1], 2);
+        ::execvp(args[0], args.data());
+        ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+
+    // Feed the input and drain the output together, so neither side can block the other.
+    ProcessResult result;
+    size_t written = 0;
+    int inFd = in[1];
+    if (input.empty()) {
+        ::close(inFd);
+        inFd = -1;
+    }
+    for (;;) {
+        pollfd fds[2] = {{out[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
+        int ready = ::poll(fds, inFd >= 0 ? 2 : 1, -1);
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        if (inFd >= 0 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+            ssize_t n = ::write(inFd, input.data() + written, input.size() - written);
+            if (n > 0) {
+                written += static_cast<size_t>(n);
+            }
+            if (n < 0 || written == input.size()) {
+                ::close(inFd);
+                inFd = -1;
+            }
+        }
+        if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
+            char chunk[65536];
+            ssize_t n = ::read(out[0], chunk, sizeof chunk);
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            if (n <= 0) {
+                break;
+            }
+            result.output.append(chunk, static_cast<size_t>(n));
+        }
+    }
+    if (inFd >= 0) {
+        ::close(inFd);
+    }
+    ::close(out[0]);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+std::string runChecked(const std::vector<std::string>& argv, const std::string& input) {
+    ProcessResult result = runProcess(argv, input);
+    if (result.exitCode != 0) {
+        std::string command;
+        for (const std::string& arg : argv) {
+            command += (command.empty() ? "" : " ") + arg;
+        }
+        throw std::runtime_error(command + " exited with " + std::to_string(result.exitCode) +
+                                 ": " + result.output);
+    }
+    return result.output;
+}
+
+} // namespace qs::test
