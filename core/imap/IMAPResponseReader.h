@@ -1,5 +1,6 @@
 #pragma once
 
+#include "imap/IMAPParseError.h"
 #include "imap/IMAPResponse.h"
 
 #include <cstddef>

@@ -1,0 +1,167 @@
+// IMAPValue's accessors, the tokens() utility, the error texts and the printers.
+
+#include "imap/IMAPResponseParser.h"
+
+#include "ParserValueBuilders.h"
+
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+
+namespace qs {
+namespace {
+
+using namespace qs::test;
+
+template <typename T>
+std::string printed(const T& value) {
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+TEST(ParserValue, TextDataAndItemsByKind) {
+    IMAPValue a = atom("\\Seen");
+    EXPECT_EQ(a.text(), "\\Seen");
+    EXPECT_EQ(a.data(), "\\Seen");
+    EXPECT_TRUE(a.items().empty());
+
+    IMAPValue s = str("caf\xC3\xA9");
+    EXPECT_EQ(s.text(), "caf\xC3\xA9");
+    EXPECT_EQ(s.data(), "caf\xC3\xA9");
+    EXPECT_TRUE(s.items().empty());
+
+    IMAPValue l = list({atom("a"), nil()});
+    EXPECT_EQ(l.text(), std::nullopt);
+    EXPECT_EQ(l.data(), std::nullopt);
+    ASSERT_EQ(l.items().size(), 2u);
+    EXPECT_EQ(l.items()[1], nil());
+
+    IMAPValue n = nil();
+    EXPECT_EQ(n.text(), std::nullopt);
+    EXPECT_EQ(n.data(), std::nullopt);
+    EXPECT_TRUE(n.items().empty());
+    EXPECT_EQ(IMAPValue(), n);
+}
+
+TEST(ParserValue, StringTextFallsBackToLatin1) {
+    // A lone 0xE9 isn't UTF-8; read as Latin-1 it is "é", never nothing.
+    EXPECT_EQ(str("\xE9").text(), "\xC3\xA9");
+    EXPECT_EQ(str("a\xFF\x80").text(), "a\xC3\xBF\xC2\x80");
+    EXPECT_EQ(str("\xE9").data(), "\xE9"); // the bytes themselves stay as they are
+}
+
+TEST(ParserValue, EqualityByKindAndPayload) {
+    EXPECT_NE(atom("x"), str("x"));
+    EXPECT_NE(atom("NIL"), nil());
+    EXPECT_NE(list({}), nil());
+    EXPECT_NE(list({atom("a")}), list({atom("a"), atom("a")}));
+    EXPECT_EQ(list({list({str("a")})}), list({list({str("a")})}));
+    EXPECT_NE(list({list({str("a")})}), list({list({str("b")})}));
+}
+
+TEST(ParserValue, TakeDataMovesTheBytesOut) {
+    auto values = IMAPResponseParser::tokens("(BODY[] {6}\r\nbody!! UID 4)");
+    ASSERT_EQ(values.size(), 1u);
+    auto items = values[0].items();
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[1].takeData(), "body!!");
+    EXPECT_EQ(items[1].data(), "");
+    EXPECT_EQ(items[3].takeData(), "4");
+    EXPECT_EQ(values[0].takeData(), std::nullopt);
+    EXPECT_EQ(nil().takeData(), std::nullopt);
+}
+
+TEST(ParserValue, TokensReadsLikeAnUntaggedBody) {
+    EXPECT_EQ(IMAPResponseParser::tokens("a (b c) \"d\" {1}\r\ne NIL"),
+              (std::vector<IMAPValue>{atom("a"), list({atom("b"), atom("c")}), str("d"), str("e"),
+                                      nil()}));
+    EXPECT_TRUE(IMAPResponseParser::tokens("").empty());
+    EXPECT_TRUE(IMAPResponseParser::tokens("   ").empty());
+    // No response structure: a leading `*` or `+` is just an atom here.
+    EXPECT_EQ(IMAPResponseParser::tokens("* OK"), (std::vector<IMAPValue>{atom("*"), atom("OK")}));
+    EXPECT_THROW(IMAPResponseParser::tokens("(a"), IMAPParseError);
+    try {
+        IMAPResponseParser::tokens("a b)");
+        ADD_FAILURE() << "no error";
+    } catch (const IMAPParseError& error) {
+        EXPECT_EQ(error.description(), "unexpected character )");
+    }
+}
+
+TEST(ParserValue, EveryErrorText) {
+    using Kind = IMAPParseError::Kind;
+    struct Case {
+        Kind kind;
+        std::string detail;
+        std::string text;
+    };
+    const Case cases[] = {
+        {Kind::emptyResponse, "", "empty response"},
+        {Kind::badTaggedResponse, "A1 HELLO", "bad tagged response: A1 HELLO"},
+        {Kind::unexpectedEnd, "", "unexpected end"},
+        {Kind::unexpectedCharacter, ")", "unexpected character )"},
+        {Kind::unterminatedString, "", "unterminated string"},
+        {Kind::unterminatedList, "", "unterminated list"},
+        {Kind::badLiteral, "", "bad literal"},
+        {Kind::badLiteralClose, "", "bad literal close"},
+        {Kind::shortLiteral, "", "short literal"},
+    };
+    for (const auto& c : cases) {
+        IMAPParseError error(c.kind, c.detail);
+        EXPECT_EQ(error.description(), c.text);
+        EXPECT_STREQ(error.what(), c.text.c_str());
+        EXPECT_EQ(error.kind(), c.kind);
+    }
+    EXPECT_EQ(IMAPParseError(Kind::shortLiteral), IMAPParseError(Kind::shortLiteral));
+    EXPECT_NE(IMAPParseError(Kind::unexpectedCharacter, ")"),
+              IMAPParseError(Kind::unexpectedCharacter, "\r"));
+}
+
+TEST(ParserValue, StatusRawValuesInOrder) {
+    const IMAPStatus all[] = {IMAPStatus::ok, IMAPStatus::no, IMAPStatus::bad, IMAPStatus::preauth,
+                              IMAPStatus::bye};
+    const char* words[] = {"OK", "NO", "BAD", "PREAUTH", "BYE"};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(rawValue(all[i]), words[i]);
+        EXPECT_EQ(imapStatus(words[i]), all[i]);
+    }
+    EXPECT_EQ(imapStatus("ok"), std::nullopt); // the caller upper-cases
+    EXPECT_EQ(imapStatus("OKAY"), std::nullopt);
+}
+
+TEST(ParserValue, DeepNestingNeitherRecursesNorCrashes) {
+    // A server can send any nesting depth; reading and dropping it must not use the call stack.
+    constexpr std::size_t depth = 200000;
+    std::string closed = "* " + std::string(depth, '(') + "x" + std::string(depth, ')');
+    IMAPResponse response = IMAPResponseParser::parse(closed);
+    const IMAPValue* value = &response.untagged()->values.at(0);
+    std::size_t levels = 0;
+    while (value->isList()) {
+        ASSERT_EQ(value->items().size(), 1u);
+        value = &value->items()[0];
+        ++levels;
+    }
+    EXPECT_EQ(levels, depth);
+    EXPECT_EQ(*value, atom("x"));
+
+    std::string open = "* " + std::string(depth, '(') + "a (b) ((c)";
+    EXPECT_THROW(IMAPResponseParser::parse(open), IMAPParseError);
+}
+
+TEST(ParserValue, Printers) {
+    EXPECT_EQ(printed(list({atom("UID"), str("a\"b\r\n"), nil(), list({})})),
+              "(UID \"a\\\"b\\x0D\\x0A\" NIL ())");
+    EXPECT_EQ(printed(str(std::string(200, 'z'))), "\"" + std::string(120, 'z') + "…(200 bytes)\"");
+    EXPECT_EQ(printed(IMAPResponse(IMAPResponse::Tagged{"A1", IMAPStatus::no, "ALERT", "x"})),
+              "tagged(A1 NO [ALERT] \"x\")");
+    EXPECT_EQ(printed(IMAPResponse(IMAPResponse::UntaggedStatus{IMAPStatus::ok, {}, ""})),
+              "untaggedStatus(OK \"\")");
+    EXPECT_EQ(printed(untagged({atom("1"), atom("EXISTS")})), "untagged(1 EXISTS)");
+    EXPECT_EQ(printed(IMAPResponse(IMAPResponse::Continuation{"go"})), "continuation(\"go\")");
+    EXPECT_EQ(printed(IMAPParseError(IMAPParseError::Kind::badLiteral)),
+              "IMAPParseError(\"bad literal\")");
+}
+
+} // namespace
+} // namespace qs

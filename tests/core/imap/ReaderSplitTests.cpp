@@ -1,0 +1,113 @@
+// The same stream cut into pieces anywhere must give the same responses and errors as whole.
+
+#include "imap/IMAPResponseReader.h"
+
+#include "ParserValueBuilders.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace qs {
+namespace {
+
+using namespace qs::test;
+
+// Awkward on purpose: literals with line ends and markers inside, a literal right at a line
+// end, {n+}, a lone LF, an empty line (an error), a malformed response, a literal of length 0.
+const std::string stream = "* OK [CAPABILITY IMAP4rev1] ready\r\n"
+                           "* 1 FETCH (UID 7 BODY[] {13}\r\nab\r\n{3}\r\n\r\ncd FLAGS (\\Seen))\r\n"
+                           "* 2 FETCH (BODY[HEADER] {3+}\r\n}\r\n BODY[TEXT] {0}\r\n)\n"
+                           "\r\n"
+                           "* (broken\r\n"
+                           "+ go on\r\n"
+                           "* LIST () \"/\" {4}\r\nI\"\\x\r\n"
+                           "M0001 oK [READ-ONLY] done\r\n";
+
+using Outcome = std::variant<IMAPResponse, std::string>;
+
+/// Feeds `stream` in the given pieces, draining the reader after each one.
+std::vector<Outcome> outcomes(const std::vector<std::size_t>& cuts) {
+    IMAPResponseReader reader;
+    std::vector<Outcome> out;
+    std::size_t from = 0;
+    auto drain = [&] {
+        for (;;) {
+            try {
+                auto response = reader.next();
+                if (!response) {
+                    return;
+                }
+                out.emplace_back(std::move(*response));
+            } catch (const IMAPParseError& error) {
+                out.emplace_back(error.description());
+            }
+        }
+    };
+    for (std::size_t cut : cuts) {
+        reader.append(std::string_view(stream).substr(from, cut - from));
+        from = cut;
+        drain();
+    }
+    reader.append(std::string_view(stream).substr(from));
+    drain();
+    EXPECT_EQ(reader.bufferedByteCount(), 0u);
+    return out;
+}
+
+TEST(ReaderSplit, WholeStreamGivesTheExpectedSequence) {
+    std::vector<Outcome> expected = {
+        IMAPResponse::UntaggedStatus{IMAPStatus::ok, "CAPABILITY IMAP4rev1", "ready"},
+        untagged({atom("1"), atom("FETCH"),
+                  list({atom("UID"), atom("7"), atom("BODY[]"), str("ab\r\n{3}\r\n\r\ncd"),
+                        atom("FLAGS"), list({atom("\\Seen")})})}),
+        untagged({atom("2"), atom("FETCH"),
+                  list({atom("BODY[HEADER]"), str("}\r\n"), atom("BODY[TEXT]"), str("")})}),
+        std::string("empty response"),
+        std::string("unterminated list"),
+        IMAPResponse::Continuation{"go on"},
+        untagged({atom("LIST"), list({}), str("/"), str("I\"\\x")}),
+        IMAPResponse::Tagged{"M0001", IMAPStatus::ok, "READ-ONLY", "done"},
+    };
+    EXPECT_EQ(outcomes({}), expected);
+}
+
+TEST(ReaderSplit, EveryCutInTwoAndThree) {
+    const auto whole = outcomes({});
+    for (std::size_t i = 0; i <= stream.size(); ++i) {
+        ASSERT_EQ(outcomes({i}), whole) << "cut at " << i;
+        for (std::size_t j = i; j <= stream.size(); j += 7) {
+            ASSERT_EQ(outcomes({i, j}), whole) << "cuts at " << i << ", " << j;
+        }
+    }
+}
+
+TEST(ReaderSplit, EveryChunkSize) {
+    const auto whole = outcomes({});
+    for (std::size_t size = 1; size <= stream.size(); ++size) {
+        std::vector<std::size_t> cuts;
+        for (std::size_t at = size; at < stream.size(); at += size) {
+            cuts.push_back(at);
+        }
+        ASSERT_EQ(outcomes(cuts), whole) << "chunks of " << size;
+    }
+}
+
+TEST(ReaderSplit, AwkwardPointsYieldNothingEarly) {
+    // Between CR and LF, right after `{n}`, inside the literal: nothing is complete yet.
+    const std::string fetch = "* 1 FETCH (BODY[] {6}\r\nab\r\ncd)\r\n";
+    for (std::size_t cut :
+         {fetch.find("{6}") + 3, fetch.find("{6}") + 4, fetch.find("ab") + 3, fetch.size() - 1}) {
+        IMAPResponseReader reader;
+        reader.append(fetch.substr(0, cut));
+        EXPECT_EQ(reader.next(), std::nullopt) << "cut at " << cut;
+        reader.append(fetch.substr(cut));
+        EXPECT_EQ(reader.next(),
+                  untagged({atom("1"), atom("FETCH"), list({atom("BODY[]"), str("ab\r\ncd")})}))
+            << "cut at " << cut;
+    }
+}
+
+} // namespace
+} // namespace qs
