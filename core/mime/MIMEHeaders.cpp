@@ -1,5 +1,6 @@
 #include "mime/MIMEHeaders.h"
 
+#include "mime/TextTrim.h"
 #include "support/Unicode.h"
 
 #include <array>
@@ -7,37 +8,6 @@
 namespace qs {
 
 namespace {
-
-char lowerASCII(char c) {
-    return (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
-}
-
-// Header names are ASCII by rule; only ASCII letters fold, so "Ä" never equals "ä" here.
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (lowerASCII(a[i]) != lowerASCII(b[i])) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool isSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
-}
-
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && isSpace(s.front())) {
-        s.remove_prefix(1);
-    }
-    while (!s.empty() && isSpace(s.back())) {
-        s.remove_suffix(1);
-    }
-    return s;
-}
 
 // Windows-1252 code points for 0x80-0x9F; 0 marks the five bytes the code page leaves
 // undefined, which make a strict decode fail.
@@ -78,11 +48,8 @@ std::optional<std::string> strictWindows1252(std::string_view bytes) {
 }
 
 // Header blocks are text in practice, but 8-bit bytes from old mailers turn up; the fallbacks
-// keep every block readable rather than dropping it.
-std::string decodeHeaderBytes(std::string_view bytes) {
-    if (Unicode::isValidUTF8(bytes)) {
-        return std::string(bytes);
-    }
+// keep every block readable rather than dropping it. Only called when the bytes aren't UTF-8.
+std::string decodeNonUTF8(std::string_view bytes) {
     if (auto text = strictWindows1252(bytes)) {
         return std::move(*text);
     }
@@ -96,12 +63,17 @@ MIMEHeaders MIMEHeaders::parse(std::string_view bytes) {
     if (bytes.empty()) {
         return headers;
     }
-    const std::string text = decodeHeaderBytes(bytes);
+    std::string decoded;
+    std::string_view text = bytes;
+    if (!Unicode::isValidUTF8(bytes)) {
+        decoded = decodeNonUTF8(bytes);
+        text = decoded;
+    }
     // The field being built is the last one in the list while `open` holds, so a
     // continuation line appends to it in place.
     bool open = false;
 
-    std::string_view rest(text);
+    std::string_view rest = text;
     while (!rest.empty()) {
         size_t end = rest.find('\n');
         std::string_view line = rest.substr(0, end);
@@ -114,7 +86,7 @@ MIMEHeaders MIMEHeaders::parse(std::string_view bytes) {
             if (open) {
                 auto& value = headers.fields.back().value;
                 value += ' ';
-                value += trim(line);
+                value += TextTrim::whitespace(line);
             }
             continue;
         }
@@ -123,11 +95,12 @@ MIMEHeaders MIMEHeaders::parse(std::string_view bytes) {
         if (colon == std::string_view::npos) {
             continue;
         }
-        std::string_view name = trim(line.substr(0, colon));
+        std::string_view name = TextTrim::whitespace(line.substr(0, colon));
         if (name.empty() || name.find(' ') != std::string_view::npos) {
             continue;
         }
-        headers.fields.push_back({std::string(name), std::string(trim(line.substr(colon + 1)))});
+        headers.fields.push_back(
+            {std::string(name), std::string(TextTrim::whitespace(line.substr(colon + 1)))});
         open = true;
     }
     return headers;
@@ -135,7 +108,7 @@ MIMEHeaders MIMEHeaders::parse(std::string_view bytes) {
 
 const std::string* MIMEHeaders::first(std::string_view name) const {
     for (const auto& field : fields) {
-        if (equalsIgnoringCase(field.name, name)) {
+        if (TextTrim::equalsIgnoringCase(field.name, name)) {
             return &field.value;
         }
     }
@@ -152,7 +125,7 @@ std::optional<std::string> MIMEHeaders::operator[](std::string_view name) const 
 std::vector<std::string> MIMEHeaders::all(std::string_view name) const {
     std::vector<std::string> values;
     for (const auto& field : fields) {
-        if (equalsIgnoringCase(field.name, name)) {
+        if (TextTrim::equalsIgnoringCase(field.name, name)) {
             values.push_back(field.value);
         }
     }

@@ -1,0 +1,303 @@
+#include "mime/MIMEParser.h"
+
+#include <gtest/gtest.h>
+
+namespace qs {
+namespace {
+
+// A multipart body with boundary "b" around `parts` (each a header block, a blank line and a
+// body), under `headers`.
+std::string multipart(std::string_view subtype, const std::vector<std::string>& parts,
+                      std::string_view headers = "") {
+    std::string message = std::string(headers) + "Content-Type: multipart/" + std::string(subtype) +
+                          "; boundary=\"b" + std::string(subtype) + "\"\n\n";
+    for (const auto& part : parts) {
+        message += "--b" + std::string(subtype) + "\n" + part + "\n";
+    }
+    return message + "--b" + std::string(subtype) + "--\n";
+}
+
+std::vector<std::string> names(const std::vector<MailAttachment>& attachments) {
+    std::vector<std::string> out;
+    for (const auto& attachment : attachments) {
+        out.push_back(attachment.filename);
+    }
+    return out;
+}
+
+const std::string kPlainA = "Content-Type: text/plain\n\nplain A";
+const std::string kPlainB = "Content-Type: text/plain\n\nplain B";
+const std::string kHTMLA = "Content-Type: text/html\n\n<p>html A</p>";
+const std::string kHTMLB = "Content-Type: text/html\n\n<p>html B</p>";
+
+TEST(MIMEParserContent, AlternativeOfPlainAndHTMLYieldsBoth) {
+    auto message = MIMEParser::parse(multipart("alternative", {kPlainA, kHTMLA}));
+    EXPECT_EQ(message.textBody, "plain A");
+    EXPECT_EQ(message.htmlBody, "<p>html A</p>");
+}
+
+TEST(MIMEParserContent, AlternativeKeepsFirstTextAndLastHTML) {
+    auto message = MIMEParser::parse(multipart("alternative", {kPlainA, kPlainB, kHTMLA, kHTMLB}));
+    EXPECT_EQ(message.textBody, "plain A");
+    EXPECT_EQ(message.htmlBody, "<p>html B</p>");
+}
+
+TEST(MIMEParserContent, AlternativeTieBreaksLookAtWholeChildren) {
+    // A related child holding HTML and an image counts as one HTML-producing child; a later
+    // plain child produces no HTML and so doesn't displace it.
+    std::string related = multipart("related", {kHTMLA, "Content-Type: image/png\n\npng"});
+    auto message = MIMEParser::parse(multipart("alternative", {related, kPlainA}));
+    EXPECT_EQ(message.textBody, "plain A");
+    EXPECT_EQ(message.htmlBody, "<p>html A</p>");
+    EXPECT_EQ(names(message.attachments), std::vector<std::string>{"attachment-1.png"});
+}
+
+TEST(MIMEParserContent, MixedCollectsAllTextAndHTMLInOrder) {
+    auto message = MIMEParser::parse(multipart("mixed", {kPlainA, kHTMLA, kPlainB, kHTMLB}));
+    EXPECT_EQ(message.textBody, "plain A\n\nplain B");
+    EXPECT_EQ(message.htmlBody, "<p>html A</p><hr><p>html B</p>");
+}
+
+TEST(MIMEParserContent, NoTextPartsMeansNoBodies) {
+    auto message = MIMEParser::parse(multipart("mixed", {"Content-Type: image/gif\n\nGIF"}));
+    EXPECT_EQ(message.textBody, std::nullopt);
+    EXPECT_EQ(message.htmlBody, std::nullopt);
+    EXPECT_EQ(message.plainText(), "");
+}
+
+struct LeafCase {
+    const char* name;
+    std::string part;
+    bool isText;          // collected as body text
+    std::string filename; // when an attachment
+};
+
+class LeafClassification : public testing::TestWithParam<LeafCase> {};
+
+TEST_P(LeafClassification, DecidesBodyOrAttachment) {
+    const auto& c = GetParam();
+    auto message = MIMEParser::parse(multipart("mixed", {c.part}));
+    if (c.isText) {
+        EXPECT_TRUE(message.textBody.has_value());
+        EXPECT_TRUE(message.attachments.empty());
+    } else {
+        EXPECT_EQ(message.textBody, std::nullopt);
+        ASSERT_EQ(message.attachments.size(), 1u);
+        EXPECT_EQ(message.attachments[0].filename, c.filename);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, LeafClassification,
+    testing::Values(
+        LeafCase{"PlainWithDispositionAttachment",
+                 "Content-Type: text/plain\nContent-Disposition: ATTACHMENT\n\nx", false,
+                 "attachment-1.txt"},
+        LeafCase{"PlainWithOnlyANameIsText", "Content-Type: text/plain; name=notes.txt\n\nx", true,
+                 ""},
+        LeafCase{"PlainInlineWithFilenameIsText",
+                 "Content-Type: text/plain\nContent-Disposition: inline; filename=a.txt\n\nx", true,
+                 ""},
+        LeafCase{"EnrichedIsText", "Content-Type: text/enriched\n\n<bold>x</bold>", true, ""},
+        LeafCase{"CalendarIsAnAttachment", "Content-Type: text/calendar\n\nBEGIN:VCALENDAR", false,
+                 "attachment-1.ics"},
+        LeafCase{"CSVIsAnAttachment", "Content-Type: text/csv; name=\"t.csv\"\n\na,b", false,
+                 "t.csv"},
+        LeafCase{"UnknownTextSubtypeHasNoExtension", "Content-Type: text/x-vcard\n\nx", false,
+                 "attachment-1"},
+        LeafCase{"NamelessPDF", "Content-Type: application/pdf\n\n%PDF", false, "attachment-1.pdf"},
+        LeafCase{"UppercaseTypeGetsExtension", "Content-Type: IMAGE/JPEG\n\nx", false,
+                 "attachment-1.jpg"},
+        LeafCase{"AnyRFC822SubtypeIsEml", "Content-Type: x-message/rfc822\n\nx", false,
+                 "attachment-1.eml"},
+        LeafCase{"UnknownTypeWithoutExtension", "Content-Type: image/tiff\n\nx", false,
+                 "attachment-1"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(MIMEParserContent, EnrichedTextIsNotConverted) {
+    auto message =
+        MIMEParser::parse(multipart("mixed", {"Content-Type: text/enriched\n\n<bold>x</bold>"}));
+    EXPECT_EQ(message.textBody, "<bold>x</bold>");
+}
+
+TEST(MIMEParserContent, NamelessPDFAsSecondAttachment) {
+    auto message =
+        MIMEParser::parse(multipart("mixed", {kPlainA, "Content-Type: image/png; name=a.png\n\npng",
+                                              "Content-Type: application/pdf\n\n%PDF"}));
+    EXPECT_EQ(names(message.attachments), (std::vector<std::string>{"a.png", "attachment-2.pdf"}));
+    EXPECT_EQ(message.attachments[1].id, 1);
+    EXPECT_EQ(message.attachments[1].mimeType, "application/pdf");
+}
+
+TEST(MIMEParserContent, AlternativeAttachmentsAreRenumberedButKeepLocalNames) {
+    std::string alternative = multipart("alternative", {kPlainA, "Content-Type: image/png\n\npng"});
+    auto message = MIMEParser::parse(
+        multipart("mixed", {"Content-Type: application/pdf\n\n%PDF", alternative}));
+    ASSERT_EQ(message.attachments.size(), 2u);
+    EXPECT_EQ(message.attachments[0].filename, "attachment-1.pdf");
+    EXPECT_EQ(message.attachments[1].filename, "attachment-1.png");
+    EXPECT_EQ(message.attachments[0].id, 0);
+    EXPECT_EQ(message.attachments[1].id, 1);
+}
+
+TEST(MIMEParserContent, AttachmentDataIsDecodedForBase64AndQuotedPrintableOnly) {
+    auto message = MIMEParser::parse(multipart(
+        "mixed", {"Content-Type: application/octet-stream\nContent-Transfer-Encoding: base64\n\n"
+                  "AAEC\n/w==",
+                  "Content-Type: application/octet-stream\n"
+                  "Content-Transfer-Encoding: quoted-printable\n\na=3Db=\n c",
+                  "Content-Type: application/octet-stream\nContent-Transfer-Encoding: 8bit\n\n"
+                  "a=3Db",
+                  "Content-Type: application/octet-stream\nContent-Transfer-Encoding: base64\n\n"
+                  "a"}));
+    ASSERT_EQ(message.attachments.size(), 4u);
+    EXPECT_EQ(message.attachments[0].data, std::string_view("\x00\x01\x02\xFF", 4));
+    EXPECT_EQ(message.attachments[1].data, "a=b c");
+    EXPECT_EQ(message.attachments[2].data, "a=3Db");
+    EXPECT_EQ(message.attachments[3].data, ""); // bad base64 gives empty data
+}
+
+struct InlineCase {
+    const char* name;
+    std::string headers;
+    bool isInline;
+};
+
+class InlineFlag : public testing::TestWithParam<InlineCase> {};
+
+TEST_P(InlineFlag, FollowsDispositionThenContentID) {
+    auto message = MIMEParser::parse(
+        multipart("mixed", {"Content-Type: image/png\n" + GetParam().headers + "\npng"}));
+    ASSERT_EQ(message.attachments.size(), 1u);
+    EXPECT_EQ(message.attachments[0].isInline, GetParam().isInline);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, InlineFlag,
+    testing::Values(InlineCase{"NothingIsNotInline", "", false},
+                    InlineCase{"ContentIDAloneIsInline", "Content-ID: <i@x>\n", true},
+                    InlineCase{"InlineDisposition", "Content-Disposition: inline\n", true},
+                    InlineCase{"InlineDispositionAnyCase", "Content-Disposition: INLINE\n", true},
+                    InlineCase{"AttachmentWithContentID",
+                               "Content-Disposition: attachment\nContent-ID: <i@x>\n", false},
+                    InlineCase{"OtherDispositionWithContentID",
+                               "Content-Disposition: x-other\nContent-ID: <i@x>\n", false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(MIMEParserContent, InlineImageLeavesFileAttachmentsOnlyWhenTheHTMLUsesIt) {
+    std::string image = "Content-Type: image/png\nContent-ID: <logo@x>\n\npng";
+    std::string other = "Content-Type: image/png\nContent-ID: <unused@x>\n\npng";
+    auto used = MIMEParser::parse(multipart(
+        "related", {"Content-Type: text/html\n\n<img src=\"cid:logo@x\">", image, other}));
+    ASSERT_EQ(used.attachments.size(), 2u);
+    EXPECT_EQ(used.attachments[0].contentID, "logo@x");
+    auto files = used.fileAttachments();
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(files[0].contentID, "unused@x");
+
+    auto withoutHTML = MIMEParser::parse(multipart("related", {kPlainA, image}));
+    EXPECT_EQ(withoutHTML.fileAttachments().size(), 1u);
+
+    auto attachedNotInline = MIMEParser::parse(
+        multipart("related", {"Content-Type: text/html\n\n<img src=\"cid:logo@x\">",
+                              "Content-Type: image/png\nContent-ID: <logo@x>\n"
+                              "Content-Disposition: attachment\n\npng"}));
+    EXPECT_EQ(attachedNotInline.fileAttachments().size(), 1u);
+}
+
+TEST(MIMEParserContent, PlainTextPrefersNonBlankTextThenHTML) {
+    auto text = MIMEParser::parse(
+        multipart("alternative", {"Content-Type: text/plain\n\n  hello\n", kHTMLA}));
+    EXPECT_EQ(text.plainText(), "  hello\n");
+
+    auto blank = MIMEParser::parse(
+        multipart("alternative", {"Content-Type: text/plain\n\n \n\t\n", kHTMLA}));
+    EXPECT_EQ(blank.plainText(), "html A");
+
+    auto htmlOnly = MIMEParser::parse("Content-Type: text/html\n\n<p>a</p><p>b</p>");
+    EXPECT_EQ(htmlOnly.textBody, std::nullopt);
+    EXPECT_EQ(htmlOnly.plainText(), "a\n b");
+}
+
+TEST(MIMEParserContent, DisplayFields) {
+    auto message = MIMEParser::parse("From: =?UTF-8?Q?Andr=C3=A9?= <andre@example.com>\n"
+                                     "To: \"Doe, Jane\" <jane@x>, bob@y\n"
+                                     "Cc: c@z\n"
+                                     "Reply-To: r@z\n"
+                                     "Subject:  =?UTF-8?B?aGk=?=\n"
+                                     "  =?UTF-8?B?dGhlcmU=?=  \n"
+                                     "Subject: second\n"
+                                     "Date: Tue, 5 Mar 2024 10:00:00 +0100 (CET)\n"
+                                     "Message-ID:  <abc@host> \n"
+                                     "\n"
+                                     "body\n");
+    EXPECT_EQ(message.subject, "hithere");
+    ASSERT_EQ(message.from.size(), 1u);
+    EXPECT_EQ(message.from[0], (MailAddress{"Andr\xC3\xA9", "andre@example.com"}));
+    EXPECT_EQ(message.to, (std::vector<MailAddress>{{"Doe, Jane", "jane@x"}, {"", "bob@y"}}));
+    EXPECT_EQ(message.cc, (std::vector<MailAddress>{{"", "c@z"}}));
+    EXPECT_EQ(message.replyTo, (std::vector<MailAddress>{{"", "r@z"}}));
+    ASSERT_TRUE(message.date);
+    EXPECT_EQ(unixSeconds(*message.date), 1709629200);
+    EXPECT_EQ(message.messageID, "abc@host");
+    EXPECT_EQ(message.textBody, "body\n");
+}
+
+TEST(MIMEParserContent, MissingDisplayFieldsAreEmpty) {
+    auto message = MIMEParser::parse("X-Other: 1\n\nbody");
+    EXPECT_EQ(message.subject, "");
+    EXPECT_TRUE(message.from.empty());
+    EXPECT_TRUE(message.to.empty());
+    EXPECT_EQ(message.date, std::nullopt);
+    EXPECT_EQ(message.messageID, std::nullopt);
+    EXPECT_EQ(MIMEParser::parse("Date: 2024-03-05\n\n").date, std::nullopt);
+}
+
+TEST(MIMEParserContent, TextIsDecodedThroughItsCharset) {
+    auto message = MIMEParser::parse(
+        multipart("mixed", {"Content-Type: text/plain; charset=koi8-r\n\n\xF0\xD2\xC9\xD7\xC5\xD4",
+                            "Content-Type: text/html; charset=windows-1252\n"
+                            "Content-Transfer-Encoding: quoted-printable\n\n=93q=94"}));
+    EXPECT_EQ(message.textBody, "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"); // Привет
+    EXPECT_EQ(message.htmlBody, "\xE2\x80\x9Cq\xE2\x80\x9D");
+}
+
+TEST(MIMEParserHeadersOf, ReadsOnlyTheHeadWithinTheCap) {
+    std::string filler(MIMEParser::kHeaderScanLimit, 'x');
+    auto early = MIMEParser::headers("Subject: s\nX-Fill: " + filler + "\nFrom: late@x\n\nbody");
+    EXPECT_EQ(early["Subject"], "s");
+    EXPECT_EQ(early["From"], std::nullopt);
+    EXPECT_EQ(MIMEParser::headers("A: 1\n\nB: 2\n").fields,
+              (std::vector<MIMEHeaderField>{{"A", "1"}}));
+}
+
+struct ValidCase {
+    const char* name;
+    std::string input;
+    bool valid;
+};
+
+class LooksValid : public testing::TestWithParam<ValidCase> {};
+
+TEST_P(LooksValid, AnswersWhetherItIsMail) {
+    EXPECT_EQ(MIMEParser::looksValid(GetParam().input), GetParam().valid);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, LooksValid,
+    testing::Values(ValidCase{"Empty", "", false}, ValidCase{"Subject", "Subject: x", true},
+                    ValidCase{"ReceivedAnyCase", "RECEIVED: from x\n\n", true},
+                    ValidCase{"ReturnPath", "Return-Path: <a@b>\n\n", true},
+                    ValidCase{"MessageID", "message-id: <a@b>\n\n", true},
+                    ValidCase{"OtherFieldsOnly", "X-Foo: bar\nContent-Type: text/plain\n\n", false},
+                    ValidCase{"FieldOnlyInBody", "X-Foo: bar\n\nFrom: a@b\n", false},
+                    ValidCase{"PlainText", "Hello world, this is not mail.\n", false},
+                    ValidCase{"BinaryJunk", std::string("\x89PNG\r\n\x1a\n\0\0", 10), false},
+                    ValidCase{"FieldBeyondTheCap",
+                              "X-Fill: " + std::string(MIMEParser::kHeaderScanLimit, 'x') +
+                                  "\nFrom: a@b\n\n",
+                              false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+} // namespace
+} // namespace qs
