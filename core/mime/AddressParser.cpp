@@ -8,10 +8,11 @@ namespace qs::AddressParser {
 namespace {
 
 // Drops a leading group label ("Team: a@x"): a colon whose prefix can't be part of a name or
-// an address.
+// an address. With an angle address in the piece the text before it is a display name, colon
+// and all ("Mailing list: <a@x>"), so it stays.
 std::string_view withoutGroupLabel(std::string_view text) {
     auto colon = text.find(':');
-    if (colon == std::string_view::npos) {
+    if (colon == std::string_view::npos || text.find('<') != std::string_view::npos) {
         return text;
     }
     if (text.substr(0, colon).find_first_of("<@\"") != std::string_view::npos) {

@@ -72,8 +72,10 @@ UConverter* converter(const std::string& name) {
     return cache.get(name);
 }
 
+// The IANA names first; the MIME and Windows tables add the few labels mailers use that IANA
+// lacks (windows-874).
 std::optional<std::string> canonicalName(const std::string& label) {
-    for (const char* standard : {"IANA", "MIME"}) {
+    for (const char* standard : {"IANA", "MIME", "WINDOWS"}) {
         UErrorCode status = U_ZERO_ERROR;
         const char* name = ucnv_getCanonicalName(label.c_str(), standard, &status);
         if (U_SUCCESS(status) && name != nullptr && *name != '\0') {
@@ -130,7 +132,8 @@ std::optional<Encoding> encoding(std::optional<std::string_view> label) {
         return std::nullopt;
     }
     auto canonical = canonicalName(name);
-    if (!canonical) {
+    // A name the library knows but whose table this build leaves out is as good as unknown.
+    if (!canonical || converter(*canonical) == nullptr) {
         return std::nullopt;
     }
     return Encoding{*canonical};

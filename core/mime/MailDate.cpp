@@ -21,6 +21,14 @@ constexpr std::array<std::u16string_view, 7> patterns{
     u"d MMM yyyy HH:mm:ss zzz",
 };
 
+// ICU reads "24" under "yyyy" as the year 24. Mail from before the year 100 doesn't exist, so
+// such a reading is refused and the two-digit form further down gets its turn.
+constexpr UDate yearOneHundred = -59011459200000.0; // 0100-01-01T00:00:00Z in milliseconds
+
+bool expectsFourDigitYear(std::u16string_view pattern) {
+    return pattern.find(u"yyyy") != std::u16string_view::npos;
+}
+
 using Formatters = std::array<std::unique_ptr<icu::SimpleDateFormat>, patterns.size()>;
 
 std::unique_ptr<icu::SimpleDateFormat> makeFormatter(std::u16string_view pattern,
@@ -90,10 +98,14 @@ std::optional<Date> parse(std::string_view raw) {
     if (text.isEmpty()) {
         return std::nullopt;
     }
-    for (auto& formatter : threadFormatters()) {
+    auto& formatters = threadFormatters();
+    for (size_t i = 0; i < formatters.size(); ++i) {
         icu::ParsePosition position(0);
-        UDate when = formatter->parse(text, position);
+        UDate when = formatters[i]->parse(text, position);
         if (position.getErrorIndex() >= 0 || position.getIndex() != text.length()) {
+            continue;
+        }
+        if (expectsFourDigitYear(patterns[i]) && when < yearOneHundred) {
             continue;
         }
         auto millis = std::chrono::milliseconds(static_cast<int64_t>(when));

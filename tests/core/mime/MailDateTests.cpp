@@ -1,0 +1,111 @@
+#include "mime/MailDate.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace qs;
+
+namespace {
+
+// Seconds since 1970 of a UTC calendar time, computed without the C library's time zone.
+int64_t utc(int year, int month, int day, int hour, int minute, int second) {
+    // Days from civil (proleptic Gregorian).
+    year -= month <= 2;
+    int64_t era = (year >= 0 ? year : year - 399) / 400;
+    int64_t yoe = year - era * 400;
+    int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    int64_t days = era * 146097 + doe - 719468;
+    return days * 86400 + hour * 3600 + minute * 60 + second;
+}
+
+} // namespace
+
+TEST(MailDate, Parse) {
+    struct Row {
+        const char* name;
+        const char* input;
+        std::optional<int64_t> seconds;
+    };
+    const std::vector<Row> rows{
+        {"first form with comment", "Tue, 5 Mar 2024 10:00:00 +0100 (CET)",
+         utc(2024, 3, 5, 9, 0, 0)},
+        {"second form", "5 Mar 2024 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"third form", "Tue, 5 Mar 2024 10:00 -0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"fourth form", "5 Mar 2024 10:00 -0500", utc(2024, 3, 5, 15, 0, 0)},
+        {"fifth form, two-digit year", "Tue, 5 Mar 24 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"sixth form after double space", "Tue,  5 Mar 2024 10:00:00 GMT",
+         utc(2024, 3, 5, 10, 0, 0)},
+        {"seventh form", "5 Mar 2024 10:00:00 UTC", utc(2024, 3, 5, 10, 0, 0)},
+        {"named US zone", "Tue, 5 Mar 2024 10:00:00 EST", utc(2024, 3, 5, 15, 0, 0)},
+        {"surrounding blanks and line end", "  Tue, 05 Mar 2024 23:59:59 +0530\r\n",
+         utc(2024, 3, 5, 18, 29, 59)},
+        {"wrong weekday still reads the date", "Mon, 5 Mar 2024 10:00:00 +0000",
+         utc(2024, 3, 5, 10, 0, 0)},
+        {"ISO date", "2024-03-05", std::nullopt},
+        {"trailing garbage", "Tue, 5 Mar 2024 10:00:00 +0000 xyz", std::nullopt},
+        {"month out of range", "5 Foo 2024 10:00:00 +0000", std::nullopt},
+        {"day out of range", "32 Mar 2024 10:00:00 +0000", std::nullopt},
+        {"hour out of range", "5 Mar 2024 25:00:00 +0000", std::nullopt},
+        {"empty", "", std::nullopt},
+        {"only a comment", "(no date)", std::nullopt},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto date = MailDate::parse(row.input);
+        if (row.seconds) {
+            ASSERT_TRUE(date.has_value());
+            EXPECT_EQ(unixSeconds(*date), *row.seconds);
+        } else {
+            EXPECT_EQ(date, std::nullopt);
+        }
+    }
+}
+
+TEST(MailDate, EnglishMonthsReadUnderAnotherLocale) {
+    const char* saved = std::getenv("LANG");
+    std::string restore = saved ? saved : "";
+    setenv("LANG", "de_DE.UTF-8", 1);
+    auto date = MailDate::parse("Tue, 5 Mar 2024 10:00:00 +0000");
+    if (saved) {
+        setenv("LANG", restore.c_str(), 1);
+    } else {
+        unsetenv("LANG");
+    }
+    ASSERT_TRUE(date.has_value());
+    EXPECT_EQ(unixSeconds(*date), utc(2024, 3, 5, 10, 0, 0));
+}
+
+TEST(MailDate, RFC5322RoundTrips) {
+    Date date = dateFromUnix(utc(2024, 3, 5, 10, 0, 7));
+    std::string text = MailDate::rfc5322(date);
+    EXPECT_NE(text.find("2024"), std::string::npos) << text;
+    auto back = MailDate::parse(text);
+    ASSERT_TRUE(back.has_value()) << text;
+    EXPECT_EQ(*back, date);
+}
+
+TEST(MailDate, ParsesOnManyThreads) {
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 300; ++i) {
+                auto a = MailDate::parse("Tue, 5 Mar 2024 10:00:00 +0100");
+                auto b = MailDate::parse("5 Mar 2024 10:00 -0500");
+                if (!a || unixSeconds(*a) != utc(2024, 3, 5, 9, 0, 0) || !b ||
+                    unixSeconds(*b) != utc(2024, 3, 5, 15, 0, 0)) {
+                    ++wrong[size_t(t)];
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, std::vector<int>(4, 0));
+}

@@ -1,0 +1,107 @@
+#include "mime/TransferDecoding.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace qs;
+
+namespace {
+
+struct Row {
+    const char* name;
+    std::string input;
+    std::string output;
+};
+
+} // namespace
+
+TEST(TransferDecoding, QuotedPrintable) {
+    const std::vector<Row> rows{
+        {"escape", "a=3Db", "a=b"},
+        {"lower-case hex", "=c3=a9", "\xc3\xa9"},
+        {"soft break CRLF", "a=\r\nb", "ab"},
+        {"soft break LF", "a=\nb", "ab"},
+        {"soft break after blanks", "a=  \nb", "ab"},
+        {"soft break after tab and CR", "a=\t\r\nb", "ab"},
+        {"bad escape stays", "a=ZZ", "a=ZZ"},
+        {"half escape stays", "a=3Z", "a=3Z"},
+        {"equals at end dropped", "100%=", "100%"},
+        {"equals and blanks at end dropped", "x=  ", "x"},
+        {"equals CR at end dropped", "x=\r", "x"},
+        {"equals CR not followed by LF stays", "a=\rb", "a=\rb"},
+        {"one byte after equals", "a=4", "a=4"},
+        {"trailing whitespace kept", "a  \r\nb\t", "a  \r\nb\t"},
+        {"underscore untouched", "a_b", "a_b"},
+        {"8-bit passes", "\xff=41",
+         "\xff"
+         "A"},
+        {"empty", "", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(TransferDecoding::quotedPrintable(row.input), row.output);
+        EXPECT_EQ(TransferDecoding::quotedPrintable(row.input, true), row.output);
+    }
+}
+
+TEST(TransferDecoding, Base64) {
+    const std::vector<Row> rows{
+        {"padded", "aGk=", "hi"},
+        {"unpadded", "aGk", "hi"},
+        {"two short", "aA", "h"},
+        {"lone character dropped", "a", ""},
+        {"five characters", "aGVsb", "hel"},
+        {"line breaks and garbage ignored", "aGVs\r\nbG8*!\n", "hello"},
+        {"padding in the middle ignored", "aG=Vs=bG8=", "hello"},
+        {"extra padding", "aGk====", "hi"},
+        {"all bytes", "AP8A/w==", std::string("\x00\xff\x00\xff", 4)},
+        {"empty", "", ""},
+        {"only garbage", "***\n", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(TransferDecoding::base64(row.input), row.output);
+    }
+}
+
+TEST(TransferDecoding, DecodeSelectsByExactLowerCaseName) {
+    EXPECT_EQ(TransferDecoding::decode("aGk=", "base64"), "hi");
+    EXPECT_EQ(TransferDecoding::decode("a=3Db", "quoted-printable"), "a=b");
+    for (const char* other : {"7bit", "8bit", "binary", "x-uuencode", "BASE64", ""}) {
+        SCOPED_TRACE(other);
+        EXPECT_EQ(TransferDecoding::decode("a=3Db", other), "a=3Db");
+    }
+}
+
+TEST(TransferDecoding, Base64LongBodyRoundTrip) {
+    std::string raw;
+    for (int i = 0; i < 3000; ++i) {
+        raw.push_back(char(i * 7 % 256));
+    }
+    // Encode with 76-column lines, as mailers do.
+    static const char* alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string encoded;
+    size_t column = 0;
+    for (size_t i = 0; i < raw.size(); i += 3) {
+        uint32_t v = uint32_t(uint8_t(raw[i])) << 16;
+        size_t n = std::min<size_t>(3, raw.size() - i);
+        if (n > 1) {
+            v |= uint32_t(uint8_t(raw[i + 1])) << 8;
+        }
+        if (n > 2) {
+            v |= uint8_t(raw[i + 2]);
+        }
+        for (size_t k = 0; k < 4; ++k) {
+            encoded.push_back(k <= n ? alphabet[(v >> (18 - 6 * k)) & 63] : '=');
+        }
+        column += 4;
+        if (column == 76) {
+            encoded += "\r\n";
+            column = 0;
+        }
+    }
+    EXPECT_EQ(TransferDecoding::base64(encoded), raw);
+}
