@@ -1,18 +1,262 @@
+#include "mime/Charsets.h"
+#include "mime/EncodedWords.h"
 #include "mime/MIMEParser.h"
 
+#include "mime/TextTrim.h"
 #include "support/Corpus.h"
+#include "support/Unicode.h"
+
+#include <set>
 
 #include <gtest/gtest.h>
 
 namespace qs {
 namespace {
 
+const std::vector<test::CorpusMessage>& corpus() {
+    static const std::vector<test::CorpusMessage> messages = test::corpusMessages();
+    return messages;
+}
+
 TEST(Corpus, HelperFindsEveryFileAndMessage) {
     auto files = test::corpusFiles();
     EXPECT_EQ(files.size(), 700u);
     EXPECT_EQ(std::count_if(files.begin(), files.end(), test::isMbox), 46);
-    EXPECT_EQ(test::corpusMessages().size(), 879u);
+    EXPECT_EQ(corpus().size(), 879u);
 }
+
+// An encoded word that the decoder would accept and whose charset is known, left in text
+// that should have been decoded.
+bool holdsUndecodedWord(std::string_view text) {
+    for (size_t at = text.find("=?"); at != std::string_view::npos; at = text.find("=?", at + 2)) {
+        auto word = EncodedWords::decodeWord(text.substr(at));
+        if (word && Charsets::encoding(word->charset)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void walk(const MIMEPart& part, const std::string& buffer, int depth, std::string& problems) {
+    if (depth > MIMEParser::kMaxDepth) {
+        problems += " deeper than the limit;";
+    }
+    if (!part.body.empty() &&
+        (part.body.data() < buffer.data() ||
+         part.body.data() + part.body.size() > buffer.data() + buffer.size())) {
+        problems += " body outside the message buffer;";
+    }
+    if (!part.children.empty() && !part.body.empty()) {
+        problems += " split multipart kept its body;";
+    }
+    for (const auto& field : part.headers.fields) {
+        if (!Unicode::isValidUTF8(field.name) || !Unicode::isValidUTF8(field.value)) {
+            problems += " header not UTF-8;";
+        }
+    }
+    for (const auto& child : part.children) {
+        walk(child, buffer, depth + 1, problems);
+    }
+}
+
+TEST(Corpus, EveryMessageParsesIntoASaneResult) {
+    for (const auto& message : corpus()) {
+        auto buffer = std::make_shared<const std::string>(message.bytes);
+        ParsedMessage parsed = MIMEParser::parse(ByteSlice(buffer));
+        std::string problems;
+        walk(parsed.root, *buffer, 0, problems);
+        if (parsed.headers != parsed.root.headers) {
+            problems += " headers differ from the root's;";
+        }
+        if (!Unicode::isValidUTF8(parsed.subject) || holdsUndecodedWord(parsed.subject)) {
+            problems += " subject: " + parsed.subject + ";";
+        }
+        for (const auto& body : {parsed.textBody, parsed.htmlBody}) {
+            if (body && !Unicode::isValidUTF8(*body)) {
+                problems += " body not UTF-8;";
+            }
+        }
+        for (size_t i = 0; i < parsed.attachments.size(); ++i) {
+            const MailAttachment& attachment = parsed.attachments[i];
+            if (attachment.id != int64_t(i)) {
+                problems += " attachment ids out of order;";
+            }
+            if (attachment.filename.empty() || !Unicode::isValidUTF8(attachment.filename) ||
+                holdsUndecodedWord(attachment.filename)) {
+                problems += " attachment name: " + attachment.filename + ";";
+            }
+            if (attachment.mimeType.find('/') == std::string::npos) {
+                problems += " attachment type: " + attachment.mimeType + ";";
+            }
+        }
+        if (parsed.fileAttachments().size() > parsed.attachments.size()) {
+            problems += " more files than attachments;";
+        }
+        EXPECT_EQ(problems, "") << message.name;
+    }
+}
+
+TEST(Corpus, HeadersOfAgreesWithTheFullParse) {
+    for (const auto& message : corpus()) {
+        EXPECT_EQ(MIMEParser::headers(message.bytes), MIMEParser::parse(message.bytes).headers)
+            << message.name;
+    }
+}
+
+const test::CorpusMessage* find(std::string_view name) {
+    for (const auto& message : corpus()) {
+        if (message.name == name) {
+            return &message;
+        }
+    }
+    return nullptr;
+}
+
+// Real mail: every message shows some text, apart from these, checked by hand.
+TEST(Corpus, OrdinaryMailHasText) {
+    const std::set<std::string> withoutText = {
+        "go-gmime/fixtures/test2.eml",              // a lone JPEG as the whole message
+        "mailcore2/summary/input/1798-korean.eml",  // HTML made only of images
+        "mailcore2/summary/input/2977-chinese.eml", // a blank text part and a photo
+        "mailcore2/summary/input/broken-utf8.eml",  // empty body
+        "mailcore2/summary/input/gh-965-utf8.eml",  // empty body
+    };
+    int checked = 0;
+    for (const auto& message : corpus()) {
+        bool ordinary = message.name.starts_with("talon/") || message.name.starts_with("blaze/") ||
+                        message.name.starts_with("go-gmime/") ||
+                        message.name.starts_with("mailcore2/");
+        if (!ordinary) {
+            continue;
+        }
+        ++checked;
+        ParsedMessage parsed = MIMEParser::parse(message.bytes);
+        bool hasText = !TextTrim::whitespaceAndNewlines(parsed.plainText()).empty();
+        EXPECT_EQ(hasText, !withoutText.contains(message.name)) << message.name;
+    }
+    EXPECT_EQ(checked, 76);
+}
+
+struct GoldenRow {
+    std::string name;
+    std::string subject;
+    std::string textStart;                // start of plainText; empty: not checked
+    std::vector<std::string> attachments; // names, in order
+    size_t fileAttachments;
+};
+
+void PrintTo(const GoldenRow& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class CorpusGolden : public testing::TestWithParam<GoldenRow> {};
+
+TEST_P(CorpusGolden, GivesTheExpectedFields) {
+    const GoldenRow& row = GetParam();
+    const test::CorpusMessage* message = find(row.name);
+    ASSERT_NE(message, nullptr) << row.name;
+    ParsedMessage parsed = MIMEParser::parse(message->bytes);
+    EXPECT_EQ(parsed.subject, row.subject);
+    EXPECT_TRUE(parsed.plainText().starts_with(row.textStart)) << parsed.plainText().substr(0, 80);
+    std::vector<std::string> names;
+    for (const auto& attachment : parsed.attachments) {
+        names.push_back(attachment.filename);
+    }
+    EXPECT_EQ(names, row.attachments);
+    EXPECT_EQ(parsed.fileAttachments().size(), row.fileAttachments);
+}
+
+std::vector<std::string> numbered(std::string_view ext, int count) {
+    std::vector<std::string> names;
+    for (int i = 1; i <= count; ++i) {
+        names.push_back("attachment-" + std::to_string(i) + std::string(ext));
+    }
+    return names;
+}
+
+std::vector<std::string> jpegs(int count) {
+    std::vector<std::string> names;
+    for (int i = 1; i <= count; ++i) {
+        names.push_back(std::to_string(i) + ".jpg");
+    }
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, CorpusGolden,
+    testing::Values(
+        // A digest whose parts name no type: each is an enclosed message.
+        GoldenRow{"cpython-email/msg_02.txt", "Ppp digest, Vol 1 #2 - 5 msgs",
+                  "Send Ppp mailing list submissions to", numbered(".eml", 5), 5},
+        // RFC 2231 continuation of an ISO-2022-JP file name.
+        GoldenRow{"ruby-mail/multi_charset/japanese_attachment_long_name.eml",
+                  "まみむめもまみむめもまみむめもまみむめもまみむめもまみむめもまみむめもまみむめ"
+                  "もまみむめもまみむめも",
+                  "",
+                  {"かきくけこかきくけこかきくけこかきくけこかきくけこ.txt"},
+                  1},
+        GoldenRow{
+            "ruby-mail/multi_charset/japanese_iso_2022.eml", "まみむめも", "すみません。", {}, 0},
+        GoldenRow{"ruby-mail/multi_charset/japanese_shift_jis.eml", "test", "あいうえお", {}, 0},
+        GoldenRow{"ruby-mail/multi_charset/ks_c_5601-1987.eml", "test", "스티해", {}, 0},
+        GoldenRow{"ruby-mail/attachment_emails/attachment_nonascii_filename.eml",
+                  "testing",
+                  "This is the first part.",
+                  {"ciële.txt"},
+                  1},
+        GoldenRow{"ruby-mail/attachment_emails/attachment_with_base64_encoded_name.eml",
+                  "Fwd: Signed email causes file attachments",
+                  "We should not include",
+                  {"This is a test.pdf"},
+                  1},
+        GoldenRow{"ruby-mail/attachment_emails/attachment_pdf.eml",
+                  "Another PDF with 🎉 Unicode chars in it 🍿",
+                  "Just attaching another PDF",
+                  {"broken.pdf"},
+                  1},
+        // The inline image the HTML shows is no file; the attached message is.
+        GoldenRow{"ruby-mail/attachment_emails/attachment_message_rfc822_inline_image.eml",
+                  "test",
+                  "",
+                  {"img.png", "Testmail.eml"},
+                  1},
+        GoldenRow{"mailcore2/summary/input/2195-greek.eml",
+                  "Έκδοση μηνιαίου λογαριασμού  15/02/2011",
+                  "Αγαπητέ συνδρομητή",
+                  {},
+                  0},
+        GoldenRow{"mailcore2/summary/input/989-encoding-7.eml",
+                  "Тестовое сообщение в кодировке windows-1251",
+                  "Тестовое сообщение",
+                  {},
+                  0},
+        // 35 inline images, each referred to by the HTML.
+        GoldenRow{"mailcore2/summary/input/989-encoding-8.eml",
+                  "Видеообзоры интересных девайсов только для вас!", "Чтобы в дальнейшем",
+                  jpegs(35), 0},
+        GoldenRow{"mailcore2/summary/input/4489-to-field-chinese.eml",
+                  "测试费表格",
+                  "见附件。",
+                  {"测试费 1009.xls"},
+                  1},
+        GoldenRow{"mailcore2/summary/input/1808-winmail-dat.eml",
+                  "RE\u00A0: TR : Installation Hyperion sous Linux",
+                  "",
+                  {"winmail.dat"},
+                  1},
+        GoldenRow{"mimekit/messages/startrek.eml",
+                  "Star Trek Party!",
+                  "You are invited",
+                  {"attachment-1", "attachment-2.gif", "attachment-3.gif", "attachment-4",
+                   "attachment-5"},
+                  5}),
+    [](const auto& info) {
+        std::string name;
+        for (char c : info.param.name) {
+            name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+        }
+        return name;
+    });
 
 } // namespace
 } // namespace qs
