@@ -1,0 +1,230 @@
+#include "safety/Domains.h"
+
+#include "safety/TextUtil.h"
+
+#include <array>
+#include <vector>
+
+namespace qs::Domains {
+
+namespace {
+
+bool isAlpha(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+int hexValue(char c) {
+    if (isDigit(c)) {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+// The characters a URI may hold literally (RFC 3986 unreserved, reserved and "%").
+bool isURLCharacter(char c) {
+    if (isAlpha(c) || isDigit(c)) {
+        return true;
+    }
+    switch (c) {
+    case '-':
+    case '.':
+    case '_':
+    case '~':
+    case ':':
+    case '/':
+    case '?':
+    case '#':
+    case '[':
+    case ']':
+    case '@':
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':
+    case '%':
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Every character a URL character, every "%" followed by two hex digits, at most one "#".
+bool wellFormed(std::string_view text) {
+    bool seenFragment = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (!isURLCharacter(c)) {
+            return false;
+        }
+        if (c == '%' &&
+            (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0)) {
+            return false;
+        }
+        if (c == '#') {
+            if (seenFragment) {
+                return false;
+            }
+            seenFragment = true;
+        }
+    }
+    return true;
+}
+
+// Length of a leading "scheme:" (without the colon), or 0 when the text has none.
+size_t schemeLength(std::string_view text) {
+    if (text.empty() || !isAlpha(text[0])) {
+        return 0;
+    }
+    for (size_t i = 1; i < text.size(); ++i) {
+        char c = text[i];
+        if (c == ':') {
+            return i;
+        }
+        if (!(isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.')) {
+            return 0;
+        }
+    }
+    return 0;
+}
+
+// The text is well formed, so every "%" has two hex digits after it.
+std::string percentDecoded(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%') {
+            int high = hexValue(text[i + 1]);
+            int low = hexValue(text[i + 2]);
+            out.push_back(char(high * 16 + low));
+            i += 2;
+        } else {
+            out.push_back(text[i]);
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+std::optional<std::string> host(std::string_view url) {
+    std::string_view text = TextUtil::trimWhitespace(url);
+    if (text.empty() || !wellFormed(text)) {
+        return std::nullopt;
+    }
+    size_t scheme = schemeLength(text);
+    std::string_view rest = scheme > 0 ? text.substr(scheme + 1) : text;
+    if (rest.substr(0, 2) != "//") {
+        return std::nullopt;
+    }
+    rest.remove_prefix(2);
+    std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
+    if (size_t at = authority.rfind('@'); at != std::string_view::npos) {
+        authority.remove_prefix(at + 1);
+    }
+    std::string_view hostPart;
+    std::string_view port;
+    if (!authority.empty() && authority[0] == '[') {
+        size_t close = authority.find(']');
+        if (close == std::string_view::npos) {
+            return std::nullopt;
+        }
+        hostPart = authority.substr(1, close - 1);
+        std::string_view after = authority.substr(close + 1);
+        if (!after.empty()) {
+            if (after[0] != ':') {
+                return std::nullopt;
+            }
+            port = after.substr(1);
+        }
+    } else {
+        size_t colon = authority.find(':');
+        hostPart = authority.substr(0, colon);
+        if (colon != std::string_view::npos) {
+            port = authority.substr(colon + 1);
+        }
+        if (hostPart.find_first_of("[]") != std::string_view::npos) {
+            return std::nullopt;
+        }
+    }
+    for (char c : port) {
+        if (!isDigit(c)) {
+            return std::nullopt;
+        }
+    }
+    if (hostPart.empty()) {
+        return std::nullopt;
+    }
+    std::string out = percentDecoded(hostPart);
+    TextUtil::lowerASCIIInPlace(out);
+    return out;
+}
+
+bool isTwoLevelSuffix(std::string_view suffix) {
+    // Kept short on purpose: the common commercial and public second levels of the countries
+    // whose mail is most often seen, not a public-suffix list.
+    static constexpr std::array<std::string_view, 18> suffixes = {
+        "co.uk", "org.uk", "ac.uk",  "gov.uk", "com.au", "net.au", "org.au", "co.nz",  "co.jp",
+        "co.in", "co.kr",  "com.br", "com.cn", "com.mx", "co.za",  "com.sg", "com.tr", "com.hk"};
+    for (std::string_view s : suffixes) {
+        if (s == suffix) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string registrable(std::string_view name) {
+    std::string lowered = TextUtil::lower(name);
+    std::string_view trimmed = lowered;
+    auto isTrimmed = [](char c) {
+        return c == '.' || c == ' ' || c == '\t';
+    };
+    while (!trimmed.empty() && isTrimmed(trimmed.front())) {
+        trimmed.remove_prefix(1);
+    }
+    while (!trimmed.empty() && isTrimmed(trimmed.back())) {
+        trimmed.remove_suffix(1);
+    }
+    // Only the last three non-empty labels matter; walk them from the end.
+    std::array<std::string_view, 3> last{};
+    size_t count = 0;
+    size_t end = trimmed.size();
+    while (end > 0 && count < 3) {
+        size_t dot = trimmed.rfind('.', end - 1);
+        size_t start = dot == std::string_view::npos ? 0 : dot + 1;
+        if (start < end) {
+            last[count++] = trimmed.substr(start, end - start);
+        }
+        if (dot == std::string_view::npos) {
+            break;
+        }
+        end = dot;
+    }
+    if (count < 3) {
+        return std::string(trimmed);
+    }
+    std::string pair = std::string(last[1]) + "." + std::string(last[0]);
+    if (isTwoLevelSuffix(pair)) {
+        return std::string(last[2]) + "." + pair;
+    }
+    return pair;
+}
+
+} // namespace qs::Domains

@@ -1,0 +1,419 @@
+#include "safety/HTMLInspector.h"
+
+#include "mime/HTMLText.h"
+#include "safety/Domains.h"
+#include "safety/HTMLPatterns.h"
+#include "safety/HTMLScanner.h"
+#include "safety/TextUtil.h"
+#include "safety/TrackerTables.h"
+#include "support/Unicode.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
+namespace qs::HTMLInspector {
+
+namespace {
+
+// A link's visible text longer than this is prose, not a claim about where the link goes.
+constexpr size_t kMaxShownTextCharacters = 199;
+
+constexpr std::string_view kTrackerComment = "<!-- tracker removed by Quernstead -->";
+
+constexpr std::string_view kHeadBlock =
+    "<meta charset=\"utf-8\">\n"
+    "<meta http-equiv=\"Content-Security-Policy\" content=\"script-src 'none'; object-src "
+    "'none'\">\n"
+    "<style>html{background:#fff} body{margin:18px 22px;font:14px "
+    "-apple-system,system-ui,sans-serif;color:#1d1d1f;word-wrap:break-word} "
+    "img{max-width:100%;height:auto} table{max-width:100%}</style>";
+
+constexpr std::string_view kPlainTextHead =
+    "<!doctype html><html><head><meta charset=\"utf-8\">\n"
+    "<style>\n"
+    ":root{color-scheme:light dark}\n"
+    "body{margin:18px 22px;font:14px/1.55 "
+    "-apple-system,system-ui,sans-serif;white-space:pre-wrap;word-wrap:break-word;color:#"
+    "1d1d1f;background:transparent}\n"
+    "a{color:#1e3c72}\n"
+    "@media (prefers-color-scheme: dark){body{color:#ececf0} a{color:#5cc4b6}}\n"
+    "</style></head><body>";
+
+bool isASCIISpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
+
+std::string_view trimASCIISpace(std::string_view text) {
+    while (!text.empty() && isASCIISpace(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isASCIISpace(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+const std::string* find(const TagAttributes& attributes, std::string_view key) {
+    auto it = attributes.find(key);
+    return it == attributes.end() ? nullptr : &it->second;
+}
+
+// A width or height as a number of pixels: lower-cased, "px" deleted, trimmed, and then the
+// whole of it a floating-point number. "100%" or "auto" is no size at all.
+std::optional<double> pixelSize(const std::string& value) {
+    std::string text = TextUtil::lower(value);
+    TextUtil::replaceAll(text, "px", "");
+    std::string_view number = trimASCIISpace(text);
+    if (number.size() > 1 && number[0] == '+' && number[1] != '-') {
+        number.remove_prefix(1);
+    }
+    if (number.empty()) {
+        return std::nullopt;
+    }
+    double result = 0;
+    auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), result);
+    if (error != std::errc() || end != number.data() + number.size()) {
+        return std::nullopt;
+    }
+    return result;
+}
+
+// The registrable domain of an image's source, if it has a host.
+std::optional<std::string> sourceSite(std::string_view source) {
+    auto host = Domains::host(source);
+    if (!host) {
+        return std::nullopt;
+    }
+    return Domains::registrable(*host);
+}
+
+bool containsWord(std::string_view words, std::string_view word) {
+    size_t start = 0;
+    while (start <= words.size()) {
+        size_t end = words.find(' ', start);
+        if (end == std::string_view::npos) {
+            end = words.size();
+        }
+        if (words.substr(start, end - start) == word) {
+            return true;
+        }
+        start = end + 1;
+    }
+    return false;
+}
+
+// Standard Base64 without line breaks.
+void appendBase64(std::string& out, std::string_view bytes) {
+    static constexpr char kAlphabet[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    out.reserve(out.size() + (bytes.size() + 2) / 3 * 4);
+    size_t i = 0;
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+    for (; i + 3 <= bytes.size(); i += 3) {
+        uint32_t n = uint32_t(data[i]) << 16 | uint32_t(data[i + 1]) << 8 | data[i + 2];
+        out.push_back(kAlphabet[n >> 18]);
+        out.push_back(kAlphabet[(n >> 12) & 63]);
+        out.push_back(kAlphabet[(n >> 6) & 63]);
+        out.push_back(kAlphabet[n & 63]);
+    }
+    if (size_t rest = bytes.size() - i; rest > 0) {
+        uint32_t n = uint32_t(data[i]) << 16 | (rest == 2 ? uint32_t(data[i + 1]) << 8 : 0);
+        out.push_back(kAlphabet[n >> 18]);
+        out.push_back(kAlphabet[(n >> 12) & 63]);
+        out.push_back(rest == 2 ? kAlphabet[(n >> 6) & 63] : '=');
+        out.push_back('=');
+    }
+}
+
+// The text of a link can only name a domain if it holds a dot, or an entity that may become
+// one; links such as "Read more" or a bare image are settled without converting their HTML.
+bool mayNameDomain(std::string_view content) {
+    return content.find_first_of(".&") != std::string_view::npos;
+}
+
+bool isFileExtension(std::string_view label) {
+    static constexpr std::array<std::string_view, 14> extensions = {
+        "pdf", "png",  "jpg", "jpeg", "gif", "doc", "docx",
+        "zip", "html", "htm", "txt",  "csv", "xls", "xlsx"};
+    return std::find(extensions.begin(), extensions.end(), label) != extensions.end();
+}
+
+bool isAllLetters(std::string_view text) {
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    int32_t i = 0;
+    auto length = int32_t(text.size());
+    while (i < length) {
+        UChar32 c;
+        U8_NEXT(s, i, length, c);
+        if (c < 0 || !u_isalpha(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
+    if (!mayNameDomain(anchor.content)) {
+        return std::nullopt;
+    }
+    std::string tag;
+    tag.reserve(anchor.attributes.size() + 4);
+    tag.append("<a ").append(anchor.attributes).append(">");
+    TagAttributes attrs = attributes(tag);
+    const std::string* href = find(attrs, "href");
+    if (!href || !TextUtil::startsWithIgnoringCase(*href, "http")) {
+        return std::nullopt;
+    }
+    auto actualHost = Domains::host(*href);
+    if (!actualHost) {
+        return std::nullopt;
+    }
+    std::string plain = HTMLText::toPlain(anchor.content);
+    std::string_view shown = TextUtil::trimWhitespace(plain);
+    if (shown.empty() || (shown.size() > kMaxShownTextCharacters &&
+                          Unicode::graphemeCount(shown) > kMaxShownTextCharacters)) {
+        return std::nullopt;
+    }
+    icu::UnicodeString shownText = Unicode::fromUTF8(shown);
+    auto matcher = HTMLPatterns::domainInText().matcher(shownText);
+    UErrorCode status = U_ZERO_ERROR;
+    if (!matcher->find(0, status) || U_FAILURE(status)) {
+        return std::nullopt;
+    }
+    icu::UnicodeString domainText = matcher->group(1, status);
+    domainText.toLower(icu::Locale::getRoot());
+    std::string shownDomain = Unicode::toUTF8(domainText);
+    std::string_view lastLabel = shownDomain;
+    if (size_t dot = lastLabel.rfind('.'); dot != std::string_view::npos) {
+        lastLabel.remove_prefix(dot + 1);
+    }
+    if (lastLabel.size() < 2 || !isAllLetters(lastLabel) || isFileExtension(lastLabel)) {
+        return std::nullopt;
+    }
+    if (Domains::registrable(shownDomain) == Domains::registrable(*actualHost)) {
+        return std::nullopt;
+    }
+    return LinkWarning{std::string(shown), std::move(shownDomain), std::move(*actualHost), *href};
+}
+
+} // namespace
+
+TagAttributes attributes(std::string_view tag) {
+    TagAttributes out;
+    icu::UnicodeString text = Unicode::fromUTF8(tag);
+    auto matcher = HTMLPatterns::attrRegex().matcher(text);
+    UErrorCode status = U_ZERO_ERROR;
+    // What stands outside the name=value pairs, for "__bare".
+    icu::UnicodeString rest;
+    int32_t copied = 0;
+    while (matcher->find(status) && U_SUCCESS(status)) {
+        int32_t start = matcher->start(status);
+        rest.append(text, copied, start - copied).append(u' ');
+        copied = matcher->end(status);
+        int32_t valueStart = matcher->start(2, status);
+        int32_t valueEnd = matcher->end(2, status);
+        UChar first = text.charAt(valueStart);
+        if ((first == u'"' || first == u'\'') && valueEnd - valueStart >= 2) {
+            ++valueStart;
+            --valueEnd;
+        } else if (first == u'"' || first == u'\'') {
+            valueEnd = valueStart; // a lone quote: nothing left once first and last are dropped
+        }
+        std::string value;
+        text.tempSubStringBetween(valueStart, valueEnd).toUTF8String(value);
+        std::string key;
+        matcher->group(1, status).toUTF8String(key);
+        TextUtil::lowerASCIIInPlace(key);
+        out[std::move(key)] = value.find('&') == std::string::npos
+                                  ? std::move(value)
+                                  : HTMLText::decodeEntities(value);
+    }
+    rest.append(text, copied, text.length() - copied);
+    rest.toLower(icu::Locale::getRoot());
+    std::string bare;
+    std::string lowered = Unicode::toUTF8(rest);
+    size_t i = 0;
+    while (i < lowered.size()) {
+        size_t start = lowered.find_first_not_of(" \t\n\r</>", i);
+        if (start == std::string::npos) {
+            break;
+        }
+        size_t end = lowered.find_first_of(" \t\n\r</>", start);
+        if (end == std::string::npos) {
+            end = lowered.size();
+        }
+        if (!bare.empty()) {
+            bare.push_back(' ');
+        }
+        bare.append(lowered, start, end - start);
+        i = end;
+    }
+    if (!bare.empty()) {
+        out["__bare"] = std::move(bare);
+    }
+    return out;
+}
+
+bool isTracker(const TagAttributes& attrs) {
+    const std::string* source = find(attrs, "src");
+    if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
+        return false;
+    }
+    const std::string* width = find(attrs, "width");
+    const std::string* height = find(attrs, "height");
+    for (const std::string* dimension : {width, height}) {
+        if (dimension) {
+            if (auto size = pixelSize(*dimension); size && *size <= 2.0) {
+                return true;
+            }
+        }
+    }
+    if (const std::string* style = find(attrs, "style")) {
+        std::string compact;
+        compact.reserve(style->size());
+        for (char c : TextUtil::lower(*style)) {
+            if (!isASCIISpace(c)) {
+                compact.push_back(c);
+            }
+        }
+        static constexpr std::array<std::string_view, 7> hiding = {
+            "display:none", "visibility:hidden", "opacity:0", "width:1px",
+            "height:1px",   "width:0",           "height:0"};
+        for (std::string_view rule : hiding) {
+            if (compact.find(rule) != std::string::npos) {
+                return true;
+            }
+        }
+    }
+    if (find(attrs, "hidden")) {
+        return true;
+    }
+    if (const std::string* bare = find(attrs, "__bare"); bare && containsWord(*bare, "hidden")) {
+        return true;
+    }
+    auto host = Domains::host(*source);
+    if (!host) {
+        return false;
+    }
+    std::string registrable = Domains::registrable(*host);
+    bool knownService = false;
+    for (std::string_view domain : TrackerTables::trackerDomains) {
+        std::string_view h = *host;
+        if (h == domain || registrable == domain ||
+            (h.size() > domain.size() && h.ends_with(domain) &&
+             h[h.size() - domain.size() - 1] == '.')) {
+            knownService = true;
+            break;
+        }
+    }
+    if (!knownService) {
+        return false;
+    }
+    std::string lowerSource = TextUtil::lower(*source);
+    for (std::string_view hint : TrackerTables::trackerPathHints) {
+        if (lowerSource.find(hint) != std::string::npos) {
+            return true;
+        }
+    }
+    return !width && !height;
+}
+
+HTMLReport inspect(std::string_view html) {
+    HTMLReport report;
+    std::vector<std::string> hosts;
+    for (std::string_view tag : HTMLScanner::imgTags(html)) {
+        TagAttributes attrs = attributes(tag);
+        const std::string* source = find(attrs, "src");
+        if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
+            continue;
+        }
+        if (isTracker(attrs)) {
+            ++report.trackerCount;
+            if (auto site = sourceSite(*source);
+                site && std::find(report.trackerHosts.begin(), report.trackerHosts.end(), *site) ==
+                            report.trackerHosts.end()) {
+                report.trackerHosts.push_back(std::move(*site));
+            }
+        } else {
+            ++report.remoteImageCount;
+        }
+    }
+    report.linkWarnings = linkWarnings(html);
+    return report;
+}
+
+std::vector<LinkWarning> linkWarnings(std::string_view html) {
+    std::vector<LinkWarning> out;
+    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
+        if (auto warning = judgeLink(anchor)) {
+            out.push_back(std::move(*warning));
+        }
+    }
+    return out;
+}
+
+std::string prepareForDisplay(std::string_view html, const std::vector<MailAttachment>& attachments,
+                              bool /*dark*/) {
+    std::string inlined;
+    std::string_view current = html;
+    for (const MailAttachment& attachment : attachments) {
+        // An empty id would turn every "cid:" into this one image.
+        if (!attachment.contentID || attachment.contentID->empty() ||
+            attachment.data.size() >= kMaxInlineImageBytes) {
+            continue;
+        }
+        std::string reference = "cid:" + *attachment.contentID;
+        if (current.find(reference) == std::string_view::npos) {
+            continue;
+        }
+        std::string dataURL = "data:" + attachment.mimeType + ";base64,";
+        appendBase64(dataURL, attachment.data.view());
+        std::string replaced(current);
+        TextUtil::replaceAll(replaced, reference, dataURL);
+        inlined = std::move(replaced);
+        current = inlined;
+    }
+
+    std::string cleaned;
+    cleaned.reserve(current.size() + kHeadBlock.size() + 64);
+    size_t copied = 0;
+    for (std::string_view tag : HTMLScanner::imgTags(current)) {
+        if (!isTracker(attributes(tag))) {
+            continue;
+        }
+        size_t start = size_t(tag.data() - current.data());
+        cleaned.append(current.substr(copied, start - copied)).append(kTrackerComment);
+        copied = start + tag.size();
+    }
+    cleaned.append(current.substr(copied));
+
+    if (auto headEnd = HTMLScanner::endOfHeadTag(cleaned)) {
+        cleaned.insert(*headEnd, kHeadBlock);
+        return cleaned;
+    }
+    std::string out;
+    out.reserve(cleaned.size() + kHeadBlock.size() + 64);
+    out.append("<!doctype html><html><head>")
+        .append(kHeadBlock)
+        .append("</head><body>")
+        .append(cleaned)
+        .append("</body></html>");
+    return out;
+}
+
+std::string plainTextDocument(std::string_view text) {
+    static const Regex links(std::string_view(R"((https?://[^\s<]+))"));
+    std::string escaped = HTMLText::escape(text);
+    icu::UnicodeString linked =
+        links.replaceAll(Unicode::fromUTF8(escaped), icu::UnicodeString(u"<a href=\"$1\">$1</a>"));
+    std::string out(kPlainTextHead);
+    linked.toUTF8String(out);
+    out.append("</body></html>");
+    return out;
+}
+
+} // namespace qs::HTMLInspector

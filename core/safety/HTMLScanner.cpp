@@ -1,0 +1,194 @@
+#include "safety/HTMLScanner.h"
+
+#include <cstring>
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
+namespace qs::HTMLScanner {
+
+namespace {
+
+char lowerASCII(char c) {
+    return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+}
+
+// The code point at `at`, or -1 for an ill-formed sequence (which the regex sees as U+FFFD).
+UChar32 codePointAt(std::string_view text, size_t at, size_t* length = nullptr) {
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    auto i = int32_t(at);
+    auto end = int32_t(text.size());
+    UChar32 c;
+    U8_NEXT(s, i, end, c);
+    if (length) {
+        *length = size_t(i) - at;
+    }
+    return c;
+}
+
+// ICU's \w: alphabetic, marks, decimal digits, connector punctuation, ZWNJ and ZWJ.
+bool isWordCharacter(UChar32 c) {
+    if (c < 0) {
+        return false;
+    }
+    if (c < 0x80) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '_';
+    }
+    if (c == 0x200C || c == 0x200D || u_hasBinaryProperty(c, UCHAR_ALPHABETIC)) {
+        return true;
+    }
+    return (U_GET_GC_MASK(c) & (U_GC_M_MASK | U_GC_ND_MASK | U_GC_PC_MASK)) != 0;
+}
+
+// ICU's \s: tab, line feed, form feed, carriage return and the separators (Z).
+bool isRegexSpace(UChar32 c) {
+    if (c < 0) {
+        return false;
+    }
+    if (c < 0x80) {
+        return c == ' ' || c == '\t' || c == '\n' || c == '\f' || c == '\r';
+    }
+    return (U_GET_GC_MASK(c) & U_GC_Z_MASK) != 0;
+}
+
+// `\b` right after an ASCII word character: the next character must not be a word character,
+// and, as in ICU, a combining or format character there is never a boundary.
+bool boundaryAt(std::string_view text, size_t at) {
+    if (at >= text.size()) {
+        return true;
+    }
+    UChar32 c = codePointAt(text, at);
+    if (c >= 0x80 &&
+        (u_hasBinaryProperty(c, UCHAR_GRAPHEME_EXTEND) || u_charType(c) == U_FORMAT_CHAR)) {
+        return false;
+    }
+    return !isWordCharacter(c);
+}
+
+// The first "<" + `name` (ASCII, lower case, ignoring case) at or after `from`.
+size_t findOpening(std::string_view text, std::string_view name, size_t from) {
+    const char* base = text.data();
+    size_t size = text.size();
+    while (from < size) {
+        const void* hit = std::memchr(base + from, '<', size - from);
+        if (!hit) {
+            return std::string_view::npos;
+        }
+        size_t at = size_t(static_cast<const char*>(hit) - base);
+        if (size - at > name.size()) {
+            bool same = true;
+            for (size_t i = 0; i < name.size() && same; ++i) {
+                same = lowerASCII(base[at + 1 + i]) == name[i];
+            }
+            if (same) {
+                return at;
+            }
+        }
+        from = at + 1;
+    }
+    return std::string_view::npos;
+}
+
+// If a closing `</a\s*>` starts at `at`, the offset just after it.
+std::optional<size_t> closingAnchorAt(std::string_view text, size_t at) {
+    if (text.size() - at < 4 || text[at + 1] != '/' || lowerASCII(text[at + 2]) != 'a') {
+        return std::nullopt;
+    }
+    size_t i = at + 3;
+    while (i < text.size()) {
+        if (text[i] == '>') {
+            return i + 1;
+        }
+        size_t length = 1;
+        if (!isRegexSpace(codePointAt(text, i, &length))) {
+            return std::nullopt;
+        }
+        i += length;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::vector<std::string_view> imgTags(std::string_view html) {
+    std::vector<std::string_view> out;
+    size_t from = 0;
+    while (true) {
+        size_t at = findOpening(html, "img", from);
+        if (at == std::string_view::npos) {
+            break;
+        }
+        if (!boundaryAt(html, at + 4)) {
+            from = at + 1;
+            continue;
+        }
+        size_t close = html.find('>', at + 4);
+        if (close == std::string_view::npos) {
+            break; // no later tag can end either
+        }
+        out.push_back(html.substr(at, close + 1 - at));
+        from = close + 1;
+    }
+    return out;
+}
+
+std::vector<Anchor> anchors(std::string_view html) {
+    std::vector<Anchor> out;
+    // The next closing tag found so far; start offsets only grow, so each byte is searched
+    // for closing tags at most once.
+    size_t closingStart = 0;
+    size_t closingEnd = 0;
+    bool haveClosing = false;
+    size_t from = 0;
+    while (true) {
+        size_t at = findOpening(html, "a", from);
+        if (at == std::string_view::npos) {
+            break;
+        }
+        if (!boundaryAt(html, at + 2)) {
+            from = at + 1;
+            continue;
+        }
+        size_t gt = html.find('>', at + 2);
+        if (gt == std::string_view::npos) {
+            break;
+        }
+        if (!haveClosing || closingStart <= gt) {
+            haveClosing = false;
+            for (size_t search = gt + 1; search < html.size();) {
+                size_t lt = html.find('<', search);
+                if (lt == std::string_view::npos) {
+                    break;
+                }
+                if (auto end = closingAnchorAt(html, lt)) {
+                    closingStart = lt;
+                    closingEnd = *end;
+                    haveClosing = true;
+                    break;
+                }
+                search = lt + 1;
+            }
+            if (!haveClosing) {
+                break; // no closing tag after here: no later link can match either
+            }
+        }
+        out.push_back({html.substr(at, closingEnd - at), html.substr(at + 2, gt - at - 2),
+                       html.substr(gt + 1, closingStart - gt - 1)});
+        from = closingEnd;
+    }
+    return out;
+}
+
+std::optional<size_t> endOfHeadTag(std::string_view html) {
+    size_t at = findOpening(html, "head", 0);
+    if (at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    size_t close = html.find('>', at + 5);
+    if (close == std::string_view::npos) {
+        return std::nullopt;
+    }
+    return close + 1;
+}
+
+} // namespace qs::HTMLScanner

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+/// Finds the tags that the inspection looks at, in one forward pass over UTF-8 HTML, with
+/// exactly the matches that the patterns of `HTMLPatterns` would give (the same leftmost,
+/// non-overlapping matches, the same word boundary and white space). Hand-written because
+/// these run over every message body at index time: a byte search for "<" is many times
+/// faster than a general regex engine over UTF-16, and the anchor search stays linear even for
+/// links that are never closed. All results are views into the input.
+namespace qs::HTMLScanner {
+
+/// Every match of `<img\b[^>]*>` (ignoring case), in order.
+std::vector<std::string_view> imgTags(std::string_view html);
+
+/// One match of `<a\b([^>]*)>([\s\S]*?)</a\s*>` (ignoring case).
+struct Anchor {
+    std::string_view whole;
+    /// Group 1: the text between "<a" and the tag's ">".
+    std::string_view attributes;
+    /// Group 2: the link's content up to the first closing tag.
+    std::string_view content;
+};
+
+/// Every anchor match, in order.
+std::vector<Anchor> anchors(std::string_view html);
+
+/// The offset just after the first match of `<head[^>]*>` (ignoring case), or nothing.
+std::optional<size_t> endOfHeadTag(std::string_view html);
+
+} // namespace qs::HTMLScanner

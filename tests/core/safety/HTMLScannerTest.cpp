@@ -1,0 +1,130 @@
+#include "safety/HTMLScanner.h"
+
+#include "mime/MIMEParser.h"
+#include "safety/HTMLPatterns.h"
+#include "support/Corpus.h"
+#include "support/Unicode.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+namespace qs {
+namespace {
+
+// The matches of an ICU pattern, as UTF-8 text: group 0, or the listed groups.
+std::vector<std::string> regexMatches(const Regex& regex, std::string_view text,
+                                      std::vector<int> groups) {
+    icu::UnicodeString unicode = Unicode::fromUTF8(text);
+    auto matcher = regex.matcher(unicode);
+    std::vector<std::string> out;
+    UErrorCode status = U_ZERO_ERROR;
+    while (matcher->find(status) && U_SUCCESS(status)) {
+        for (int group : groups) {
+            out.push_back(Unicode::toUTF8(matcher->group(group, status)));
+        }
+    }
+    return out;
+}
+
+// The scanner's matches in the same shape, passed through the same UTF-8 repair as above.
+std::vector<std::string> scannedImages(std::string_view html) {
+    std::vector<std::string> out;
+    for (std::string_view tag : HTMLScanner::imgTags(html)) {
+        out.push_back(Unicode::toUTF8(Unicode::fromUTF8(tag)));
+    }
+    return out;
+}
+
+std::vector<std::string> scannedAnchors(std::string_view html) {
+    std::vector<std::string> out;
+    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
+        for (std::string_view part : {anchor.whole, anchor.attributes, anchor.content}) {
+            out.push_back(Unicode::toUTF8(Unicode::fromUTF8(part)));
+        }
+    }
+    return out;
+}
+
+void expectSameAsPatterns(std::string_view html, const std::string& label) {
+    EXPECT_EQ(scannedImages(html), regexMatches(HTMLPatterns::imgRegex(), html, {0})) << label;
+    EXPECT_EQ(scannedAnchors(html), regexMatches(HTMLPatterns::anchorRegex(), html, {0, 1, 2}))
+        << label;
+}
+
+TEST(HTMLScannerTest, AgreesWithThePatternsOnAwkwardInput) {
+    const char* cases[] = {
+        "",
+        "<img",
+        "<img>",
+        "<IMG SRC=x>",
+        "<imgx src=1><img/src=2><img\tsrc=3>",
+        "<img\xcc\x81 src=combining><img\xc3\xa9><img\xe2\x80\x8b>",
+        "<img src=a <img src=b>",
+        "<a href=x>one</a><a>two</A ><a\nhref=y>three</a\t\n>",
+        "<a href=x>never closed <a href=y>also not",
+        "<a href=x>one <a href=y>two</a> three</a>",
+        "<abbr>x</abbr><a>y</abbr></a>",
+        "<a href=x>text</a b></a>",
+        "<a href=x>text</a\xc2\xa0>",
+        "<a href=x>text</a\xe3\x80\x80>",
+        "<a",
+        "<a>",
+        "<a></a>",
+        "x<a\xff>bad byte</a>",
+        "<head><HEAD x=1>",
+    };
+    for (const char* html : cases) {
+        expectSameAsPatterns(html, html);
+    }
+}
+
+TEST(HTMLScannerTest, AgreesWithThePatternsOnRandomMarkup) {
+    const std::vector<std::string> pieces = {
+        "<a",         "<A", "<img", "<IMG",     ">", "</a", "</A",   "</a>",  " ", "\n", "x",
+        "href=\"h\"", "<",  "/",    "\xc2\xa0", "é", "b",   "<abbr", "<imgs", "'", "\""};
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 3000; ++round) {
+        std::string html;
+        int length = int(random() % 30);
+        for (int i = 0; i < length; ++i) {
+            html += pieces[random() % pieces.size()];
+        }
+        expectSameAsPatterns(html, html);
+    }
+}
+
+TEST(HTMLScannerTest, AgreesWithThePatternsOnTheCorpus) {
+    size_t htmlBodies = 0;
+    for (const test::CorpusMessage& message : test::corpusMessages()) {
+        ParsedMessage parsed = MIMEParser::parse(message.bytes);
+        if (!parsed.htmlBody) {
+            continue;
+        }
+        ++htmlBodies;
+        expectSameAsPatterns(*parsed.htmlBody, message.name);
+    }
+    EXPECT_GT(htmlBodies, 150u);
+}
+
+TEST(HTMLScannerTest, HeadTag) {
+    EXPECT_EQ(HTMLScanner::endOfHeadTag("<html><Head class=x><title>"), 20u);
+    EXPECT_EQ(HTMLScanner::endOfHeadTag("<header>"), 8u); // the pattern has no word boundary
+    EXPECT_EQ(HTMLScanner::endOfHeadTag("<p>no head</p>"), std::nullopt);
+    EXPECT_EQ(HTMLScanner::endOfHeadTag("<head"), std::nullopt);
+}
+
+TEST(HTMLScannerTest, UnclosedLinksStayLinear) {
+    // Each of these would make a backtracking search rescan the rest of the text.
+    std::string html;
+    for (int i = 0; i < 200'000; ++i) {
+        html += "<a href=x>";
+    }
+    EXPECT_TRUE(HTMLScanner::anchors(html).empty());
+    html += "</a>";
+    auto anchors = HTMLScanner::anchors(html);
+    ASSERT_EQ(anchors.size(), 1u);
+    EXPECT_EQ(anchors[0].whole.size(), html.size());
+}
+
+} // namespace
+} // namespace qs
