@@ -1,0 +1,337 @@
+#include "search/SearchIndexCoder.h"
+
+#include "search/JSONWriter.h"
+#include "search/SearchIndex.h"
+
+#include <simdjson.h>
+
+namespace qs {
+
+namespace {
+
+// Rough bytes per record and per posting entry, to size the output once.
+constexpr size_t estimatedRecordBytes = 700;
+constexpr size_t estimatedPostingBytes = 7;
+
+void writeRecord(JSONWriter& w, const MessageRecord& r) {
+    w.raw("{\"id\":");
+    w.integer(r.id);
+    w.raw(",\"path\":");
+    w.string(r.path);
+    w.raw(",\"account\":");
+    w.string(r.account);
+    w.raw(",\"folder\":");
+    w.string(r.folder);
+    w.raw(",\"subject\":");
+    w.string(r.subject);
+    w.raw(",\"fromName\":");
+    w.string(r.fromName);
+    w.raw(",\"fromEmail\":");
+    w.string(r.fromEmail);
+    w.raw(",\"to\":");
+    w.string(r.to);
+    w.raw(",\"date\":");
+    w.string(ISODate::format(r.date));
+    w.raw(",\"size\":");
+    w.integer(r.size);
+    w.raw(",\"snippet\":");
+    w.string(r.snippet);
+    w.raw(",\"attachments\":");
+    w.integer(r.attachments);
+    w.raw(",\"trackers\":");
+    w.integer(r.trackers);
+    w.raw(",\"remoteImages\":");
+    w.integer(r.remoteImages);
+    w.raw(",\"trust\":");
+    w.string(toString(r.trust));
+    w.raw(",\"replyToMismatch\":");
+    w.boolean(r.replyToMismatch);
+    w.raw(",\"linkWarnings\":");
+    w.integer(r.linkWarnings);
+    w.raw(",\"mtime\":");
+    w.number(r.mtime);
+    if (r.senderFlag) {
+        w.raw(",\"senderFlag\":");
+        w.string(*r.senderFlag);
+    }
+    w.raw('}');
+}
+
+// The keys of a record, in the order they are written; all but the last are required.
+enum Key : unsigned {
+    kID,
+    kPath,
+    kAccount,
+    kFolder,
+    kSubject,
+    kFromName,
+    kFromEmail,
+    kTo,
+    kDate,
+    kSize,
+    kSnippet,
+    kAttachments,
+    kTrackers,
+    kRemoteImages,
+    kTrust,
+    kReplyToMismatch,
+    kLinkWarnings,
+    kMtime,
+    kSenderFlag,
+    keyCount
+};
+constexpr std::string_view keyNames[keyCount] = {
+    "id",           "path",         "account",   "folder",
+    "subject",      "fromName",     "fromEmail", "to",
+    "date",         "size",         "snippet",   "attachments",
+    "trackers",     "remoteImages", "trust",     "replyToMismatch",
+    "linkWarnings", "mtime",        "senderFlag"};
+constexpr uint32_t requiredKeys = (1u << kSenderFlag) - 1;
+
+// Keys usually come in written order, so the expected one is tried first.
+unsigned keyIndex(std::string_view key, unsigned expected) {
+    if (expected < keyCount && keyNames[expected] == key) {
+        return expected;
+    }
+    for (unsigned i = 0; i < keyCount; ++i) {
+        if (keyNames[i] == key) {
+            return i;
+        }
+    }
+    return keyCount;
+}
+
+using namespace simdjson;
+
+// Any shape error throws simdjson_error (exceptions are on), which the caller turns into an
+// empty index.
+std::string copyString(ondemand::value value) {
+    return std::string(std::string_view(value.get_string()));
+}
+
+MessageRecord readRecord(ondemand::object object) {
+    MessageRecord r;
+    uint32_t seen = 0;
+    unsigned expected = 0;
+    for (auto field : object) {
+        std::string_view key = field.unescaped_key();
+        unsigned k = keyIndex(key, expected);
+        expected = k + 1;
+        ondemand::value value = field.value();
+        switch (k) {
+        case kID:
+            r.id = value.get_int64();
+            break;
+        case kPath:
+            r.path = copyString(value);
+            break;
+        case kAccount:
+            r.account = copyString(value);
+            break;
+        case kFolder:
+            r.folder = copyString(value);
+            break;
+        case kSubject:
+            r.subject = copyString(value);
+            break;
+        case kFromName:
+            r.fromName = copyString(value);
+            break;
+        case kFromEmail:
+            r.fromEmail = copyString(value);
+            break;
+        case kTo:
+            r.to = copyString(value);
+            break;
+        case kDate: {
+            auto date = ISODate::parse(std::string_view(value.get_string()));
+            if (!date) {
+                throw simdjson_error(INCORRECT_TYPE);
+            }
+            r.date = *date;
+            break;
+        }
+        case kSize:
+            r.size = value.get_int64();
+            break;
+        case kSnippet:
+            r.snippet = copyString(value);
+            break;
+        case kAttachments:
+            r.attachments = value.get_int64();
+            break;
+        case kTrackers:
+            r.trackers = value.get_int64();
+            break;
+        case kRemoteImages:
+            r.remoteImages = value.get_int64();
+            break;
+        case kTrust: {
+            auto trust = senderTrustNamed(std::string_view(value.get_string()));
+            if (!trust) {
+                throw simdjson_error(INCORRECT_TYPE);
+            }
+            r.trust = *trust;
+            break;
+        }
+        case kReplyToMismatch:
+            r.replyToMismatch = value.get_bool();
+            break;
+        case kLinkWarnings:
+            r.linkWarnings = value.get_int64();
+            break;
+        case kMtime:
+            r.mtime = value.get_double();
+            break;
+        case kSenderFlag:
+            // A null counts as absent, as an optional key reads.
+            if (!value.is_null()) {
+                r.senderFlag = copyString(value);
+            }
+            break;
+        case keyCount:
+            // Unknown keys are passed over.
+            continue;
+        }
+        seen |= 1u << k;
+    }
+    if ((seen & requiredKeys) != requiredKeys) {
+        throw simdjson_error(NO_SUCH_FIELD);
+    }
+    return r;
+}
+
+} // namespace
+
+std::string SearchIndexCoder::encode(const SearchIndex& index) {
+    size_t entries = 0;
+    for (const auto& list : index.postings_) {
+        entries += list.size();
+    }
+    std::string out;
+    out.reserve(index.records_.size() * estimatedRecordBytes + entries * estimatedPostingBytes +
+                index.tokens_.memoryUsage());
+    JSONWriter w(out);
+    w.raw("{\"version\":");
+    w.integer(version);
+    w.raw(",\"records\":[");
+    for (size_t i = 0; i < index.records_.size(); ++i) {
+        if (i > 0) {
+            w.raw(',');
+        }
+        if (const auto& r = index.records_[i]) {
+            writeRecord(w, *r);
+        } else {
+            w.raw("null");
+        }
+    }
+    w.raw("],\"postings\":{");
+    bool first = true;
+    for (uint32_t number : index.sortedTokens()) {
+        if (!first) {
+            w.raw(',');
+        }
+        first = false;
+        w.string(index.tokens_.token(number));
+        w.raw(":[");
+        const auto& list = index.postings_[number];
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (i > 0) {
+                w.raw(',');
+            }
+            w.unsignedInteger(list[i]);
+        }
+        w.raw(']');
+    }
+    w.raw("}}");
+    return out;
+}
+
+bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) noexcept {
+    try {
+        ondemand::parser parser;
+        auto document = parser.iterate(json.data(), json.size(), json.size() + SIMDJSON_PADDING);
+        ondemand::object root = document.get_object();
+        // The version decides before anything else is looked at.
+        int64_t stored = root["version"].get_int64();
+        if (stored != version) {
+            return false;
+        }
+
+        ondemand::array records = root["records"].get_array();
+        for (ondemand::value element : records) {
+            if (element.is_null()) {
+                index.records_.push_back(nullptr);
+                continue;
+            }
+            auto record = readRecord(element.get_object());
+            record.id = int64_t(index.records_.size());
+            index.records_.push_back(std::make_unique<MessageRecord>(std::move(record)));
+            if (index.records_.size() >= UINT32_MAX) {
+                throw simdjson_error(CAPACITY);
+            }
+        }
+
+        auto slots = uint64_t(index.records_.size());
+        bool sorted = true;
+        std::string previous;
+        std::vector<uint32_t> ids;
+        ondemand::object postings = root["postings"].get_object();
+        for (auto field : postings) {
+            std::string_view token = field.unescaped_key();
+            if (sorted && !previous.empty() && !(previous < token)) {
+                sorted = false;
+            }
+            if (sorted) {
+                previous.assign(token);
+            }
+            bool isNew = false;
+            uint32_t number = index.tokens_.intern(token, &isNew);
+            ids.clear();
+            for (auto element : field.value().get_array()) {
+                int64_t id = element.get_int64();
+                // Ids outside the records would be skipped by every reader; drop them here.
+                if (id >= 0 && uint64_t(id) < slots) {
+                    ids.push_back(uint32_t(id));
+                }
+            }
+            if (isNew) {
+                index.postings_.emplace_back(ids.begin(), ids.end());
+            } else {
+                // A repeated key: its ids join the earlier list, which stays ascending.
+                auto& list = index.postings_[number];
+                list.insert(list.end(), ids.begin(), ids.end());
+                std::sort(list.begin(), list.end());
+                list.erase(std::unique(list.begin(), list.end()), list.end());
+                sorted = false;
+            }
+        }
+        // Live records by path; a path that appears twice keeps its later slot, and the
+        // earlier becomes a tombstone so the invariants hold.
+        index.byPath_.reserve(index.records_.size());
+        for (uint32_t id = 0; id < index.records_.size(); ++id) {
+            if (auto& r = index.records_[id]) {
+                auto [at, inserted] = index.byPath_.try_emplace(r->path, id);
+                if (!inserted) {
+                    uint32_t earlier = at->second;
+                    index.byPath_.erase(at);
+                    index.records_[earlier].reset();
+                    index.byPath_.emplace(r->path, id);
+                }
+            }
+        }
+        if (sorted) {
+            std::vector<uint32_t> order(index.tokens_.size());
+            for (uint32_t n = 0; n < order.size(); ++n) {
+                order[n] = n;
+            }
+            index.sortedTokens_ = std::move(order);
+        }
+        return true;
+    } catch (...) {
+        index = SearchIndex();
+        return false;
+    }
+}
+
+} // namespace qs

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qs {
+
+class SearchIndex;
+
+/// index.json, read and written straight to and from the index's own structures: a streaming
+/// writer out, simdjson's on-demand parser in, and never a document tree in between, which at
+/// hundreds of thousands of records would cost several times the index itself.
+///
+/// The file: {"version":3,"records":[record or null, ...],"postings":{token:[id, ...], ...}}.
+/// Postings are written in ascending token order, which lets a load take the sorted-token
+/// cache for free.
+class SearchIndexCoder {
+public:
+    /// The stored version; any other version reads as an empty index.
+    static constexpr int64_t version = 3;
+
+    static std::string encode(const SearchIndex& index);
+
+    /// Fills `index` (which must be empty) from `json`; false, with `index` left empty, for
+    /// anything but a well-formed version 3 index. `json` must have simdjson's padding
+    /// (SIMDJSON_PADDING readable bytes past its end).
+    static bool decodePadded(std::string_view json, SearchIndex& index) noexcept;
+};
+
+} // namespace qs
