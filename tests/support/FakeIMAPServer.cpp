@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -285,6 +286,9 @@ void FakeIMAPServer::serve() {
             if (fd < 0) {
                 continue;
             }
+            // Scenario lines go out one send each; don't let them wait for the client's ACKs.
+            int one = 1;
+            ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
             size_t index;
             {
                 std::lock_guard lock(mutex_);

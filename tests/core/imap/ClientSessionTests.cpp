@@ -1,0 +1,404 @@
+// The session against the scripted fake server: greetings, tags, literals, BYE, stalls,
+// trickles, cancellation and drops, with what went over the wire checked line by line.
+#include "imap/IMAPClient.h"
+#include "support/Cancellation.h"
+#include "support/FakeIMAPServer.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace qs {
+namespace {
+
+using test::FakeIMAPCommand;
+using test::FakeIMAPConnection;
+using test::FakeIMAPServer;
+using namespace std::chrono_literals;
+
+IMAPServer local(uint16_t port) {
+    return IMAPServer{"127.0.0.1", port, true};
+}
+
+// Runs `body` and returns the IMAPError it throws; fails the test if it throws none.
+template <typename Body>
+IMAPError imapErrorOf(Body&& body) {
+    try {
+        body();
+    } catch (const IMAPError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no IMAPError was thrown";
+    return IMAPError::closed();
+}
+
+TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
+    struct Row {
+        const char* name;
+        const char* greeting;
+        std::optional<IMAPError> error;
+        std::set<std::string> capabilities;
+    } rows[] = {
+        {"capabilities in the code",
+         "* OK [CAPABILITY IMAP4rev1 uidplus] hi",
+         std::nullopt,
+         {"IMAP4REV1", "UIDPLUS"}},
+        {"preauth", "* PREAUTH hello", std::nullopt, {}},
+        {"other code", "* OK [ALERT] hi", std::nullopt, {}},
+        {"bye", "* BYE busy", IMAPError::connectionFailed("busy"), {}},
+        {"no", "* NO x", IMAPError::protocolError("no greeting"), {}},
+        {"tagged", "A1 OK hi", IMAPError::protocolError("no greeting"), {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeIMAPServer server(std::string("S: ") + row.greeting + "\nX");
+        IMAPClient client(local(server.port()), 5s);
+        if (row.error) {
+            EXPECT_EQ(imapErrorOf([&] { client.connect(); }), *row.error);
+        } else {
+            client.connect();
+            EXPECT_EQ(client.capabilities(), row.capabilities);
+        }
+        EXPECT_TRUE(server.waitUntilDone());
+    }
+}
+
+TEST(ClientGreeting, ErrorTextsReadAsTheUserSeesThem) {
+    FakeIMAPServer server("S: * BYE busy\nX");
+    IMAPClient client(local(server.port()), 5s);
+    EXPECT_EQ(imapErrorOf([&] { client.connect(); }).description(), "Couldn’t connect: busy");
+}
+
+TEST(ClientConnect, PlaintextIsRefusedForAnyHostButTheExactLoopbackAddress) {
+    FakeIMAPServer server("S: * OK\nX");
+    for (const char* host : {"localhost", "::1", "127.0.0.01", "example.com"}) {
+        SCOPED_TRACE(host);
+        IMAPClient client(IMAPServer{host, server.port(), true}, 5s);
+        IMAPError error = imapErrorOf([&] { client.connect(); });
+        EXPECT_EQ(error.kind(), IMAPError::Kind::insecureNotAllowed);
+        EXPECT_EQ(error.description(),
+                  "Unencrypted connections are only allowed to 127.0.0.1 in developer mode.");
+    }
+    EXPECT_EQ(server.connectionCount(), 0);
+}
+
+TEST(ClientConnect, PortZeroAndARefusedConnectionFailWithTheirTexts) {
+    IMAPClient zero(local(0), 5s);
+    EXPECT_EQ(imapErrorOf([&] { zero.connect(); }).description(), "Couldn’t connect: bad port");
+
+    // A port that was just free: nothing listens there.
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    ::close(fd);
+    IMAPClient refused(local(ntohs(address.sin_port)), 5s);
+    EXPECT_EQ(imapErrorOf([&] { refused.connect(); }),
+              IMAPError::connectionFailed("Connection refused"));
+}
+
+TEST(ClientRun, NumbersTagsFromM0001AndPassesTheTaggedCode) {
+    FakeIMAPServer server(R"(
+        S: * OK ready
+        C: M0001 NOOP
+        S: M0001 OK [SOMETHING 1] done
+        C: M0002 CHECK
+        S: M0002 ok fine
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    EXPECT_EQ(client.run("NOOP", {}), (IMAPClient::Completion{"SOMETHING 1", "done"}));
+    EXPECT_EQ(client.run("CHECK", {}), (IMAPClient::Completion{std::nullopt, "fine"}));
+    EXPECT_TRUE(server.waitUntilDone());
+    EXPECT_TRUE(server.ok()) << ::testing::PrintToString(server.failures());
+}
+
+TEST(ClientRun, TagsGrowPastM9999) {
+    std::string last;
+    FakeIMAPServer server("* OK",
+                          [&](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+                              last = command.tag;
+                              connection.send(command.tag + " OK");
+                          });
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    for (int i = 0; i < 10000; ++i) {
+        client.run("NOOP", {});
+    }
+    EXPECT_EQ(last, "M10000");
+}
+
+TEST(ClientRun, ANoOrBadEndsTheCommandWithItsWordStatusAndText) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 LOGIN "u" "p"
+        S: M0001 NO [AUTHENTICATIONFAILED] wrong
+        C: M0002 UID FETCH 1 (UID)
+        S: M0002 BAD bad syntax
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    IMAPError login = imapErrorOf([&] { client.login("u", "p"); });
+    EXPECT_EQ(login, IMAPError::commandFailed("LOGIN", IMAPStatus::no, "wrong"));
+    EXPECT_EQ(login.description(), "Sign-in was refused (NO): wrong");
+    IMAPError fetch = imapErrorOf([&] {
+        client.run("UID FETCH", {IMAPClient::Arg::raw("1"), IMAPClient::Arg::raw("(UID)")});
+    });
+    EXPECT_EQ(fetch.description(), "UID FETCH failed (BAD): bad syntax");
+    EXPECT_TRUE(server.ok());
+}
+
+TEST(ClientRun, QuotesStringsAndSendsNonASCIIAsASynchronisingLiteral) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 LOGIN "a\"b\\c" {6}
+        S: + ready
+        C: pässw "x"
+        S: M0001 OK [CAPABILITY IMAP4rev1 IDLE] in
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    // The password literal is followed by a quoted argument, to show the line goes on after it.
+    client.run("LOGIN", {IMAPClient::Arg::string("a\"b\\c"), IMAPClient::Arg::string("pässw"),
+                         IMAPClient::Arg::string("x")});
+    EXPECT_EQ(client.capabilities(), (std::set<std::string>{"IMAP4REV1", "IDLE"}));
+    EXPECT_TRUE(server.ok()) << ::testing::PrintToString(server.failures());
+}
+
+TEST(ClientRun, TwoLiteralsInOneLineWaitTwice) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 LOGIN {2}
+        S: * OK still here
+        S: + one
+        C: ü {2}
+        S: + two
+        C: é
+        S: M0001 OK [CAPABILITY IMAP4rev1] welcome
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    std::vector<IMAPResponse> seen;
+    client.run("LOGIN", {IMAPClient::Arg::string("ü"), IMAPClient::Arg::string("é")},
+               [&](IMAPResponse& response) { seen.push_back(response); });
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], IMAPResponse(IMAPResponse::UntaggedStatus{IMAPStatus::ok, std::nullopt,
+                                                                 "still here"}));
+    EXPECT_TRUE(server.ok()) << ::testing::PrintToString(server.failures());
+}
+
+TEST(ClientRun, ALiteralRefusedWithATaggedNoIsALiteralFailureNotASignInFailure) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 LOGIN "joe" {6}
+        S: M0001 NO no 8-bit here
+        C: M0002 LOGOUT
+        S: * BYE
+        S: M0002 OK
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    IMAPError error = imapErrorOf([&] { client.login("joe", "pässw"); });
+    EXPECT_EQ(error, IMAPError::commandFailed("literal", IMAPStatus::no, "no 8-bit here"));
+    EXPECT_EQ(error.description(), "literal failed (NO): no 8-bit here");
+    client.logout(); // the literal never went out, so the conversation is still in step
+    EXPECT_TRUE(server.ok()) << ::testing::PrintToString(server.failures());
+}
+
+TEST(ClientRun, AStaleTagDoesNotEndTheCommand) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 NOOP
+        S: M0000 NO late answer to something else
+        S: M0001 OK now
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    std::vector<IMAPResponse> seen;
+    auto done = client.run("NOOP", {}, [&](IMAPResponse& response) { seen.push_back(response); });
+    EXPECT_EQ(done.text, "now");
+    ASSERT_EQ(seen.size(), 1u);
+    ASSERT_NE(seen[0].tagged(), nullptr);
+    EXPECT_EQ(seen[0].tagged()->tag, "M0000");
+}
+
+TEST(ClientRun, UntaggedCapabilityReplacesTheSetAndStillReachesTheCallback) {
+    FakeIMAPServer server(R"(
+        S: * OK [CAPABILITY OLD] hi
+        C: M0001 CAPABILITY
+        S: * capability IMAP4rev1 (x) NIL "quoted" uidplus
+        S: M0001 OK
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    EXPECT_EQ(client.capabilities(), std::set<std::string>{"OLD"});
+    int calls = 0;
+    client.run("CAPABILITY", {}, [&](IMAPResponse&) { ++calls; });
+    EXPECT_EQ(client.capabilities(), (std::set<std::string>{"IMAP4REV1", "QUOTED", "UIDPLUS"}));
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(ClientBye, DuringLogoutIsAnOrdinaryResponse) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 LOGOUT
+        S: * BYE see you
+        S: M0001 OK done
+        X
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    std::vector<IMAPResponse> seen;
+    EXPECT_EQ(client.run("LOGOUT", {}, [&](IMAPResponse& r) { seen.push_back(r); }).text, "done");
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_NE(seen[0].untaggedStatus(), nullptr);
+}
+
+TEST(ClientBye, DuringAnyOtherCommandEndsItAsAConnectionFailure) {
+    struct Row {
+        const char* bye;
+        const char* text;
+    } rows[] = {{"* BYE", "server said goodbye"},
+                {"* BYE shutting down for maintenance", "shutting down for maintenance"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.bye);
+        FakeIMAPServer server(std::string("S: * OK\nC: M0001 NOOP\nS: ") + row.bye + "\nX");
+        IMAPClient client(local(server.port()), 5s);
+        client.connect();
+        EXPECT_EQ(imapErrorOf([&] { client.run("NOOP", {}); }),
+                  IMAPError::connectionFailed(row.text));
+    }
+}
+
+TEST(ClientTimeout, AStalledServerTimesOutAtTheGreetingAndDuringACommand) {
+    FakeIMAPServer atGreeting("stall");
+    IMAPClient first(local(atGreeting.port()), 300ms);
+    EXPECT_EQ(imapErrorOf([&] { first.connect(); }), IMAPError::timeout());
+
+    FakeIMAPServer duringCommand("S: * OK\nC: M0001 NOOP\nS: * 1 EXISTS\nstall");
+    IMAPClient second(local(duringCommand.port()), 300ms);
+    second.connect();
+    IMAPError error = imapErrorOf([&] { second.run("NOOP", {}); });
+    EXPECT_EQ(error, IMAPError::timeout());
+    EXPECT_EQ(error.description(), "The server stopped responding.");
+    // The timed-out connection is cancelled: the next command fails, it doesn't hang.
+    EXPECT_EQ(imapErrorOf([&] { second.run("NOOP", {}); }).kind(),
+              IMAPError::Kind::connectionFailed);
+}
+
+TEST(ClientTimeout, AServerTricklingOneByteAtATimeNeverTimesOut) {
+    // Each byte comes well inside the limit, though the whole line takes several times it.
+    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\ntrickle 60: M0001 OK slow but steady");
+    IMAPClient client(local(server.port()), 250ms);
+    client.connect();
+    EXPECT_EQ(client.run("NOOP", {}).text, "slow but steady");
+}
+
+TEST(ClientCancellation, AStopWakesABlockedWaitAtOnce) {
+    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\nstall");
+    std::stop_source stop;
+    // A long limit: only the stop can end this wait within the test.
+    IMAPClient client(local(server.port()), 60s, stop.get_token());
+    client.connect();
+    std::exception_ptr failure;
+    std::thread worker([&] {
+        try {
+            client.run("NOOP", {});
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    });
+    ASSERT_TRUE(server.waitUntilDone()); // the command is on the wire, the client waits
+    stop.request_stop();
+    worker.join();
+    ASSERT_TRUE(failure);
+    EXPECT_THROW(std::rethrow_exception(failure), CancellationError);
+}
+
+TEST(ClientCancellation, AStopBeforeConnectingConnectsNowhere) {
+    FakeIMAPServer server("S: * OK\nX");
+    std::stop_source stop;
+    stop.request_stop();
+    IMAPClient client(local(server.port()), 5s, stop.get_token());
+    EXPECT_THROW(client.connect(), CancellationError);
+    EXPECT_EQ(server.connectionCount(), 0);
+}
+
+TEST(ClientClose, TheServerClosingMidLiteralEndsTheCommandAsClosed) {
+    FakeIMAPServer server(R"(
+        S: * OK
+        C: M0001 UID FETCH 1 (BODY.PEEK[])
+        B: * 1 FETCH (UID 1 BODY[] {100}\r\nonly twenty bytes...
+        X
+    )");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    int messages = 0;
+    IMAPError error = imapErrorOf([&] {
+        client.run("UID FETCH", {IMAPClient::Arg::raw("1"), IMAPClient::Arg::raw("(BODY.PEEK[])")},
+                   [&](IMAPResponse&) { ++messages; });
+    });
+    EXPECT_EQ(error, IMAPError::closed());
+    EXPECT_EQ(error.description(), "The server closed the connection.");
+    EXPECT_EQ(messages, 0);
+}
+
+TEST(ClientClose, SendingAfterDisconnectIsClosedAndDisconnectRepeats) {
+    FakeIMAPServer server("S: * OK\nstall");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    client.disconnect();
+    client.disconnect();
+    EXPECT_FALSE(client.isConnected());
+    EXPECT_EQ(imapErrorOf([&] { client.run("NOOP", {}); }), IMAPError::closed());
+}
+
+TEST(ClientRun, AMalformedResponseIsAParseErrorUnwrapped) {
+    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\nS: * 1 X)\nS: M0001 OK\n");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    try {
+        client.run("NOOP", {});
+        ADD_FAILURE() << "no error";
+    } catch (const IMAPParseError& error) {
+        EXPECT_EQ(error.description(), "unexpected character )");
+    }
+}
+
+TEST(ClientRun, ACallbackErrorLeavesRunAtOnce) {
+    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\nS: * 1 EXISTS\nS: * 2 EXISTS\nS: M0001 OK");
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    int calls = 0;
+    EXPECT_THROW(client.run("NOOP", {},
+                            [&](IMAPResponse&) {
+                                ++calls;
+                                throw std::runtime_error("disk full");
+                            }),
+                 std::runtime_error);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(ClientBytesRead, CountsEveryByteReceivedIncludingTheGreeting) {
+    std::string body(300000, 'x'); // more than one chunk
+    std::string scenario = "S: * OK hi\nC: M0001 NOOP\nB: * 1 FETCH (BODY[] {" +
+                           std::to_string(body.size()) + "}\\r\\n" + body + ")\\r\\n\n" +
+                           "S: M0001 OK\n";
+    FakeIMAPServer server(scenario);
+    IMAPClient client(local(server.port()), 5s);
+    client.connect();
+    client.run("NOOP", {});
+    int64_t expected = static_cast<int64_t>(std::string("* OK hi\r\n").size() +
+                                            std::string("* 1 FETCH (BODY[] {300000}\r\n").size() +
+                                            body.size() + 3 + std::string("M0001 OK\r\n").size());
+    EXPECT_EQ(client.bytesRead(), expected);
+}
+
+} // namespace
+} // namespace qs
