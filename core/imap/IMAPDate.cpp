@@ -5,6 +5,7 @@
 #include <memory>
 #include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
 
 namespace qs::IMAPDate {
 
@@ -23,15 +24,21 @@ std::unique_ptr<icu::SimpleDateFormat> makeFormat(const char16_t* pattern) {
     return format;
 }
 
+// The zone is the device's as it is at the call, not as it was when the formatter was made.
+icu::SimpleDateFormat& inDeviceZone(icu::SimpleDateFormat& format) {
+    format.adoptTimeZone(icu::TimeZone::createDefault());
+    return format;
+}
+
 icu::SimpleDateFormat& internalDateFormat() {
     thread_local std::unique_ptr<icu::SimpleDateFormat> format =
         makeFormat(u"d-MMM-yyyy HH:mm:ss Z");
-    return *format;
+    return inDeviceZone(*format);
 }
 
 icu::SimpleDateFormat& searchFormat() {
     thread_local std::unique_ptr<icu::SimpleDateFormat> format = makeFormat(u"d-MMM-yyyy");
-    return *format;
+    return inDeviceZone(*format);
 }
 
 } // namespace

@@ -1,0 +1,251 @@
+// The commands against the scripted fake: what goes on the wire and how replies, including odd
+// and unsolicited ones, become results.
+#include "imap/IMAPClient.h"
+#include "support/FakeIMAPServer.h"
+
+#include <gtest/gtest.h>
+
+namespace qs {
+namespace {
+
+using test::FakeIMAPServer;
+using namespace std::chrono_literals;
+
+// A client connected to a fake running `scenario` after an "* OK" greeting.
+struct Session {
+    explicit Session(const std::string& scenario, const std::string& greeting = "* OK hi")
+        : server("S: " + greeting + "\n" + scenario),
+          client(IMAPServer{"127.0.0.1", server.port(), true}, 5s) {
+        client.connect();
+    }
+    void expectScriptRan() {
+        EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
+    }
+    FakeIMAPServer server;
+    IMAPClient client;
+};
+
+TEST(CommandList, MakesMailboxesInServerOrderAndSkipsWhatIsNoListing) {
+    Session session(R"(
+        C: M0001 LIST "" "*"
+        S: * LIST () NIL INBOX
+        S: * LIST (\NOSELECT) "/" foo
+        S: * LIST (\HasNoChildren) "/" Entw&APw-rfe
+        S: * LIST (\HasNoChildren) "/"
+        S: * list (\Marked "odd" (x)) "." "Quoted name"
+        S: * 3 EXISTS
+        S: M0001 OK done
+    )");
+    std::vector<IMAPMailbox> mailboxes = session.client.list();
+    ASSERT_EQ(mailboxes.size(), 4u);
+    EXPECT_EQ(mailboxes[0], (IMAPMailbox{"INBOX", "INBOX", std::nullopt, {}}));
+    EXPECT_TRUE(mailboxes[0].isSelectable());
+    EXPECT_EQ(mailboxes[1].attributes, std::vector<std::string>{"\\NOSELECT"});
+    EXPECT_FALSE(mailboxes[1].isSelectable());
+    EXPECT_EQ(mailboxes[2].name, "Entw&APw-rfe");
+    EXPECT_EQ(mailboxes[2].displayName, "Entwürfe");
+    EXPECT_EQ(mailboxes[3], (IMAPMailbox{"Quoted name", "Quoted name", ".", {"\\Marked", "odd"}}));
+    session.expectScriptRan();
+}
+
+TEST(CommandSelect, ReadsValidityNextAndTheLastExists) {
+    Session session(R"(
+        C: M0001 EXAMINE "INBOX"
+        S: * 3 EXISTS
+        S: * 0 RECENT
+        S: * OK [UIDVALIDITY 1700000000] UIDs valid
+        S: * OK [UIDNEXT 4392] Predicted next UID
+        S: * 5 exists
+        S: * FLAGS (\Seen \Deleted)
+        S: M0001 OK [READ-ONLY] done
+    )");
+    EXPECT_EQ(session.client.select("INBOX", true), (SelectInfo{1700000000, 5, 4392, true}));
+    session.expectScriptRan();
+}
+
+TEST(CommandSelect, ReadOnlyFollowsOnlyAGrantUpward) {
+    struct Row {
+        const char* name;
+        bool readOnly;
+        const char* code;
+        bool expected;
+    } rows[] = {
+        {"EXAMINE granted read-write", true, "[READ-WRITE] ", false},
+        {"SELECT answered read-only", false, "[READ-ONLY] ", false},
+        {"EXAMINE plain", true, "", true},
+        {"SELECT plain", false, "", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Session session(std::string("C: * ") + (row.readOnly ? "EXAMINE" : "SELECT") +
+                        " \"Box\"\nS: $TAG OK " + row.code + "done\n");
+        EXPECT_EQ(session.client.select("Box", row.readOnly).readOnly, row.expected);
+        session.expectScriptRan();
+    }
+}
+
+TEST(CommandSelect, BadNumbersGiveZeroOrNothingAndAMissingFolderFails) {
+    Session session(R"(
+        C: M0001 SELECT "a\"b"
+        S: * OK [UIDVALIDITY x] bad
+        S: * OK [UIDNEXT -1] bad
+        S: * many EXISTS
+        S: M0001 OK done
+        C: M0002 SELECT {8}
+        S: + go
+        C: Brief€
+        S: M0002 NO [NONEXISTENT] Mailbox doesn't exist: Brief€
+    )");
+    EXPECT_EQ(session.client.select("a\"b", false), (SelectInfo{0, 0, std::nullopt, false}));
+    try {
+        session.client.select("Brief€", false);
+        ADD_FAILURE() << "no error";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.description(), "SELECT failed (NO): Mailbox doesn't exist: Brief€");
+    }
+    session.expectScriptRan();
+}
+
+TEST(CommandSearch, CollectsReadableUIDsAscending) {
+    Session session(R"(
+        C: M0001 UID SEARCH UID 5:*
+        S: * SEARCH 9 5 x 7
+        S: * SEARCH 6
+        S: M0001 OK done
+        C: M0002 UID SEARCH DELETED
+        S: * SEARCH
+        S: M0002 OK done
+        C: M0003 UID SEARCH BEFORE 5-Mar-2024
+        S: M0003 OK no SEARCH line at all
+    )");
+    EXPECT_EQ(session.client.uidSearch("UID 5:*"), (std::vector<uint32_t>{5, 6, 7, 9}));
+    EXPECT_TRUE(session.client.uidSearch("DELETED").empty());
+    EXPECT_TRUE(session.client.uidSearch("BEFORE 5-Mar-2024").empty());
+    session.expectScriptRan();
+}
+
+TEST(CommandFetch, MetaKeepsItemsWithAUIDAndSkipsUnsolicitedData) {
+    Session session(R"(
+        C: M0001 UID FETCH 1:3,7 (UID RFC822.SIZE INTERNALDATE FLAGS)
+        S: * 1 FETCH (UID 1 RFC822.SIZE 120 INTERNALDATE "01-Jan-2024 00:00:00 +0000" FLAGS (\Seen))
+        S: * 12 FETCH (FLAGS (\Deleted))
+        S: * 3 EXPUNGE
+        S: * 2 FETCH (FLAGS () UID 7 RFC822.SIZE 5)
+        S: M0001 OK done
+    )");
+    std::vector<IMAPFetchItem> items = session.client.fetchMeta({7, 3, 2, 1, 1});
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0], (IMAPFetchItem{1, 1, 120, dateFromUnix(1704067200), {"\\Seen"}, {}}));
+    EXPECT_EQ(items[1], (IMAPFetchItem{2, 7, 5, std::nullopt, {}, std::nullopt}));
+    session.expectScriptRan();
+}
+
+TEST(CommandFetch, NoUIDsSendNothing) {
+    Session session("");
+    EXPECT_TRUE(session.client.fetchMeta({}).empty());
+    session.client.fetchBodies({}, [](IMAPFetchItem&&) { ADD_FAILURE(); });
+    session.client.markDeleted({});
+    session.client.unmarkDeleted({});
+    EXPECT_TRUE(session.server.received().empty());
+    session.expectScriptRan();
+}
+
+TEST(CommandFetch, BodiesGoToTheCallbackOneByOneInServerOrderWithPeek) {
+    Session session(R"(
+        C: M0001 UID FETCH 7,9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
+        B: * 12 FETCH (UID 9 FLAGS (\\Seen) RFC822.SIZE 99 INTERNALDATE "17-Jul-1996 02:44:25 -0700" BODY[] {3}\r\nabc)\r\n
+        S: * 13 FETCH (UID 10 BODY[] NIL)
+        S: * 14 FETCH (BODY[] "no uid")
+        B: * 11 FETCH (UID 7 RFC822 {4}\r\nd\r\ne)\r\n
+        S: M0001 OK done
+    )");
+    std::vector<IMAPFetchItem> seen;
+    session.client.fetchBodies({9, 7}, [&](IMAPFetchItem&& item) { seen.push_back(item); });
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0], (IMAPFetchItem{12, 9, 99, dateFromUnix(837596665), {"\\Seen"}, "abc"}));
+    EXPECT_EQ(seen[1].uid, 7u);
+    EXPECT_EQ(seen[1].body, "d\r\ne");
+    session.expectScriptRan();
+}
+
+TEST(CommandFetch, ACallbackFailureEndsTheCommand) {
+    Session session(R"(
+        C: M0001 UID FETCH 1:2 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
+        S: * 1 FETCH (UID 1 BODY[] "a")
+        S: * 2 FETCH (UID 2 BODY[] "b")
+        S: M0001 OK done
+    )");
+    int calls = 0;
+    EXPECT_THROW(session.client.fetchBodies({1, 2},
+                                            [&](IMAPFetchItem&&) {
+                                                ++calls;
+                                                throw std::runtime_error("disk full");
+                                            }),
+                 std::runtime_error);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(CommandStore, MarksAndUnmarksSilently) {
+    Session session(R"(
+        C: M0001 UID STORE 1:3,8 +FLAGS.SILENT (\Deleted)
+        S: M0001 OK done
+        C: M0002 UID STORE 2 -FLAGS.SILENT (\Deleted)
+        S: M0002 OK done
+    )");
+    session.client.markDeleted({8, 3, 2, 1});
+    session.client.unmarkDeleted({2});
+    session.expectScriptRan();
+}
+
+TEST(CommandExpunge, UsesUIDExpungeOnlyWithUIDPLUS) {
+    Session withPlus(R"(
+        C: M0001 UID EXPUNGE 4:5
+        S: * 2 EXPUNGE
+        S: M0001 OK done
+    )",
+                     "* OK [CAPABILITY IMAP4rev1 UIDPLUS] hi");
+    EXPECT_TRUE(withPlus.client.expunge({4, 5}));
+    withPlus.expectScriptRan();
+
+    Session without(R"(
+        C: M0001 EXPUNGE
+        S: M0001 OK done
+    )",
+                    "* OK [CAPABILITY IMAP4rev1] hi");
+    EXPECT_FALSE(without.client.expunge({4, 5}));
+    without.expectScriptRan();
+}
+
+TEST(CommandLogin, AsksForCapabilitiesOnlyWhenTheLoginAnswerLackedThem) {
+    Session fetches(R"(
+        C: M0001 LOGIN "ann" "pw"
+        S: M0001 OK logged in
+        C: M0002 CAPABILITY
+        S: * CAPABILITY IMAP4rev1 UIDPLUS
+        S: M0002 OK done
+    )");
+    fetches.client.login("ann", "pw");
+    EXPECT_TRUE(fetches.client.capabilities().contains("UIDPLUS"));
+    fetches.expectScriptRan();
+
+    Session tagged(R"(
+        C: M0001 LOGIN "ann" "pw"
+        S: M0001 OK [CAPABILITY IMAP4rev1 MOVE] logged in
+    )");
+    tagged.client.login("ann", "pw");
+    EXPECT_TRUE(tagged.client.capabilities().contains("MOVE"));
+    EXPECT_EQ(tagged.server.received().size(), 1u);
+    tagged.expectScriptRan();
+}
+
+TEST(CommandLogout, NeverFailsAndClosesEvenOnADeadConnection) {
+    Session session("C: M0001 LOGOUT\nX");
+    session.client.logout();
+    EXPECT_FALSE(session.client.isConnected());
+    session.client.logout();
+    EXPECT_FALSE(session.client.isConnected());
+    session.expectScriptRan();
+}
+
+} // namespace
+} // namespace qs
