@@ -1,0 +1,290 @@
+// The runner against a real Dovecot over TLS: folders of every kind, real messages from the
+// shared corpus, and the conditions a real server and a real process meet (a UIDVALIDITY
+// change, a run killed halfway).
+#include "backup/BackupRunner.h"
+#include "support/AtomicFile.h"
+#include "support/Corpus.h"
+#include "support/DovecotFixture.h"
+#include "support/FileIO.h"
+#include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace qs;
+using test::DovecotFixture;
+
+// Mail from the corpus as Dovecot serves it: CRLF line ends. Messages with NUL bytes or bare
+// CRs are left out, since a server may rewrite those, and so are the very large ones, to keep
+// the test quick.
+std::vector<std::string> corpusMail(size_t count) {
+    std::vector<std::string> mail;
+    for (const auto& message : test::corpusMessages()) {
+        const auto& bytes = message.bytes;
+        if (bytes.empty() || bytes.size() > 400'000 || bytes.find('\0') != std::string::npos) {
+            continue;
+        }
+        std::string crlf;
+        bool bareCR = false;
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            if (bytes[i] == '\r') {
+                bareCR = bareCR || i + 1 == bytes.size() || bytes[i + 1] != '\n';
+                continue;
+            }
+            if (bytes[i] == '\n') {
+                crlf += '\r';
+            }
+            crlf += bytes[i];
+        }
+        if (!bareCR && crlf.ends_with("\r\n")) {
+            mail.push_back(std::move(crlf));
+        }
+        if (mail.size() == count) {
+            break;
+        }
+    }
+    return mail;
+}
+
+// Fills a user's folders in one doveadm call (one message at a time would take a minute):
+// a Maildir tree to import from, in order, so UID n of a folder is its n-th message.
+void seed(DovecotFixture& dovecot, const std::string& user,
+          const std::map<std::string, std::vector<std::string>>& folders) {
+    auto source = dovecot.directory() / ("seed-" + user);
+    fs::remove_all(source);
+    int counter = 0;
+    for (const auto& [folder, messages] : folders) {
+        auto base = folder == "INBOX" ? source : source / folder;
+        for (const char* sub : {"cur", "new", "tmp"}) {
+            fs::create_directories(base / sub);
+        }
+        for (const auto& bytes : messages) {
+            char name[64];
+            std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
+            std::ofstream(base / "cur" / name, std::ios::binary) << bytes;
+        }
+    }
+    test::runChecked({"chown", "-R", "65534:65534", source.string()});
+    test::runChecked({"doveadm", "-c", dovecot.configFile().string(), "import", "-u", user,
+                      "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
+}
+
+std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
+    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file() &&
+            entry.path().parent_path().filename() != ArchiveLayout::metaDirectoryName) {
+            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
+                                                                entry.last_write_time()};
+        }
+    }
+    return files;
+}
+
+class RunnerWithDovecot : public testing::Test {
+protected:
+    DovecotFixture& dovecot = DovecotFixture::shared();
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout{directory.path() / "vault"};
+    MailAccount account;
+
+    // Dovecot re-reads its users file only when the file's modification second changes, so a
+    // user added in the same second as a lookup may stay unknown: all users are added at once,
+    // before the first lookup.
+    static void SetUpTestSuite() {
+        for (const char* user : {"full", "validity", "killed"}) {
+            DovecotFixture::shared().addUser(user, "secret");
+        }
+    }
+
+    void makeUser(const std::string& user) {
+        account.id = UUID::random();
+        account.label = "Mail of " + user;
+        account.username = user;
+        account.server = {"127.0.0.1", dovecot.imapsPort(), false};
+    }
+
+    BackupSummary backUp(std::vector<BackupProgress>* reports = nullptr) {
+        BackupRunner runner(layout, account, "secret");
+        return runner.run([&](const BackupProgress& report) {
+            if (reports) {
+                reports->push_back(report);
+            }
+        });
+    }
+
+    FolderState state(const std::string& mailbox) {
+        return layout.loadSync(account).folders.at(mailbox);
+    }
+
+    // Every UID of the folder maps to a file that holds exactly the n-th seeded message.
+    void expectFiled(const std::string& mailbox, const std::vector<std::string>& messages) {
+        auto filed = state(mailbox);
+        ASSERT_EQ(filed.files.size(), messages.size()) << mailbox;
+        for (const auto& [uid, path] : filed.files) {
+            ASSERT_EQ(FileIO::read(layout.url(path)), messages.at(std::stoul(uid) - 1))
+                << mailbox << " UID " << uid << " " << path;
+        }
+    }
+};
+
+TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
+    makeUser("full");
+    auto mail = corpusMail(300);
+    ASSERT_EQ(mail.size(), 300u);
+    std::map<std::string, std::vector<std::string>> folders{
+        {"INBOX", {mail.begin(), mail.begin() + 200}},
+        {"Sent", {mail.begin() + 200, mail.begin() + 240}},
+        {"Archive/2024", {mail.begin() + 240, mail.begin() + 270}},
+        {"Entw&APw-rfe", {mail.begin() + 270, mail.end()}}};
+    seed(dovecot, "full", folders);
+    account.folders = {"INBOX", "Sent", "Archive/2024", "Entw&APw-rfe"};
+
+    std::vector<BackupProgress> reports;
+    auto summary = backUp(&reports);
+    EXPECT_EQ(summary.newMessages, 300);
+    EXPECT_EQ(summary.folders, 4);
+    for (const auto& [name, messages] : folders) {
+        expectFiled(name, messages);
+    }
+    EXPECT_EQ(state("Archive/2024").directory, "Mail of full/Archive - 2024");
+    EXPECT_EQ(state("Entw&APw-rfe").directory, "Mail of full/Entwürfe");
+    EXPECT_EQ(reports.back().phase, "Done");
+    EXPECT_EQ(reports.back().completed,
+              (std::map<std::string, int>{
+                  {"INBOX", 200}, {"Sent", 40}, {"Archive/2024", 30}, {"Entw&APw-rfe", 30}}));
+    EXPECT_EQ(snapshot(layout.root).size(), 300u);
+
+    // Read-only: no message gained a flag, \Seen included.
+    for (const auto& [name, messages] : folders) {
+        // doveadm speaks UTF-8 names.
+        auto stored = dovecot.messages("full", name == "Entw&APw-rfe" ? "Entwürfe" : name);
+        EXPECT_EQ(stored.size(), messages.size()) << name;
+        for (const auto& message : stored) {
+            EXPECT_TRUE(message.flags.empty()) << name << " UID " << message.uid;
+        }
+    }
+
+    // A second run opens each folder, finds nothing new and writes nothing.
+    auto before = snapshot(layout.root);
+    reports.clear();
+    auto again = backUp(&reports);
+    EXPECT_EQ(again.newMessages, 0);
+    EXPECT_EQ(again.folders, 4);
+    std::vector<std::string> phases;
+    for (const auto& report : reports) {
+        phases.push_back(report.phase);
+    }
+    EXPECT_EQ(phases,
+              (std::vector<std::string>{"Checking", "Checking", "Checking", "Checking", "Done"}));
+    EXPECT_EQ(snapshot(layout.root), before);
+
+    // New mail is filed alone.
+    auto fresh = corpusMail(303);
+    std::vector<std::string> added(fresh.begin() + 300, fresh.end());
+    auto uid1 = dovecot.deliver("full", "INBOX", added[0]);
+    auto uid2 = dovecot.deliver("full", "INBOX", added[1]);
+    auto uid3 = dovecot.deliver("full", "Entwürfe", added[2]);
+    auto third = backUp();
+    ASSERT_EQ(third.newMessages, 3);
+    EXPECT_EQ(FileIO::read(layout.url(third.files[0])), added[0]);
+    EXPECT_EQ(FileIO::read(layout.url(third.files[1])), added[1]);
+    EXPECT_EQ(FileIO::read(layout.url(third.files[2])), added[2]);
+    EXPECT_EQ(state("INBOX").files.at(std::to_string(uid1)), third.files[0]);
+    EXPECT_EQ(state("INBOX").files.at(std::to_string(uid2)), third.files[1]);
+    EXPECT_EQ(state("Entw&APw-rfe").files.at(std::to_string(uid3)), third.files[2]);
+    EXPECT_EQ(snapshot(layout.root).size(), 303u);
+}
+
+TEST_F(RunnerWithDovecot, UIDValidityChangeRebuildsFilesWithoutWriting) {
+    makeUser("validity");
+    auto mail = corpusMail(25);
+    seed(dovecot, "validity", {{"INBOX", mail}});
+    auto first = backUp();
+    ASSERT_EQ(first.newMessages, 25);
+    auto old = state("INBOX");
+    auto before = snapshot(layout.root);
+
+    dovecot.setUIDValidity("validity", "INBOX", old.uidValidity + 1000);
+    auto second = backUp();
+    EXPECT_EQ(second.newMessages, 25);
+    EXPECT_EQ(second.files, first.files);
+    EXPECT_EQ(snapshot(layout.root), before);
+    auto rebuilt = state("INBOX");
+    EXPECT_EQ(rebuilt.uidValidity, old.uidValidity + 1000);
+    EXPECT_EQ(rebuilt.files, old.files);
+    EXPECT_EQ(rebuilt.highestUID, 25u);
+}
+
+TEST_F(RunnerWithDovecot, RunKilledInTheMiddleOfAFolderIsCompletedByTheNext) {
+    makeUser("killed");
+    auto mail = corpusMail(150);
+    seed(dovecot, "killed", {{"INBOX", mail}});
+
+    int pipeFds[2];
+    ASSERT_EQ(::pipe(pipeFds), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        BackupRunner runner(layout, account, "secret");
+        runner.batchCount = 5;
+        try {
+            runner.run([&](const BackupProgress& report) {
+                if (!report.newFiles.empty()) {
+                    char byte = 1;
+                    (void)!::write(pipeFds[1], &byte, 1);
+                }
+            });
+        } catch (...) {
+            ::_exit(2);
+        }
+        ::_exit(0);
+    }
+    ::close(pipeFds[1]);
+    // Let three batches be saved, then kill the run wherever it is.
+    char bytes[3];
+    size_t got = 0;
+    while (got < sizeof bytes) {
+        auto n = ::read(pipeFds[0], bytes + got, sizeof bytes - got);
+        ASSERT_GT(n, 0) << "the child ended early";
+        got += static_cast<size_t>(n);
+    }
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ::close(pipeFds[0]);
+    ASSERT_TRUE(WIFSIGNALED(status));
+
+    // What the killed run saved names only whole files.
+    auto interrupted = state("INBOX");
+    EXPECT_GE(interrupted.files.size(), 15u);
+    EXPECT_LT(interrupted.files.size(), 150u);
+    EXPECT_FALSE(interrupted.lastRun.has_value());
+    for (const auto& [uid, path] : interrupted.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.at(std::stoul(uid) - 1)) << path;
+    }
+
+    auto summary = backUp();
+    EXPECT_EQ(summary.newMessages, static_cast<int>(150 - interrupted.files.size()));
+    expectFiled("INBOX", mail);
+    auto files = snapshot(layout.root);
+    EXPECT_EQ(files.size(), 150u);
+    for (const auto& [path, file] : files) {
+        EXPECT_EQ(path.find(" (2)"), std::string::npos) << path;
+        EXPECT_EQ(fs::path(path).filename().string().find(AtomicFile::temporaryPrefix),
+                  std::string::npos)
+            << path;
+    }
+}
+
+} // namespace

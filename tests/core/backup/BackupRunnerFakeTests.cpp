@@ -1,0 +1,548 @@
+// The runner against the scripted and programmable fakes: exact exchanges, folder choice, batch
+// shapes, progress, and the failures a real server rarely shows on demand (a drop halfway
+// through a body, a stall, a LOGOUT that goes wrong).
+#include "FakeMailboxes.h"
+#include "backup/BackupRunner.h"
+#include "imap/IMAPError.h"
+#include "support/AtomicFile.h"
+#include "support/Cancellation.h"
+#include "support/FileIO.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <set>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace qs;
+using qs::test::FakeFolder;
+using qs::test::FakeMailboxes;
+
+std::string message(std::uint32_t n, const std::string& subject = {}, size_t padding = 0) {
+    return "Date: Tue, 5 Mar 2024 10:00:00 +0000\r\nSubject: " +
+           (subject.empty() ? "m" + std::to_string(n) : subject) + "\r\nMessage-ID: <" +
+           std::to_string(n) + "@x>\r\n\r\nbody " + std::to_string(n) + "\r\n" +
+           std::string(padding, 'x') + "\r\n";
+}
+
+FakeFolder folder(std::string name, std::uint32_t count, std::uint32_t first = 1) {
+    FakeFolder result{std::move(name), {}, 1, {}, {}};
+    for (std::uint32_t uid = first; uid < first + count; ++uid) {
+        result.messages[uid] = message(uid);
+    }
+    return result;
+}
+
+// Every regular file below the root (sync state included), with bytes and modification time.
+std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
+    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
+    if (!fs::exists(root)) {
+        return files;
+    }
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file()) {
+            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
+                                                                entry.last_write_time()};
+        }
+    }
+    return files;
+}
+
+std::vector<std::string> messageFiles(const fs::path& root) {
+    std::vector<std::string> files;
+    for (const auto& [path, file] : snapshot(root)) {
+        if (!path.starts_with(".quernstead")) {
+            files.push_back(path);
+        }
+    }
+    return files;
+}
+
+class RunnerWithFake : public testing::Test {
+protected:
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout{directory.path() / "vault"};
+    FakeMailboxes mail;
+    MailAccount account;
+
+    void SetUp() override {
+        account.id = UUID::random();
+        account.label = "Acct";
+        account.username = "joe";
+        account.server = {"127.0.0.1", 0, true};
+    }
+
+    BackupRunner runner(std::uint16_t port) {
+        auto copy = account;
+        copy.server.port = port;
+        BackupRunner result(layout, copy, "pw");
+        result.timeout = 10;
+        return result;
+    }
+
+    // One run against `mail`, collecting the reports.
+    BackupSummary backUp(std::vector<BackupProgress>* reports = nullptr, size_t batchCount = 40) {
+        auto server = mail.serve();
+        auto backup = runner(server->port());
+        backup.batchCount = batchCount;
+        return backup.run([&](const BackupProgress& report) {
+            if (reports) {
+                reports->push_back(report);
+            }
+        });
+    }
+
+    std::vector<std::string> commandsNamed(std::string_view prefix) const {
+        std::vector<std::string> found;
+        for (const auto& command : mail.commands()) {
+            if (command.starts_with(prefix)) {
+                found.push_back(command);
+            }
+        }
+        return found;
+    }
+
+    FolderState state(const std::string& mailbox) {
+        return layout.loadSync(account).folders.at(mailbox);
+    }
+};
+
+TEST_F(RunnerWithFake, ExactExchangeIsReadOnly) {
+    auto body = message(7);
+    test::FakeIMAPServer server(R"(S: * OK [CAPABILITY IMAP4rev1] hi
+C: M0001 LOGIN "joe" "pw"
+S: M0001 OK [CAPABILITY IMAP4rev1] in
+C: M0002 LIST "" "*"
+S: * LIST () "/" INBOX
+S: M0002 OK done
+C: M0003 EXAMINE "INBOX"
+S: * 1 EXISTS
+S: * OK [UIDVALIDITY 9] v
+S: M0003 OK [READ-ONLY] done
+C: M0004 UID SEARCH UID 1:*
+S: * SEARCH 7
+S: M0004 OK done
+C: M0005 UID FETCH 7 (UID RFC822.SIZE INTERNALDATE FLAGS)
+S: * 1 FETCH (UID 7 RFC822.SIZE )" +
+                                std::to_string(body.size()) +
+                                R"( INTERNALDATE "05-Mar-2024 10:00:00 +0000" FLAGS ())
+S: M0005 OK done
+C: M0006 UID FETCH 7 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
+B: * 1 FETCH (UID 7 BODY[] {)" + std::to_string(body.size()) +
+                                "}\\r\\n" +
+                                [&] {
+                                    std::string escaped;
+                                    for (char c : body) {
+                                        escaped += c == '\r'   ? std::string("\\r")
+                                                   : c == '\n' ? std::string("\\n")
+                                                               : std::string(1, c);
+                                    }
+                                    return escaped;
+                                }() +
+                                R"()\r\n
+S: M0006 OK done
+C: M0007 LOGOUT
+S: * BYE bye
+S: M0007 OK bye
+)");
+    auto summary = runner(server.port()).run({});
+    EXPECT_TRUE(server.waitUntilDone());
+    EXPECT_TRUE(server.ok()) << testing::PrintToString(server.failures());
+    ASSERT_EQ(summary.files.size(), 1u);
+    EXPECT_EQ(FileIO::read(layout.url(summary.files[0])), body);
+    auto filed = state("INBOX");
+    EXPECT_EQ(filed.uidValidity, 9u);
+    EXPECT_EQ(filed.highestUID, 7u);
+    EXPECT_EQ(filed.sizes,
+              (std::map<std::string, std::int64_t>{{"7", static_cast<std::int64_t>(body.size())}}));
+}
+
+struct ChoiceCase {
+    const char* name;
+    std::vector<std::string> chosen;
+    bool listNothing;
+    std::vector<std::string> examined;
+    int folders;
+};
+
+class FolderChoice : public RunnerWithFake, public testing::WithParamInterface<ChoiceCase> {};
+
+TEST_P(FolderChoice, VisitsWhatIsChosenAndSelectable) {
+    mail.folders = {folder("Inbox", 2), folder("Sent", 1), folder("Archive", 1), folder("Old", 1)};
+    mail.folders[2].attributes = {"\\NOSELECT"};
+    mail.folders[3].attributes = {"\\HasNoChildren", "\\nonexistent"};
+    mail.listNothing = GetParam().listNothing;
+    account.folders = GetParam().chosen;
+    account.knownFolders = {{"Inbox", "Inbox", "/", {}}, {"Sent", "Sent", "/", {}}};
+    auto summary = backUp();
+    std::vector<std::string> expected;
+    for (const auto& name : GetParam().examined) {
+        expected.push_back("EXAMINE " + name);
+    }
+    EXPECT_EQ(commandsNamed("EXAMINE"), expected);
+    EXPECT_TRUE(commandsNamed("SELECT").empty());
+    EXPECT_EQ(summary.folders, GetParam().folders);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, FolderChoice,
+    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1},
+                    ChoiceCase{"StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2},
+                    ChoiceCase{"UnselectableAndVanishedSkipped",
+                               {"Archive", "Gone", "Old", "Sent"},
+                               false,
+                               {"Sent"},
+                               1},
+                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1}),
+    [](const testing::TestParamInfo<ChoiceCase>& info) { return std::string(info.param.name); });
+
+TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
+    mail.folders = {folder("INBOX", 100)};
+    std::vector<BackupProgress> reports;
+    auto summary = backUp(&reports);
+
+    EXPECT_EQ(summary.newMessages, 100);
+    EXPECT_EQ(summary.folders, 1);
+    EXPECT_EQ(commandsNamed("UID FETCH").size(), 1u + 3u); // one metadata chunk, 40+40+20
+    std::int64_t total = 0;
+    for (const auto& [uid, bytes] : mail.folders[0].messages) {
+        total += static_cast<std::int64_t>(bytes.size());
+        EXPECT_EQ(FileIO::read(layout.url(summary.files.at(uid - 1))), bytes);
+    }
+    EXPECT_EQ(summary.bytes, total);
+    EXPECT_EQ(messageFiles(layout.root).size(), 100u);
+
+    std::vector<std::string> phases;
+    for (const auto& report : reports) {
+        phases.push_back(report.phase);
+        EXPECT_EQ(report.account, "Acct");
+    }
+    EXPECT_EQ(phases,
+              (std::vector<std::string>{"Checking", "Measuring", "Downloading", "Downloading",
+                                        "Downloading", "Downloading", "Done"}));
+    EXPECT_EQ(reports[0].messagesTotal + reports[1].messagesTotal, 0);
+    EXPECT_EQ(reports[2].messagesTotal, 100);
+    EXPECT_EQ(reports[2].messagesDone, 0);
+    EXPECT_EQ(reports[2].bytesTotal, total);
+    EXPECT_EQ(reports[3].newFiles.size(), 40u);
+    EXPECT_EQ(reports[4].messagesDone, 80);
+    EXPECT_EQ(reports[5].newFiles.size(), 20u);
+    EXPECT_EQ(reports[5].bytesDone, total);
+    EXPECT_TRUE(reports[5].completed.empty());
+    EXPECT_EQ(reports[6].messagesDone, 100);
+    EXPECT_TRUE(reports[6].newFiles.empty());
+    EXPECT_EQ(reports[6].completed, (std::map<std::string, int>{{"INBOX", 100}}));
+
+    auto filed = state("INBOX");
+    EXPECT_EQ(filed.highestUID, 100u);
+    EXPECT_EQ(filed.files.size(), 100u);
+    EXPECT_EQ(filed.directory, "Acct/INBOX");
+    ASSERT_TRUE(filed.lastRun.has_value());
+    EXPECT_EQ(filed.files.at("1"), "Acct/INBOX/2024/2024-03-05 m1 1.eml");
+
+    auto before = snapshot(layout.root);
+    size_t commandsBefore = mail.commands().size();
+    reports.clear();
+    auto again = backUp(&reports);
+    EXPECT_EQ(again.newMessages, 0);
+    EXPECT_EQ(again.folders, 1);
+    auto commands = mail.commands();
+    EXPECT_EQ(std::vector<std::string>(commands.begin() + commandsBefore, commands.end()),
+              (std::vector<std::string>{"LOGIN joe pw", "LIST  *", "EXAMINE INBOX",
+                                        "UID SEARCH UID 101:*", "LOGOUT"}));
+    EXPECT_EQ(reports.back().completed, (std::map<std::string, int>{{"INBOX", 0}}));
+    auto after = snapshot(layout.root);
+    after.erase(layout.syncURL(account).lexically_relative(layout.root).string());
+    before.erase(layout.syncURL(account).lexically_relative(layout.root).string());
+    EXPECT_EQ(after, before);
+}
+
+TEST_F(RunnerWithFake, EmptyFolderStillFinishes) {
+    mail.folders = {folder("INBOX", 0)};
+    auto summary = backUp();
+    EXPECT_EQ(summary.folders, 1);
+    EXPECT_TRUE(commandsNamed("UID SEARCH").empty());
+    EXPECT_TRUE(state("INBOX").lastRun.has_value());
+}
+
+TEST_F(RunnerWithFake, MessageWithoutSizeWeighsInThePlanButNotInTheTotal) {
+    mail.folders = {folder("INBOX", 3)};
+    mail.folders[0].withoutSize = {2};
+    std::vector<BackupProgress> reports;
+    auto summary = backUp(&reports);
+    EXPECT_EQ(summary.newMessages, 3);
+    EXPECT_EQ(reports.at(2).bytesTotal,
+              static_cast<std::int64_t>(mail.folders[0].messages[1].size() +
+                                        mail.folders[0].messages[3].size()));
+    EXPECT_GT(reports.at(3).bytesDone, reports.at(3).bytesTotal);
+    EXPECT_EQ(state("INBOX").sizes->at("2"),
+              static_cast<std::int64_t>(mail.folders[0].messages[2].size()));
+}
+
+TEST_F(RunnerWithFake, SearchAnswerAtOrBelowHighestUIDFetchesNothing) {
+    mail.folders = {folder("INBOX", 100)};
+    backUp();
+    size_t fetchesBefore = commandsNamed("UID FETCH").size();
+    // The server answers "UID 101:*" with UID 100, its last message; nothing is asked for.
+    auto summary = backUp();
+    EXPECT_EQ(summary.newMessages, 0);
+    EXPECT_EQ(commandsNamed("UID FETCH").size(), fetchesBefore);
+}
+
+TEST_F(RunnerWithFake, NewMailIsFiledAlone) {
+    mail.folders = {folder("INBOX", 5)};
+    backUp();
+    mail.folders[0].messages[9] = message(9);
+    auto summary = backUp();
+    EXPECT_EQ(summary.files, (std::vector<std::string>{"Acct/INBOX/2024/2024-03-05 m9 9.eml"}));
+    EXPECT_EQ(commandsNamed("UID FETCH").back(),
+              "UID FETCH 9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])");
+}
+
+TEST_F(RunnerWithFake, DropInTheMiddleOfABodyKeepsFinishedBatchesAndResumes) {
+    mail.folders = {folder("INBOX", 100)};
+    mail.dropInBody = 50;
+    try {
+        backUp();
+        FAIL() << "the run should have failed";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.kind(), IMAPError::Kind::closed) << error;
+    }
+    auto filed = state("INBOX");
+    EXPECT_EQ(filed.highestUID, 40u);
+    EXPECT_EQ(filed.files.size(), 40u);
+    EXPECT_FALSE(filed.lastRun.has_value());
+    // Bodies 41 to 49 reached the disk before the drop, unrecorded.
+    EXPECT_EQ(messageFiles(layout.root).size(), 49u);
+
+    mail.dropInBody.reset();
+    auto summary = backUp();
+    EXPECT_EQ(summary.newMessages, 60);
+    EXPECT_EQ(messageFiles(layout.root).size(), 100u);
+    filed = state("INBOX");
+    EXPECT_EQ(filed.files.size(), 100u);
+    for (const auto& [uid, path] : filed.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.folders[0].messages.at(std::stoul(uid)));
+    }
+}
+
+TEST_F(RunnerWithFake, StallEndsInTimeoutAndTheNextRunResumes) {
+    auto first = message(1);
+    auto second = message(2);
+    auto literal = [](const std::string& bytes) {
+        std::string escaped;
+        for (char c : bytes) {
+            escaped += c == '\r'   ? std::string("\\r")
+                       : c == '\n' ? std::string("\\n")
+                                   : std::string(1, c);
+        }
+        return escaped;
+    };
+    auto meta = [](std::uint32_t uid, const std::string& bytes) {
+        return "S: * " + std::to_string(uid) + " FETCH (UID " + std::to_string(uid) +
+               " RFC822.SIZE " + std::to_string(bytes.size()) + ")\n";
+    };
+    auto body = [&](std::uint32_t uid, const std::string& bytes, bool whole) {
+        return "B: * " + std::to_string(uid) + " FETCH (UID " + std::to_string(uid) + " BODY[] {" +
+               std::to_string(bytes.size()) + "}\\r\\n" +
+               literal(whole ? bytes + ")\r\n" : bytes.substr(0, 10)) + "\n";
+    };
+    std::string opening =
+        "S: * OK hi\nC: * LOGIN \"joe\" \"pw\"\nS: $TAG OK [CAPABILITY IMAP4rev1] in\n"
+        "C: * LIST \"\" \"*\"\nS: * LIST () \"/\" INBOX\nS: $TAG OK done\n"
+        "C: * EXAMINE \"INBOX\"\nS: * 2 EXISTS\nS: * OK [UIDVALIDITY 3] v\n"
+        "S: $TAG OK done\n";
+    test::FakeIMAPServer stalling(
+        opening + "C: * UID SEARCH UID 1:*\nS: * SEARCH 1 2\nS: $TAG OK done\n" +
+        "C: * UID FETCH 1:2 (UID RFC822.SIZE INTERNALDATE FLAGS)\n" + meta(1, first) +
+        meta(2, second) + "S: $TAG OK done\n" +
+        "C: * UID FETCH 1 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])\n" +
+        body(1, first, true) + "S: $TAG OK done\n" +
+        "C: * UID FETCH 2 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])\n" +
+        body(2, second, false) + "stall\n");
+    auto backup = runner(stalling.port());
+    backup.batchCount = 1;
+    backup.timeout = 0.3;
+    try {
+        backup.run({});
+        FAIL() << "the run should have timed out";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.kind(), IMAPError::Kind::timeout) << error;
+    }
+    EXPECT_EQ(state("INBOX").highestUID, 1u);
+    EXPECT_EQ(messageFiles(layout.root).size(), 1u);
+
+    test::FakeIMAPServer resuming(
+        opening + "C: * UID SEARCH UID 2:*\nS: * SEARCH 2\nS: $TAG OK done\n" +
+        "C: * UID FETCH 2 (UID RFC822.SIZE INTERNALDATE FLAGS)\n" + meta(2, second) +
+        "S: $TAG OK done\n" +
+        "C: * UID FETCH 2 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])\n" +
+        body(2, second, true) + "S: $TAG OK done\nC: * LOGOUT\nS: $TAG OK bye\n");
+    auto summary = runner(resuming.port()).run({});
+    EXPECT_TRUE(resuming.waitUntilDone());
+    EXPECT_TRUE(resuming.ok()) << testing::PrintToString(resuming.failures());
+    EXPECT_EQ(summary.newMessages, 1);
+    EXPECT_EQ(state("INBOX").files.size(), 2u);
+}
+
+TEST_F(RunnerWithFake, FailedLogoutDoesNotFailTheRun) {
+    mail.folders = {folder("INBOX", 2)};
+    mail.closeOnLogout = true;
+    EXPECT_EQ(backUp().newMessages, 2);
+}
+
+TEST_F(RunnerWithFake, CancellingBetweenBatchesKeepsWhatWasSaved) {
+    mail.folders = {folder("INBOX", 100), folder("Sent", 3)};
+    account.folders = {"INBOX", "Sent"};
+    auto server = mail.serve();
+    auto backup = runner(server->port());
+    std::stop_source stop;
+    EXPECT_THROW(backup.run(
+                     [&](const BackupProgress& report) {
+                         if (!report.newFiles.empty()) {
+                             stop.request_stop();
+                         }
+                     },
+                     stop.get_token()),
+                 CancellationError);
+    EXPECT_EQ(state("INBOX").files.size(), 40u);
+    EXPECT_EQ(messageFiles(layout.root).size(), 40u);
+    EXPECT_TRUE(commandsNamed("EXAMINE Sent").empty());
+}
+
+TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWriting) {
+    mail.folders = {folder("INBOX", 30)};
+    auto first = backUp();
+    auto before = snapshot(layout.root);
+    // The server rebuilt its index: the same messages under new UIDs and a new UIDVALIDITY.
+    FakeFolder renumbered{"INBOX", {}, 2, {}, {}};
+    for (const auto& [uid, bytes] : mail.folders[0].messages) {
+        renumbered.messages[uid + 500] = bytes;
+    }
+    mail.folders = {renumbered};
+    auto summary = backUp();
+    EXPECT_EQ(summary.newMessages, 30);
+    EXPECT_EQ(summary.files, first.files);
+    auto after = snapshot(layout.root);
+    auto sync = layout.syncURL(account).lexically_relative(layout.root).string();
+    before.erase(sync);
+    after.erase(sync);
+    EXPECT_EQ(after, before);
+    auto filed = state("INBOX");
+    EXPECT_EQ(filed.uidValidity, 2u);
+    EXPECT_EQ(filed.highestUID, 530u);
+    EXPECT_EQ(filed.files.size(), 30u);
+    EXPECT_EQ(filed.files.at("501"), first.files.at(0));
+    EXPECT_EQ(filed.sizes->size(), 30u);
+}
+
+TEST_F(RunnerWithFake, DifferentMessageOnTheSameNameGetsACounter) {
+    mail.folders = {folder("INBOX", 0)};
+    mail.folders[0].messages[1] = message(1, "same");
+    backUp();
+    // After a UIDVALIDITY change, UID 1 is another message with the same subject and day.
+    mail.folders[0].uidValidity = 2;
+    mail.folders[0].messages[1] = message(2, "same");
+    auto summary = backUp();
+    ASSERT_EQ(summary.files.size(), 1u);
+    EXPECT_EQ(summary.files[0], "Acct/INBOX/2024/2024-03-05 same 1 (2).eml");
+    EXPECT_EQ(state("INBOX").files.at("1"), summary.files[0]);
+    EXPECT_EQ(FileIO::read(layout.url(summary.files[0])), message(2, "same"));
+    EXPECT_EQ(FileIO::read(layout.url("Acct/INBOX/2024/2024-03-05 same 1.eml")),
+              message(1, "same"));
+}
+
+TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
+    mail.folders = {folder("INBOX", 3)};
+    fs::create_directories(layout.root);
+    std::ofstream(layout.root / "Acct") << "in the way";
+    EXPECT_THROW(backUp(), std::system_error);
+    EXPECT_FALSE(fs::exists(layout.syncURL(account)));
+}
+
+TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
+    mail.folders = {folder("INBOX", 3)};
+    fs::create_directories(layout.root);
+    std::ofstream(layout.root / ".quernstead") << "in the way";
+    EXPECT_THROW(backUp(), std::system_error);
+    auto files = messageFiles(layout.root);
+    EXPECT_EQ(files.size(), 3u);
+    for (const auto& path : files) {
+        EXPECT_FALSE(fs::path(path).filename().string().starts_with(AtomicFile::temporaryPrefix));
+    }
+}
+
+// A file size limit in a child process: the write fails with EFBIG partway through a message,
+// and what is left in the vault is whole messages only.
+TEST_F(RunnerWithFake, FileSizeLimitFailsTheWriteAndLeavesNoPartialFile) {
+    mail.folders = {folder("INBOX", 0)};
+    for (std::uint32_t uid = 1; uid <= 6; ++uid) {
+        mail.folders[0].messages[uid] = message(uid, {}, uid * 20'000);
+    }
+    auto server = mail.serve();
+    auto backup = runner(server->port());
+    backup.batchCount = 2;
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit {
+            70'000, 70'000
+        };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        try {
+            backup.run({});
+        } catch (const std::system_error& error) {
+            ::_exit(error.code().value() == EFBIG ? 3 : 4);
+        } catch (...) {
+            ::_exit(5);
+        }
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    std::set<std::string> messages;
+    for (const auto& [uid, bytes] : mail.folders[0].messages) {
+        messages.insert(bytes);
+    }
+    auto files = messageFiles(layout.root);
+    EXPECT_GE(files.size(), 3u);
+    EXPECT_LT(files.size(), 6u);
+    for (const auto& path : files) {
+        EXPECT_TRUE(messages.contains(FileIO::read(layout.url(path)))) << path;
+    }
+    // The saved state names only files that are there.
+    for (const auto& [uid, path] : state("INBOX").files) {
+        EXPECT_TRUE(fs::exists(layout.url(path))) << path;
+    }
+}
+
+TEST(FilesBySize, WalksEMLFilesAtAnyDepth) {
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout{directory.path()};
+    fs::create_directories(directory.path() / "A/F/2024/deep");
+    std::ofstream(directory.path() / "A/F/2024/x.eml") << "abc";
+    std::ofstream(directory.path() / "A/F/2024/deep/y.EML") << "xyz";
+    std::ofstream(directory.path() / "A/F/2024/z.eml") << "four";
+    std::ofstream(directory.path() / "A/F/2024/note.txt") << "abc";
+    std::ofstream(directory.path() / "A/F/2024/.qs-tmp-1-0-w.eml") << "abc";
+    auto bySize = BackupRunner::filesBySize(layout, "A/F");
+    EXPECT_EQ(bySize,
+              (std::map<std::uint64_t, std::vector<std::string>>{
+                  {3, {"A/F/2024/deep/y.EML", "A/F/2024/x.eml"}}, {4, {"A/F/2024/z.eml"}}}));
+    EXPECT_TRUE(BackupRunner::filesBySize(layout, "missing").empty());
+    BackupRunner::removeLeftovers(layout, "A/F");
+    EXPECT_FALSE(fs::exists(directory.path() / "A/F/2024/.qs-tmp-1-0-w.eml"));
+    EXPECT_TRUE(fs::exists(directory.path() / "A/F/2024/x.eml"));
+}
+
+} // namespace
