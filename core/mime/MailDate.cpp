@@ -4,6 +4,7 @@
 #include "support/Unicode.h"
 
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <unicode/locid.h>
@@ -107,6 +108,13 @@ std::optional<Date> parse(std::string_view raw) {
         }
         if (expectsFourDigitYear(patterns[i]) && when < yearOneHundred) {
             continue;
+        }
+        // A date the clock can't hold (it spans some 292 years either side of 1970 in
+        // nanoseconds) is nonsense in mail; the callers fall back on other dates.
+        constexpr auto limit =
+            std::chrono::duration_cast<std::chrono::milliseconds>(Date::duration::max());
+        if (!(std::abs(when) < double(limit.count()))) {
+            return std::nullopt;
         }
         auto millis = std::chrono::milliseconds(static_cast<int64_t>(when));
         return Date(std::chrono::duration_cast<Date::duration>(millis));

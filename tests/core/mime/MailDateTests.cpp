@@ -47,6 +47,8 @@ TEST(MailDate, Parse) {
         {"wrong weekday still reads the date", "Mon, 5 Mar 2024 10:00:00 +0000",
          utc(2024, 3, 5, 10, 0, 0)},
         {"ISO date", "2024-03-05", std::nullopt},
+        {"beyond what the clock holds", "Tue, 5 Mar 3609 10:00:00 +0000", std::nullopt},
+        {"before what the clock holds", "Tue, 5 Mar 1500 10:00:00 +0000", std::nullopt},
         {"trailing garbage", "Tue, 5 Mar 2024 10:00:00 +0000 xyz", std::nullopt},
         {"month out of range", "5 Foo 2024 10:00:00 +0000", std::nullopt},
         {"day out of range", "32 Mar 2024 10:00:00 +0000", std::nullopt},
