@@ -1,0 +1,24 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace qs {
+
+/// A failure of the system's password store (the Secret Service), carrying the store's own
+/// code and message so the error can be worded for the user without losing what happened.
+class KeychainError : public std::runtime_error {
+public:
+    /// `message` is the store's text; when it has none, "Keychain error {code}".
+    KeychainError(int code, const std::string& message)
+        : std::runtime_error(message.empty() ? "Keychain error " + std::to_string(code) : message),
+          code_(code) {}
+
+    /// The store's error code (a GError code of its domain).
+    int code() const { return code_; }
+
+private:
+    int code_;
+};
+
+} // namespace qs

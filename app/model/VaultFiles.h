@@ -1,0 +1,23 @@
+#pragma once
+
+#include "model/SavedSearch.h"
+#include "vault/ArchiveLayout.h"
+#include "vault/MailAccount.h"
+
+#include <optional>
+#include <vector>
+
+namespace qs::VaultFiles {
+
+/// The store's best-effort records in the vault's meta folder. Loading never fails: anything
+/// missing, unreadable or damaged is nothing. Saving reports nothing: the list in memory stays
+/// right until the next launch.
+
+std::optional<std::vector<MailAccount>> loadAccounts(const ArchiveLayout& layout);
+void saveAccounts(const ArchiveLayout& layout, const std::vector<MailAccount>& accounts) noexcept;
+
+std::optional<std::vector<SavedSearch>> loadSavedSearches(const ArchiveLayout& layout);
+void saveSavedSearches(const ArchiveLayout& layout,
+                       const std::vector<SavedSearch>& searches) noexcept;
+
+} // namespace qs::VaultFiles
