@@ -149,6 +149,61 @@ void issueServerCertificate(const CertificateAuthority& ca, const fs::path& fold
               readFile(folder / "server.pem") + readFile(ca.certificate));
 }
 
+void replaceAll(std::string& text, std::string_view from, const std::string& to) {
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
+        text.replace(at, from.size(), to);
+        at += to.size();
+    }
+}
+
+// Everything under the fixture's folder, nothing shared with a system Dovecot. A plain port of
+// 0 turns that listener off. One passwd-file per user (%u): Dovecot re-reads a changed file at
+// most once a second, but opens a file it hasn't seen at once, so a user added now can sign in
+// now.
+constexpr const char* configTemplate = R"(protocols = imap
+listen = 127.0.0.1
+base_dir = @DIR@/run
+state_dir = @DIR@/state
+log_path = @DIR@/dovecot.log
+info_log_path = @DIR@/dovecot.log
+default_internal_user = dovecot
+default_login_user = dovenull
+first_valid_uid = 1
+mail_location = maildir:~/Maildir
+mail_fsync = never
+disable_plaintext_auth = no
+auth_mechanisms = plain login
+auth_failure_delay = 0
+ssl = yes
+ssl_cert = <@DIR@/server-chain.pem
+ssl_key = <@DIR@/server.key
+ssl_min_protocol = TLSv1.2
+passdb {
+  driver = passwd-file
+  args = scheme=PLAIN @DIR@/users/%u
+}
+userdb {
+  driver = passwd-file
+  args = @DIR@/users/%u
+}
+namespace inbox {
+  inbox = yes
+  separator = /
+}
+protocol imap {
+  mail_max_userip_connections = 1000
+}
+service imap-login {
+  inet_listener imap {
+    port = @IMAP@
+  }
+  inet_listener imaps {
+    port = @IMAPS@
+    ssl = yes
+  }
+}
+)";
+
 } // namespace
 
 DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
@@ -166,53 +221,12 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         imapPort_ = options_.plainListener ? freePort() : 0;
         writeUsers();
 
-        std::string d = directory_.string();
         configFile_ = directory_ / "dovecot.conf";
-        writeFile(configFile_, "protocols = imap\n"
-                               "listen = 127.0.0.1\n"
-                               "base_dir = " +
-                                   d +
-                                   "/run\n"
-                                   "state_dir = " +
-                                   d +
-                                   "/state\n"
-                                   "log_path = " +
-                                   d +
-                                   "/dovecot.log\n"
-                                   "info_log_path = " +
-                                   d +
-                                   "/dovecot.log\n"
-                                   "default_internal_user = dovecot\n"
-                                   "default_login_user = dovenull\n"
-                                   "first_valid_uid = 1\n"
-                                   "mail_location = maildir:~/Maildir\n"
-                                   "mail_fsync = never\n"
-                                   "disable_plaintext_auth = no\n"
-                                   "auth_mechanisms = plain login\n"
-                                   "ssl = yes\n"
-                                   "ssl_cert = <" +
-                                   d +
-                                   "/server-chain.pem\n"
-                                   "ssl_key = <" +
-                                   d +
-                                   "/server.key\n"
-                                   "ssl_min_protocol = TLSv1.2\n"
-                                   "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN " +
-                                   d +
-                                   "/users\n}\n"
-                                   "userdb {\n  driver = passwd-file\n  args = " +
-                                   d +
-                                   "/users\n}\n"
-                                   "namespace inbox {\n  inbox = yes\n  separator = /\n}\n"
-                                   "protocol imap {\n  mail_max_userip_connections = 1000\n}\n"
-                                   "service imap-login {\n"
-                                   "  inet_listener imap {\n    port = " +
-                                   std::to_string(imapPort_) +
-                                   "\n  }\n"
-                                   "  inet_listener imaps {\n    port = " +
-                                   std::to_string(imapsPort_) +
-                                   "\n    ssl = yes\n  }\n"
-                                   "}\n");
+        std::string config = configTemplate;
+        replaceAll(config, "@DIR@", directory_.string());
+        replaceAll(config, "@IMAP@", std::to_string(imapPort_));
+        replaceAll(config, "@IMAPS@", std::to_string(imapsPort_));
+        writeFile(configFile_, config);
 
         master_ = ::fork();
         if (master_ < 0) {
@@ -275,14 +289,19 @@ DovecotFixture& DovecotFixture::shared() {
 }
 
 void DovecotFixture::writeUsers() const {
-    std::string text;
+    fs::create_directories(directory_ / "users");
     for (const auto& [user, password] : users_) {
-        text += user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
-                std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() + "::\n";
+        std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
+                           std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() +
+                           "::\n";
+        fs::path path = directory_ / "users" / user;
+        if (fs::exists(path) && readFile(path) == line) {
+            continue;
+        }
+        // Replaced whole so that Dovecot never sees half a file.
+        writeFile(directory_ / "users" / (user + ".new"), line);
+        fs::rename(directory_ / "users" / (user + ".new"), path);
     }
-    // Replaced whole so that Dovecot, which re-reads the file when it changes, never sees half.
-    writeFile(directory_ / "users.new", text);
-    fs::rename(directory_ / "users.new", directory_ / "users");
 }
 
 void DovecotFixture::addUser(const std::string& user, const std::string& password) {

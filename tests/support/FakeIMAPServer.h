@@ -74,7 +74,8 @@ private:
 ///
 /// A mismatch is recorded in `failures()` and closes the connection. After the last step the
 /// fake keeps the connection open and reads on; a further client line counts as a failure
-/// ("unexpected"), and the client closing is fine. Tests end with `EXPECT_TRUE(server.ok())`.
+/// ("unexpected"), and the client closing is fine. Tests end with
+/// `EXPECT_TRUE(server.waitUntilDone())`: the client may be done a moment before the fake is.
 ///
 /// Programmable mode: every connection gets the greeting, then each complete client command
 /// (literals answered with "+ go ahead" and inlined) goes to the handler, which answers through

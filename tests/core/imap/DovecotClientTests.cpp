@@ -1,0 +1,299 @@
+// The whole path against a real Dovecot over TLS on 127.0.0.1: sign-in, folders, reading
+// by UID, flags and expunge, large bodies byte for byte, and the TLS refusals.
+#include "imap/IMAPClient.h"
+#include "support/Corpus.h"
+#include "support/DovecotFixture.h"
+
+#include <gtest/gtest.h>
+
+namespace qs {
+namespace {
+
+using test::DovecotFixture;
+using namespace std::chrono_literals;
+
+// Dovecot keeps messages with LF line ends and serves them with CR LF; delivering CR LF text
+// makes what comes back comparable byte for byte.
+std::string withCRLF(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 40);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
+            out += '\r';
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+bool hasBareCR(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string message(const std::string& subject, const std::string& body) {
+    return "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: " + subject +
+           "\r\nDate: Tue, 5 Mar 2024 10:00:00 +0000\r\nMessage-ID: <" + subject +
+           "@example.org>\r\n\r\n" + body + "\r\n";
+}
+
+class DovecotClient : public ::testing::Test {
+protected:
+    // Each test signs in as a user of its own, so folders and UIDs don't mix between tests.
+    IMAPClient& signIn(const std::string& user) {
+        dovecot().addUser(user, password);
+        client_ = std::make_unique<IMAPClient>(server(), 30s);
+        client_->connect();
+        client_->login(user, password);
+        return *client_;
+    }
+
+    static DovecotFixture& dovecot() { return DovecotFixture::shared(); }
+    static IMAPServer server() { return IMAPServer{"127.0.0.1", dovecot().imapsPort(), false}; }
+
+    void TearDown() override {
+        if (client_) {
+            client_->logout();
+        }
+    }
+
+    // Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
+    const std::string password = "s3cret \"wörd\"";
+
+private:
+    std::unique_ptr<IMAPClient> client_;
+};
+
+TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
+    dovecot().addUser("reader", password);
+    dovecot().createFolder("reader", "Archive/2023");
+    dovecot().createFolder("reader", "Entwürfe");
+    std::vector<std::string> sent = {message("one", "first"), message("two", "second"),
+                                     message("three", "third")};
+    for (const std::string& text : sent) {
+        dovecot().deliver("reader", "INBOX", text);
+    }
+    IMAPClient& client = signIn("reader");
+    EXPECT_TRUE(client.capabilities().contains("IMAP4REV1"));
+    EXPECT_TRUE(client.capabilities().contains("UIDPLUS"));
+
+    std::vector<IMAPMailbox> mailboxes = client.list();
+    auto find = [&](const std::string& name) -> const IMAPMailbox* {
+        for (const IMAPMailbox& mailbox : mailboxes) {
+            if (mailbox.name == name) {
+                return &mailbox;
+            }
+        }
+        return nullptr;
+    };
+    ASSERT_NE(find("INBOX"), nullptr);
+    ASSERT_NE(find("Archive"), nullptr);
+    ASSERT_NE(find("Archive/2023"), nullptr);
+    EXPECT_EQ(find("Archive/2023")->delimiter, "/");
+    const IMAPMailbox* drafts = find("Entw&APw-rfe");
+    ASSERT_NE(drafts, nullptr) << ::testing::PrintToString(mailboxes);
+    EXPECT_EQ(drafts->displayName, "Entwürfe");
+    EXPECT_TRUE(client.select(drafts->name, true).uidValidity != 0);
+
+    SelectInfo info = client.select("INBOX", true);
+    EXPECT_EQ(info, (SelectInfo{dovecot().uidValidity("reader", "INBOX"), 3, 4, true}));
+
+    EXPECT_EQ(client.uidSearch("ALL"), (std::vector<uint32_t>{1, 2, 3}));
+    EXPECT_EQ(client.uidSearch("UID 2:*"), (std::vector<uint32_t>{2, 3}));
+    EXPECT_TRUE(client.uidSearch("DELETED").empty());
+
+    std::vector<IMAPFetchItem> meta = client.fetchMeta({1, 2, 3});
+    ASSERT_EQ(meta.size(), 3u);
+    for (size_t i = 0; i < meta.size(); ++i) {
+        EXPECT_EQ(meta[i].uid, i + 1);
+        EXPECT_EQ(meta[i].size, static_cast<int64_t>(sent[i].size()));
+        EXPECT_TRUE(meta[i].internalDate.has_value());
+        EXPECT_FALSE(meta[i].body.has_value());
+    }
+
+    std::vector<std::string> bodies;
+    client.fetchBodies({3, 1, 2}, [&](IMAPFetchItem&& item) {
+        EXPECT_EQ(item.size, static_cast<int64_t>(item.body->size()));
+        bodies.push_back(std::move(*item.body));
+    });
+    EXPECT_EQ(bodies, sent);
+    // BODY.PEEK[] leaves the messages unread.
+    for (const auto& stored : dovecot().messages("reader", "INBOX")) {
+        EXPECT_TRUE(stored.flags.empty()) << ::testing::PrintToString(stored.flags);
+    }
+}
+
+TEST_F(DovecotClient, RealWorldMessagesComeBackByteForByte) {
+    dovecot().addUser("corpus", password);
+    std::vector<std::string> delivered;
+    for (const test::CorpusMessage& corpus : test::corpusMessages()) {
+        // Bare CRs and NULs are Dovecot's to rewrite; those aren't the client's to prove.
+        if (corpus.bytes.find('\0') != std::string::npos || corpus.bytes.size() < 64 ||
+            hasBareCR(corpus.bytes)) {
+            continue;
+        }
+        std::string text = withCRLF(corpus.bytes);
+        dovecot().deliver("corpus", "INBOX", text);
+        delivered.push_back(std::move(text));
+        if (delivered.size() == 30) {
+            break;
+        }
+    }
+    ASSERT_GE(delivered.size(), 20u);
+    IMAPClient& client = signIn("corpus");
+    client.select("INBOX", true);
+    std::vector<uint32_t> uids = client.uidSearch("ALL");
+    ASSERT_EQ(uids.size(), delivered.size());
+    size_t index = 0;
+    client.fetchBodies(uids, [&](IMAPFetchItem&& item) {
+        ASSERT_LT(index, delivered.size());
+        EXPECT_EQ(item.uid, uids[index]);
+        EXPECT_TRUE(*item.body == delivered[index]) << "message " << index << " differs";
+        ++index;
+    });
+    EXPECT_EQ(index, delivered.size());
+}
+
+TEST_F(DovecotClient, ATwentyMegabyteBodyArrivesWhole) {
+    dovecot().addUser("large", password);
+    std::string body;
+    body.reserve(20'000'000);
+    for (uint64_t line = 0; body.size() < 20'000'000; ++line) {
+        // Varied lines, so a dropped or repeated chunk can't go unnoticed.
+        body +=
+            "line " + std::to_string(line) + " " + std::string(line % 70, 'a' + line % 26) + "\r\n";
+    }
+    std::string text = message("large", body);
+    dovecot().deliver("large", "INBOX", text);
+    IMAPClient& client = signIn("large");
+    client.select("INBOX", true);
+    int64_t before = client.bytesRead();
+    int count = 0;
+    client.fetchBodies({1}, [&](IMAPFetchItem&& item) {
+        ++count;
+        ASSERT_EQ(item.body->size(), text.size());
+        EXPECT_TRUE(*item.body == text);
+        EXPECT_EQ(item.size, static_cast<int64_t>(text.size()));
+    });
+    EXPECT_EQ(count, 1);
+    EXPECT_GT(client.bytesRead() - before, static_cast<int64_t>(text.size()));
+}
+
+TEST_F(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
+    dovecot().addUser("scratch", password);
+    dovecot().createFolder("scratch", "Scratch");
+    for (int i = 1; i <= 4; ++i) {
+        dovecot().deliver("scratch", "Scratch", message("m" + std::to_string(i), "x"));
+    }
+    IMAPClient& client = signIn("scratch");
+    SelectInfo info = client.select("Scratch", false);
+    EXPECT_FALSE(info.readOnly);
+    EXPECT_EQ(info.exists, 4);
+
+    client.markDeleted({2, 3});
+    EXPECT_EQ(client.uidSearch("DELETED"), (std::vector<uint32_t>{2, 3}));
+    client.unmarkDeleted({3});
+    EXPECT_EQ(client.uidSearch("DELETED"), (std::vector<uint32_t>{2}));
+    EXPECT_TRUE(client.expunge({2}));
+    std::vector<uint32_t> left;
+    for (const auto& stored : dovecot().messages("scratch", "Scratch")) {
+        left.push_back(stored.uid);
+    }
+    EXPECT_EQ(left, (std::vector<uint32_t>{1, 3, 4}));
+}
+
+TEST_F(DovecotClient, ReportsANewUIDValidity) {
+    dovecot().addUser("renumbered", password);
+    dovecot().createFolder("renumbered", "Box");
+    dovecot().setUIDValidity("renumbered", "Box", 4242);
+    IMAPClient& client = signIn("renumbered");
+    EXPECT_EQ(client.select("Box", true).uidValidity, 4242u);
+}
+
+TEST_F(DovecotClient, RefusalsAreCommandFailuresWithTheServersText) {
+    dovecot().addUser("refused", password);
+    {
+        IMAPClient client(server(), 30s);
+        client.connect();
+        try {
+            client.login("refused", "wrong");
+            ADD_FAILURE() << "signed in with a wrong password";
+        } catch (const IMAPError& error) {
+            EXPECT_EQ(error.kind(), IMAPError::Kind::commandFailed);
+            EXPECT_EQ(error.command(), "LOGIN");
+            EXPECT_EQ(error.status(), IMAPStatus::no);
+            EXPECT_TRUE(error.description().starts_with("Sign-in was refused (NO): "));
+        }
+        client.logout();
+    }
+    IMAPClient& client = signIn("refused");
+    try {
+        client.select("Nowhere", true);
+        ADD_FAILURE() << "selected a missing folder";
+    } catch (const IMAPError& error) {
+        EXPECT_TRUE(error.description().starts_with("EXAMINE failed (NO): "))
+            << error.description();
+    }
+}
+
+TEST_F(DovecotClient, AHostNameNamedByTheCertificateIsAccepted) {
+    dovecot().addUser("byname", password);
+    IMAPClient client(IMAPServer{"localhost", dovecot().imapsPort(), false}, 30s);
+    client.connect();
+    client.login("byname", password);
+    EXPECT_FALSE(client.list().empty());
+    client.logout();
+}
+
+TEST_F(DovecotClient, PlaintextDevelopmentModeReachesThePlainListener) {
+    DovecotFixture::Options options;
+    options.plainListener = true;
+    DovecotFixture plain(options);
+    plain.addUser("dev", "pw");
+    IMAPClient client(IMAPServer{"127.0.0.1", plain.imapPort(), true}, 30s);
+    client.connect();
+    client.login("dev", "pw");
+    EXPECT_EQ(client.select("INBOX", true).exists, 0);
+    client.logout();
+}
+
+// A certificate from a CA nobody trusts, and one for another host name: both refused during
+// the handshake, with the words of the certificate check in the text.
+TEST(DovecotTLS, RefusesUntrustedAndMisnamedCertificates) {
+    struct Row {
+        const char* name;
+        bool trusted;
+        const char* certificateHost;
+        const char* host;
+        const char* verdict;
+    } rows[] = {
+        {"untrusted CA", false, "", "127.0.0.1", "(self-signed certificate in certificate chain)"},
+        {"other host name", true, "mail.example.invalid", "localhost", "(hostname mismatch)"},
+        {"other host, by address", true, "mail.example.invalid", "127.0.0.1",
+         "(IP address mismatch)"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        DovecotFixture::Options options;
+        options.trusted = row.trusted;
+        options.certificateHost = row.certificateHost;
+        DovecotFixture fixture(options);
+        IMAPClient client(IMAPServer{row.host, fixture.imapsPort(), false}, 30s);
+        try {
+            client.connect();
+            ADD_FAILURE() << "the handshake succeeded";
+        } catch (const IMAPError& error) {
+            EXPECT_EQ(error.kind(), IMAPError::Kind::connectionFailed);
+            EXPECT_NE(error.text().find("certificate verify failed"), std::string::npos)
+                << error.text();
+            EXPECT_NE(error.text().find(row.verdict), std::string::npos) << error.text();
+        }
+    }
+}
+
+} // namespace
+} // namespace qs
