@@ -1,0 +1,370 @@
+#include "support/FakeMailbox.h"
+
+#include <algorithm>
+#include <cctype>
+#include <ctime>
+
+namespace qs::test {
+
+namespace {
+
+constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+std::string upper(std::string text) {
+    for (char& c : text) {
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return text;
+}
+
+std::string internalDate(int64_t seconds) {
+    std::time_t time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    ::gmtime_r(&time, &parts);
+    char text[40];
+    std::snprintf(text, sizeof text, "%02d-%s-%04d %02d:%02d:%02d +0000", parts.tm_mday,
+                  months[parts.tm_mon], parts.tm_year + 1900, parts.tm_hour, parts.tm_min,
+                  parts.tm_sec);
+    return text;
+}
+
+// "5-Mar-2024" as the Unix seconds of its midnight in UTC; -1 when it doesn't read.
+int64_t searchDate(const std::string& text) {
+    int day = 0;
+    int year = 0;
+    char month[4] = {};
+    if (std::sscanf(text.c_str(), "%d-%3c-%d", &day, month, &year) != 3) {
+        return -1;
+    }
+    for (int m = 0; m < 12; ++m) {
+        if (upper(month) == upper(months[m])) {
+            std::tm parts{};
+            parts.tm_mday = day;
+            parts.tm_mon = m;
+            parts.tm_year = year - 1900;
+            return static_cast<int64_t>(::timegm(&parts));
+        }
+    }
+    return -1;
+}
+
+// Whether `uid` is in an IMAP set such as "1:3,5,9:*", where * is the highest UID.
+bool inSet(const std::string& set, uint32_t uid, uint32_t highest) {
+    size_t i = 0;
+    while (i <= set.size()) {
+        size_t end = std::min(set.find(',', i), set.size());
+        std::string piece = set.substr(i, end - i);
+        auto number = [&](const std::string& text) -> uint32_t {
+            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
+        };
+        size_t colon = piece.find(':');
+        if (!piece.empty()) {
+            uint32_t first = number(piece.substr(0, colon));
+            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
+            if (first > last) {
+                std::swap(first, last);
+            }
+            if (uid >= first && uid <= last) {
+                return true;
+            }
+        }
+        i = end + 1;
+    }
+    return false;
+}
+
+bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
+    return std::any_of(message.flags.begin(), message.flags.end(),
+                       [&](const std::string& f) { return upper(f) == upper(flag); });
+}
+
+std::vector<std::string> flagList(std::string list) {
+    if (!list.empty() && list.front() == '(') {
+        list = list.substr(1, list.size() - 2);
+    }
+    std::vector<std::string> flags;
+    size_t i = 0;
+    while (i < list.size()) {
+        size_t end = std::min(list.find(' ', i), list.size());
+        if (end > i) {
+            flags.push_back(list.substr(i, end - i));
+        }
+        i = end + 1;
+    }
+    return flags;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (const std::string& word : words) {
+        out += (out.empty() ? "" : " ") + word;
+    }
+    return out;
+}
+
+} // namespace
+
+FakeMailbox::FakeMailbox(Options options) : options_(std::move(options)) {
+    folders_["INBOX"] = Folder{};
+}
+
+std::string FakeMailbox::capabilities() const {
+    return options_.uidplus ? "IMAP4rev1 UIDPLUS" : "IMAP4rev1";
+}
+
+std::string FakeMailbox::greeting() const {
+    return "* OK [CAPABILITY " + capabilities() + "] fake mailbox ready";
+}
+
+FakeIMAPServer::Handler FakeMailbox::handler() {
+    return [this](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+        handle(connection, command);
+    };
+}
+
+void FakeMailbox::addFolder(const std::string& name, uint32_t uidValidity,
+                            std::vector<std::string> attributes) {
+    std::lock_guard lock(mutex_);
+    Folder& folder = folders_[name];
+    folder.uidValidity = uidValidity;
+    folder.attributes = std::move(attributes);
+}
+
+uint32_t FakeMailbox::add(const std::string& name, std::string body, std::vector<std::string> flags,
+                          int64_t date) {
+    std::lock_guard lock(mutex_);
+    Folder& folder = folders_[name];
+    uint32_t uid = folder.uidNext++;
+    folder.messages.push_back(Message{uid, std::move(body), std::move(flags), date, {}});
+    return uid;
+}
+
+void FakeMailbox::edit(const std::string& name, const std::function<void(Folder&)>& change) {
+    std::lock_guard lock(mutex_);
+    change(folders_[name]);
+}
+
+std::vector<FakeMailbox::Message> FakeMailbox::messages(const std::string& name) const {
+    std::lock_guard lock(mutex_);
+    auto found = folders_.find(name);
+    return found == folders_.end() ? std::vector<Message>{} : found->second.messages;
+}
+
+std::vector<uint32_t> FakeMailbox::uids(const std::string& name) const {
+    std::vector<uint32_t> result;
+    for (const Message& message : messages(name)) {
+        result.push_back(message.uid);
+    }
+    return result;
+}
+
+FakeMailbox::Folder* FakeMailbox::selected() {
+    auto found = folders_.find(selected_);
+    return found == folders_.end() ? nullptr : &found->second;
+}
+
+void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+    // Outside the lock, so that an intercept may edit the mailbox.
+    if (intercept && intercept(connection, command)) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    const std::string& tag = command.tag;
+    const std::vector<std::string>& args = command.arguments;
+    if (command.name == "CAPABILITY") {
+        connection.send("* CAPABILITY " + capabilities());
+        connection.send(tag + " OK CAPABILITY completed");
+    } else if (command.name == "LOGIN") {
+        if (args.size() == 2 && args[0] == options_.user && args[1] == options_.password) {
+            signedIn_ = true;
+            selected_.clear();
+            connection.send(tag + " OK [CAPABILITY " + capabilities() + "] Logged in");
+        } else {
+            connection.send(tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
+        }
+    } else if (command.name == "LIST") {
+        for (const auto& [name, folder] : folders_) {
+            connection.send("* LIST (" + joined(folder.attributes) + ") \"/\" \"" + name + "\"");
+        }
+        connection.send(tag + " OK List completed");
+    } else if (command.name == "SELECT" || command.name == "EXAMINE") {
+        select(connection, command, command.name == "EXAMINE");
+    } else if (command.name == "UID SEARCH") {
+        search(connection, command);
+    } else if (command.name == "UID FETCH") {
+        fetch(connection, command);
+    } else if (command.name == "UID STORE") {
+        store(connection, command);
+    } else if (command.name == "EXPUNGE") {
+        expunge(connection, command, false);
+    } else if (command.name == "UID EXPUNGE" && options_.uidplus) {
+        expunge(connection, command, true);
+    } else if (command.name == "NOOP") {
+        connection.send(tag + " OK NOOP completed");
+    } else if (command.name == "LOGOUT") {
+        connection.send("* BYE Logging out");
+        connection.send(tag + " OK Logout completed");
+        connection.close();
+    } else {
+        connection.send(tag + " BAD Unknown command");
+    }
+}
+
+void FakeMailbox::select(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
+                         bool readOnly) {
+    if (command.arguments.empty() || !folders_.contains(command.arguments[0])) {
+        selected_.clear();
+        connection.send(command.tag + " NO [NONEXISTENT] Mailbox doesn't exist");
+        return;
+    }
+    selected_ = command.arguments[0];
+    readOnly_ = readOnly;
+    Folder& folder = *selected();
+    connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
+    connection.send("* " + std::to_string(folder.messages.size()) + " EXISTS");
+    connection.send("* OK [UIDVALIDITY " + std::to_string(folder.uidValidity) + "] UIDs valid");
+    connection.send("* OK [UIDNEXT " + std::to_string(folder.uidNext) + "] Predicted next UID");
+    connection.send(command.tag + (readOnly ? " OK [READ-ONLY]" : " OK [READ-WRITE]") +
+                    " Select completed");
+}
+
+void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+    Folder* folder = selected();
+    if (!folder) {
+        connection.send(command.tag + " BAD No mailbox selected");
+        return;
+    }
+    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+    std::string found;
+    for (const Message& message : folder->messages) {
+        bool matches = true;
+        const std::vector<std::string>& criteria = command.arguments;
+        for (size_t i = 0; i < criteria.size() && matches; ++i) {
+            std::string key = upper(criteria[i]);
+            if (key == "ALL") {
+            } else if (key == "DELETED" || key == "UNDELETED") {
+                matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
+            } else if (key == "SEEN" || key == "UNSEEN") {
+                matches = hasFlag(message, "\\Seen") == (key == "SEEN");
+            } else if (key == "UID" && i + 1 < criteria.size()) {
+                matches = inSet(criteria[++i], message.uid, highest);
+            } else if (key == "BEFORE" && i + 1 < criteria.size()) {
+                matches = message.internalDate < searchDate(criteria[++i]);
+            } else {
+                connection.send(command.tag + " BAD Unknown search criterion " + criteria[i]);
+                return;
+            }
+        }
+        if (matches) {
+            found += " " + std::to_string(message.uid);
+        }
+    }
+    connection.send("* SEARCH" + found);
+    connection.send(command.tag + " OK Search completed");
+}
+
+void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+    Folder* folder = selected();
+    if (!folder || command.arguments.size() < 2) {
+        connection.send(command.tag + " BAD No mailbox selected");
+        return;
+    }
+    std::string items = upper(command.arguments[1]);
+    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+    for (size_t index = 0; index < folder->messages.size(); ++index) {
+        Message& message = folder->messages[index];
+        if (!inSet(command.arguments[0], message.uid, highest)) {
+            continue;
+        }
+        bool body = items.find("BODY.PEEK[]") != std::string::npos ||
+                    items.find("BODY[]") != std::string::npos;
+        if (items.find("BODY[]") != std::string::npos && !readOnly_ &&
+            !hasFlag(message, "\\Seen")) {
+            message.flags.push_back("\\Seen");
+        }
+        std::string line =
+            "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
+        if (items.find("RFC822.SIZE") != std::string::npos) {
+            line += " RFC822.SIZE " + std::to_string(message.reportedSize.value_or(
+                                          static_cast<int64_t>(message.body.size())));
+        }
+        if (items.find("INTERNALDATE") != std::string::npos) {
+            line += " INTERNALDATE \"" + internalDate(message.internalDate) + "\"";
+        }
+        if (items.find("FLAGS") != std::string::npos) {
+            line += " FLAGS (" + joined(message.flags) + ")";
+        }
+        if (body) {
+            line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n" + message.body;
+        }
+        connection.send(line + ")");
+    }
+    connection.send(command.tag + " OK Fetch completed");
+}
+
+void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+    Folder* folder = selected();
+    if (!folder || command.arguments.size() < 3) {
+        connection.send(command.tag + " BAD No mailbox selected");
+        return;
+    }
+    if (readOnly_) {
+        connection.send(command.tag + " NO Mailbox is read-only");
+        return;
+    }
+    std::string change = upper(command.arguments[1]);
+    bool silent = change.ends_with(".SILENT");
+    std::vector<std::string> flags = flagList(command.arguments[2]);
+    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+    for (size_t index = 0; index < folder->messages.size(); ++index) {
+        Message& message = folder->messages[index];
+        if (!inSet(command.arguments[0], message.uid, highest)) {
+            continue;
+        }
+        if (change.starts_with("FLAGS")) {
+            message.flags = flags;
+        }
+        for (const std::string& flag : flags) {
+            auto same = [&](const std::string& f) {
+                return upper(f) == upper(flag);
+            };
+            if (change.starts_with("+") && !hasFlag(message, flag)) {
+                message.flags.push_back(flag);
+            } else if (change.starts_with("-")) {
+                std::erase_if(message.flags, same);
+            }
+        }
+        if (!silent) {
+            connection.send("* " + std::to_string(index + 1) + " FETCH (UID " +
+                            std::to_string(message.uid) + " FLAGS (" + joined(message.flags) +
+                            "))");
+        }
+    }
+    connection.send(command.tag + " OK Store completed");
+}
+
+void FakeMailbox::expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
+                          bool byUID) {
+    Folder* folder = selected();
+    if (!folder || (byUID && command.arguments.empty())) {
+        connection.send(command.tag + " BAD No mailbox selected");
+        return;
+    }
+    if (readOnly_) {
+        connection.send(command.tag + " NO Mailbox is read-only");
+        return;
+    }
+    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+    for (size_t index = folder->messages.size(); index-- > 0;) {
+        const Message& message = folder->messages[index];
+        if (hasFlag(message, "\\Deleted") &&
+            (!byUID || inSet(command.arguments[0], message.uid, highest))) {
+            connection.send("* " + std::to_string(index + 1) + " EXPUNGE");
+            folder->messages.erase(folder->messages.begin() + static_cast<std::ptrdiff_t>(index));
+        }
+    }
+    connection.send(command.tag + " OK Expunge completed");
+}
+
+} // namespace qs::test
