@@ -4,6 +4,7 @@
 #include "model/VaultFiles.h"
 #include "model/VaultRoot.h"
 
+#include <QDateTime>
 #include <QVariantMap>
 #include <algorithm>
 
@@ -124,6 +125,9 @@ QVariantList AppStore::accountsForView() const {
             {"port", int(account.server.port)},
             {"provider", QString::fromStdString(account.provider)},
             {"directoryName", QString::fromStdString(account.directoryName())},
+            {"lastBackup", account.lastBackup ? QVariant(QDateTime::fromSecsSinceEpoch(
+                                                    unixSeconds(*account.lastBackup)))
+                                              : QVariant()},
         });
     }
     return list;

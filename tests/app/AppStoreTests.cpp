@@ -110,7 +110,10 @@ TEST_F(AppStoreTest, AccountsAreReadAndUnfoldedAtStart) {
     qs::AppStore store;
     EXPECT_EQ(store.accounts(), (std::vector<qs::MailAccount>{work, home}));
     EXPECT_EQ(store.expandedAccounts(), (std::set<std::string>{"Work Mail", "Home"}));
-    EXPECT_EQ(store.accountsForView().size(), 2);
+    auto view = store.accountsForView();
+    ASSERT_EQ(view.size(), 2);
+    EXPECT_EQ(view[0].toMap()["directoryName"].toString(), "Work Mail");
+    EXPECT_FALSE(view[0].toMap()["lastBackup"].isValid());
 }
 
 TEST_F(AppStoreTest, AddAccountAppendsAndReAddingMovesToTheEnd) {
