@@ -392,6 +392,25 @@ TEST_F(RunnerWithFake, StallEndsInTimeoutAndTheNextRunResumes) {
     EXPECT_EQ(state("INBOX").files.size(), 2u);
 }
 
+TEST_F(RunnerWithFake, LeftoversOfAKilledWriterAreRemoved) {
+    mail.folders = {folder("INBOX", 2)};
+    auto temporary = std::string(AtomicFile::temporaryPrefix);
+    fs::create_directories(layout.root / "Acct/INBOX/2023");
+    fs::create_directories(layout.metaDirectory());
+    auto message = layout.root / "Acct/INBOX/2023" / (temporary + "77-0-half 1.eml");
+    auto sync = layout.metaDirectory() /
+                (temporary + "77-1-" + layout.syncURL(account).filename().string());
+    auto otherAccount = layout.metaDirectory() / (temporary + "77-2-sync-other.json");
+    std::ofstream(message) << "Subject: half";
+    std::ofstream(sync) << "{";
+    std::ofstream(otherAccount) << "{";
+    EXPECT_EQ(backUp().newMessages, 2);
+    EXPECT_FALSE(fs::exists(message));
+    EXPECT_FALSE(fs::exists(sync));
+    // Another account's leftovers are that account's runner's business.
+    EXPECT_TRUE(fs::exists(otherAccount));
+}
+
 TEST_F(RunnerWithFake, FailedLogoutDoesNotFailTheRun) {
     mail.folders = {folder("INBOX", 2)};
     mail.closeOnLogout = true;
