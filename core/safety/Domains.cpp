@@ -134,7 +134,7 @@ std::optional<std::string> host(std::string_view url) {
         return std::nullopt;
     }
     rest.remove_prefix(2);
-    std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
+    std::string_view authority = rest.substr(0, TextUtil::findFirstOf(rest, "/?#"));
     if (size_t at = authority.rfind('@'); at != std::string_view::npos) {
         authority.remove_prefix(at + 1);
     }
@@ -159,7 +159,7 @@ std::optional<std::string> host(std::string_view url) {
         if (colon != std::string_view::npos) {
             port = authority.substr(colon + 1);
         }
-        if (hostPart.find_first_of("[]") != std::string_view::npos) {
+        if (TextUtil::findFirstOf(hostPart, "[]") != std::string_view::npos) {
             return std::nullopt;
         }
     }

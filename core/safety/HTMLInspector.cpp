@@ -5,6 +5,7 @@
 #include "safety/HTMLPatterns.h"
 #include "safety/HTMLScanner.h"
 #include "safety/TextUtil.h"
+#include "safety/ThreadMatcher.h"
 #include "safety/TrackerTables.h"
 #include "support/Unicode.h"
 
@@ -129,10 +130,32 @@ void appendBase64(std::string& out, std::string_view bytes) {
     }
 }
 
-// The text of a link can only name a domain if it holds a dot, or an entity that may become
-// one; links such as "Read more" or a bare image are settled without converting their HTML.
+// Whether the plain text of a link's content could hold a dot, and so name a domain; most
+// links ("Read more", a bare image) are settled here without converting their HTML. The
+// characters of a tag "<...>" with no other "<" inside never reach the plain text, whatever
+// else the conversion removes around it; a "." anywhere else may, and so may an entity that
+// can turn into one: a numeric one, or one that "&amp;", "&zwj;" or "&zwnj;" completes.
 bool mayNameDomain(std::string_view content) {
-    return content.find_first_of(".&") != std::string_view::npos;
+    size_t i = 0;
+    while (i < content.size()) {
+        char c = content[i];
+        if (c == '<') {
+            size_t close = TextUtil::findFirstOf(content, "<>", i + 1);
+            if (close != std::string_view::npos && content[close] == '>' && close > i + 1) {
+                i = close + 1;
+                continue;
+            }
+        } else if (c == '.') {
+            return true;
+        } else if (c == '&' && i + 1 < content.size()) {
+            char next = content[i + 1];
+            if (next == '#' || next == 'a' || next == 'A' || next == 'z' || next == 'Z') {
+                return true;
+            }
+        }
+        ++i;
+    }
+    return false;
 }
 
 bool isFileExtension(std::string_view label) {
@@ -156,6 +179,38 @@ bool isAllLetters(std::string_view text) {
     return true;
 }
 
+// The link's content as plain text (before trimming). Plain words without markup, entities or
+// more than two line feeds are what most links hold; for them the conversion comes down to
+// collapsing runs of blanks, done here directly, which gives the same text once trimmed.
+std::string linkText(std::string_view content) {
+    if (TextUtil::findFirstOf(content, "<&") != std::string_view::npos ||
+        std::count(content.begin(), content.end(), '\n') > 2 || !Unicode::isValidUTF8(content)) {
+        return HTMLText::toPlain(content);
+    }
+    std::string out;
+    out.reserve(content.size());
+    bool inBlanks = false;
+    for (size_t i = 0; i < content.size(); ++i) {
+        bool blank = content[i] == ' ' || content[i] == '\t';
+        size_t length = 1;
+        if (content[i] == '\xC2' && i + 1 < content.size() && content[i + 1] == '\xA0') {
+            blank = true; // U+00A0
+            length = 2;
+        }
+        if (blank) {
+            if (!inBlanks) {
+                out.push_back(' ');
+            }
+            inBlanks = true;
+            i += length - 1;
+        } else {
+            out.push_back(content[i]);
+            inBlanks = false;
+        }
+    }
+    return out;
+}
+
 std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     if (!mayNameDomain(anchor.content)) {
         return std::nullopt;
@@ -172,19 +227,19 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     if (!actualHost) {
         return std::nullopt;
     }
-    std::string plain = HTMLText::toPlain(anchor.content);
+    std::string plain = linkText(anchor.content);
     std::string_view shown = TextUtil::trimWhitespace(plain);
     if (shown.empty() || (shown.size() > kMaxShownTextCharacters &&
                           Unicode::graphemeCount(shown) > kMaxShownTextCharacters)) {
         return std::nullopt;
     }
     icu::UnicodeString shownText = Unicode::fromUTF8(shown);
-    auto matcher = HTMLPatterns::domainInText().matcher(shownText);
+    icu::RegexMatcher& matcher = threadMatcher(HTMLPatterns::domainInText(), shownText);
     UErrorCode status = U_ZERO_ERROR;
-    if (!matcher->find(0, status) || U_FAILURE(status)) {
+    if (!matcher.find(0, status) || U_FAILURE(status)) {
         return std::nullopt;
     }
-    icu::UnicodeString domainText = matcher->group(1, status);
+    icu::UnicodeString domainText = matcher.group(1, status);
     domainText.toLower(icu::Locale::getRoot());
     std::string shownDomain = Unicode::toUTF8(domainText);
     std::string_view lastLabel = shownDomain;
@@ -204,45 +259,34 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
 
 TagAttributes attributes(std::string_view tag) {
     TagAttributes out;
-    icu::UnicodeString text = Unicode::fromUTF8(tag);
-    auto matcher = HTMLPatterns::attrRegex().matcher(text);
-    UErrorCode status = U_ZERO_ERROR;
     // What stands outside the name=value pairs, for "__bare".
-    icu::UnicodeString rest;
-    int32_t copied = 0;
-    while (matcher->find(status) && U_SUCCESS(status)) {
-        int32_t start = matcher->start(status);
-        rest.append(text, copied, start - copied).append(u' ');
-        copied = matcher->end(status);
-        int32_t valueStart = matcher->start(2, status);
-        int32_t valueEnd = matcher->end(2, status);
-        UChar first = text.charAt(valueStart);
-        if ((first == u'"' || first == u'\'') && valueEnd - valueStart >= 2) {
-            ++valueStart;
-            --valueEnd;
-        } else if (first == u'"' || first == u'\'') {
-            valueEnd = valueStart; // a lone quote: nothing left once first and last are dropped
+    std::string rest;
+    size_t copied = 0;
+    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
+        size_t start = size_t(attribute.whole.data() - tag.data());
+        rest.append(tag.substr(copied, start - copied)).push_back(' ');
+        copied = start + attribute.whole.size();
+        std::string_view value = attribute.value;
+        if (value.front() == '"' || value.front() == '\'') {
+            // First and last dropped, whether or not the last is the closing quote.
+            value = value.size() >= 2 ? value.substr(1, value.size() - 2) : std::string_view();
         }
-        std::string value;
-        text.tempSubStringBetween(valueStart, valueEnd).toUTF8String(value);
-        std::string key;
-        matcher->group(1, status).toUTF8String(key);
+        std::string key(attribute.name);
         TextUtil::lowerASCIIInPlace(key);
-        out[std::move(key)] = value.find('&') == std::string::npos
-                                  ? std::move(value)
+        out[std::move(key)] = value.find('&') == std::string_view::npos
+                                  ? std::string(value)
                                   : HTMLText::decodeEntities(value);
     }
-    rest.append(text, copied, text.length() - copied);
-    rest.toLower(icu::Locale::getRoot());
+    rest.append(tag.substr(copied));
+    std::string lowered = TextUtil::lower(rest);
     std::string bare;
-    std::string lowered = Unicode::toUTF8(rest);
     size_t i = 0;
     while (i < lowered.size()) {
-        size_t start = lowered.find_first_not_of(" \t\n\r</>", i);
+        size_t start = TextUtil::findFirstNotOf(lowered, " \t\n\r</>", i);
         if (start == std::string::npos) {
             break;
         }
-        size_t end = lowered.find_first_of(" \t\n\r</>", start);
+        size_t end = TextUtil::findFirstOf(lowered, " \t\n\r</>", start);
         if (end == std::string::npos) {
             end = lowered.size();
         }
@@ -408,8 +452,11 @@ std::string prepareForDisplay(std::string_view html, const std::vector<MailAttac
 std::string plainTextDocument(std::string_view text) {
     static const Regex links(std::string_view(R"((https?://[^\s<]+))"));
     std::string escaped = HTMLText::escape(text);
+    icu::UnicodeString source = Unicode::fromUTF8(escaped);
+    UErrorCode status = U_ZERO_ERROR;
     icu::UnicodeString linked =
-        links.replaceAll(Unicode::fromUTF8(escaped), icu::UnicodeString(u"<a href=\"$1\">$1</a>"));
+        threadMatcher(links, source)
+            .replaceAll(icu::UnicodeString(u"<a href=\"$1\">$1</a>"), status);
     std::string out(kPlainTextHead);
     linked.toUTF8String(out);
     out.append("</body></html>");

@@ -3,9 +3,9 @@
 #include "support/Regex.h"
 
 /// The fixed regular expressions of the HTML inspection, each compiled once on first use and
-/// shared read-only. `imgRegex` and `anchorRegex` define what a tag is; the hot paths find
-/// their matches with `HTMLScanner`, which gives the same matches in linear time, and tests
-/// hold the two to each other.
+/// shared read-only. `imgRegex`, `anchorRegex` and `attrRegex` define what a tag and an
+/// attribute are; the hot paths find their matches with `HTMLScanner`, which gives the same
+/// matches in one linear pass, and tests hold the two to each other.
 namespace qs::HTMLPatterns {
 
 /// `<img\b[^>]*>`, ignoring case.

@@ -179,6 +179,76 @@ std::vector<Anchor> anchors(std::string_view html) {
     return out;
 }
 
+namespace {
+
+bool isNameCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-';
+}
+
+// Past any `\s` characters from `at`.
+size_t skipSpaces(std::string_view text, size_t at) {
+    while (at < text.size()) {
+        size_t length = 1;
+        if (!isRegexSpace(codePointAt(text, at, &length))) {
+            break;
+        }
+        at += length;
+    }
+    return at;
+}
+
+} // namespace
+
+std::vector<Attribute> attributes(std::string_view tag) {
+    std::vector<Attribute> out;
+    size_t at = 0;
+    while (at < tag.size()) {
+        if (!isNameCharacter(tag[at])) {
+            ++at;
+            continue;
+        }
+        // A match can only take the whole run of name characters: a shorter name would leave
+        // a name character where the pattern wants a blank or "=". So when the run fails,
+        // every start inside it fails too.
+        size_t nameEnd = at;
+        while (nameEnd < tag.size() && isNameCharacter(tag[nameEnd])) {
+            ++nameEnd;
+        }
+        size_t equals = skipSpaces(tag, nameEnd);
+        if (equals >= tag.size() || tag[equals] != '=') {
+            at = nameEnd;
+            continue;
+        }
+        size_t valueStart = skipSpaces(tag, equals + 1);
+        size_t valueEnd = std::string_view::npos;
+        if (valueStart < tag.size() && (tag[valueStart] == '"' || tag[valueStart] == '\'')) {
+            size_t close = tag.find(tag[valueStart], valueStart + 1);
+            if (close != std::string_view::npos) {
+                valueEnd = close + 1;
+            }
+        }
+        if (valueEnd == std::string_view::npos) {
+            size_t i = valueStart;
+            while (i < tag.size() && tag[i] != '>') {
+                size_t length = 1;
+                if (isRegexSpace(codePointAt(tag, i, &length))) {
+                    break;
+                }
+                i += length;
+            }
+            if (i == valueStart) {
+                at = nameEnd;
+                continue;
+            }
+            valueEnd = i;
+        }
+        out.push_back({tag.substr(at, valueEnd - at), tag.substr(at, nameEnd - at),
+                       tag.substr(valueStart, valueEnd - valueStart)});
+        at = valueEnd;
+    }
+    return out;
+}
+
 std::optional<size_t> endOfHeadTag(std::string_view html) {
     size_t at = findOpening(html, "head", 0);
     if (at == std::string_view::npos) {

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-/// Finds the tags that the inspection looks at, in one forward pass over UTF-8 HTML, with
-/// exactly the matches that the patterns of `HTMLPatterns` would give (the same leftmost,
+/// Finds the tags and attributes that the inspection looks at, in one forward pass over UTF-8 HTML,
+/// with exactly the matches that the patterns of `HTMLPatterns` would give (the same leftmost,
 /// non-overlapping matches, the same word boundary and white space). Hand-written because
 /// these run over every message body at index time: a byte search for "<" is many times
 /// faster than a general regex engine over UTF-16, and the anchor search stays linear even for
@@ -26,6 +26,18 @@ struct Anchor {
 
 /// Every anchor match, in order.
 std::vector<Anchor> anchors(std::string_view html);
+
+/// One match of `([a-zA-Z-]+)\s*=\s*("[^"]*"|'[^']*'|[^\s>]+)`: an attribute with its value.
+struct Attribute {
+    std::string_view whole;
+    /// Group 1, as written.
+    std::string_view name;
+    /// Group 2, quotes included.
+    std::string_view value;
+};
+
+/// Every attribute match in the text of one tag, in order.
+std::vector<Attribute> attributes(std::string_view tag);
 
 /// The offset just after the first match of `<head[^>]*>` (ignoring case), or nothing.
 std::optional<size_t> endOfHeadTag(std::string_view html);

@@ -3,6 +3,7 @@
 #include "safety/Domains.h"
 #include "safety/SenderTables.h"
 #include "safety/TextUtil.h"
+#include "safety/ThreadMatcher.h"
 #include "support/Regex.h"
 #include "support/Unicode.h"
 
@@ -77,8 +78,30 @@ size_t characterCount(std::string_view text) {
     return TextUtil::isASCII(text) ? text.size() : Unicode::graphemeCount(text);
 }
 
+// True when two ASCII texts are exactly one insertion, deletion or substitution apart.
+bool oneEditApartASCII(std::string_view a, std::string_view b) {
+    if (a.size() > b.size()) {
+        std::swap(a, b);
+    }
+    if (b.size() - a.size() > 1) {
+        return false;
+    }
+    size_t prefix = 0;
+    while (prefix < a.size() && a[prefix] == b[prefix]) {
+        ++prefix;
+    }
+    if (a.size() == b.size()) {
+        return prefix < a.size() && a.substr(prefix + 1) == b.substr(prefix + 1);
+    }
+    return a.substr(prefix) == b.substr(prefix + 1);
+}
+
 // True when the two texts are exactly one edit apart; a length gap over one settles it early.
 bool oneEditApart(std::string_view a, std::string_view b) {
+    if (TextUtil::isASCII(a) && TextUtil::isASCII(b) && a.find('\r') == std::string_view::npos &&
+        b.find('\r') == std::string_view::npos) {
+        return oneEditApartASCII(a, b);
+    }
     size_t lengthA = characterCount(a);
     size_t lengthB = characterCount(b);
     if ((lengthA > lengthB ? lengthA - lengthB : lengthB - lengthA) > 1) {
@@ -172,13 +195,16 @@ std::optional<SenderFlag> domainInName(std::string_view name, std::string_view d
                                        const std::string& reg) {
     static const Regex domainRegex(
         std::string_view(R"(([a-z0-9-]+(?:\.[a-z0-9-]+)*\.[a-z]{2,24}))"), UREGEX_CASE_INSENSITIVE);
+    if (name.find('.') == std::string_view::npos) {
+        return std::nullopt; // the pattern needs a dot; most names have none
+    }
     icu::UnicodeString text = Unicode::fromUTF8(name);
-    auto matcher = domainRegex.matcher(text);
+    icu::RegexMatcher& matcher = threadMatcher(domainRegex, text);
     UErrorCode status = U_ZERO_ERROR;
-    if (!matcher->find(0, status) || U_FAILURE(status)) {
+    if (!matcher.find(0, status) || U_FAILURE(status)) {
         return std::nullopt;
     }
-    std::string found = Unicode::toUTF8(matcher->group(1, status));
+    std::string found = Unicode::toUTF8(matcher.group(1, status));
     if (size_t at = found.rfind('@'); at != std::string::npos) {
         found.erase(0, at + 1);
     }

@@ -1,5 +1,6 @@
 #include "safety/SenderTrust.h"
 
+#include "safety/ThreadMatcher.h"
 #include "support/Regex.h"
 #include "support/Unicode.h"
 
@@ -89,11 +90,11 @@ SenderTrustReading senderTrustFrom(const MIMEHeaders& headers) {
     static const Regex mechanism(std::string_view(R"(\b(spf|dkim|dmarc)\s*=\s*([a-zA-Z]+))"),
                                  UREGEX_CASE_INSENSITIVE);
     icu::UnicodeString text = Unicode::fromUTF8(*value);
-    auto matcher = mechanism.matcher(text);
+    icu::RegexMatcher& matcher = threadMatcher(mechanism, text);
     UErrorCode status = U_ZERO_ERROR;
-    while (matcher->find(status) && U_SUCCESS(status)) {
-        icu::UnicodeString name = matcher->group(1, status);
-        icu::UnicodeString result = matcher->group(2, status);
+    while (matcher.find(status) && U_SUCCESS(status)) {
+        icu::UnicodeString name = matcher.group(1, status);
+        icu::UnicodeString result = matcher.group(2, status);
         name.toLower(icu::Locale::getRoot());
         result.toLower(icu::Locale::getRoot());
         std::string key = Unicode::toUTF8(name);

@@ -24,4 +24,34 @@ bool isASCII(std::string_view text);
 /// Every occurrence of `from` (not empty) in `text` replaced by `to`, left to right.
 void replaceAll(std::string& text, std::string_view from, std::string_view to);
 
+/// The first offset at or after `from` whose byte is (or, for `findFirstNotOf`, isn't) one of
+/// the few bytes of `set`, or npos. Plain loops: the standard library's versions call memchr
+/// once per byte of the text, which is slow for the short sets used here.
+inline bool isOneOf(char c, std::string_view set) {
+    for (char s : set) {
+        if (c == s) {
+            return true;
+        }
+    }
+    return false;
+}
+
+inline size_t findFirstOf(std::string_view text, std::string_view set, size_t from = 0) {
+    for (size_t i = from; i < text.size(); ++i) {
+        if (isOneOf(text[i], set)) {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
+inline size_t findFirstNotOf(std::string_view text, std::string_view set, size_t from = 0) {
+    for (size_t i = from; i < text.size(); ++i) {
+        if (!isOneOf(text[i], set)) {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
 } // namespace qs::TextUtil

@@ -1,6 +1,8 @@
 #include "safety/HTMLInspector.h"
 
 #include "mime/ByteSlice.h"
+#include "mime/HTMLText.h"
+#include "safety/TextUtil.h"
 #include "safety/TrackerTables.h"
 
 #include <gtest/gtest.h>
@@ -175,6 +177,28 @@ TEST(HTMLInspectorTest, LinkTextLengthLimit) {
         accented += "é";
     }
     EXPECT_EQ(HTMLInspector::linkWarnings(accented + "</a>").size(), 1u);
+}
+
+TEST(HTMLInspectorTest, ShownTextIsThePlainTextOfTheLink) {
+    const char* contents[] = {
+        "evil-shop.com",
+        "\n  Visit\xc2\xa0\xc2\xa0 evil-shop.com\t now \n",
+        "a\n\n\n\nb evil-shop.com",
+        "<span style=\"x\">Go to</span> <b>evil-shop.com</b><br>today",
+        "evil&#46;shop&period;com &amp; more",
+        "&amp;#46; evil-shop.com",
+        "<!-- a.com --> b.com",
+        "<x a.com<br>",
+        "\xe3\x80\x80 evil-shop.com \xe3\x80\x80",
+    };
+    for (const char* content : contents) {
+        std::string html =
+            std::string("<a href=\"https://elsewhere.example/\">") + content + "</a>";
+        auto warnings = HTMLInspector::linkWarnings(html);
+        ASSERT_EQ(warnings.size(), 1u) << content;
+        std::string plain = HTMLText::toPlain(content);
+        EXPECT_EQ(warnings[0].shownText, TextUtil::trimWhitespace(plain)) << content;
+    }
 }
 
 TEST(HTMLInspectorTest, LinkWarningsInDocumentOrder) {

@@ -45,10 +45,31 @@ std::vector<std::string> scannedAnchors(std::string_view html) {
     return out;
 }
 
+std::vector<std::string> scannedAttributes(std::string_view tag) {
+    std::vector<std::string> out;
+    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
+        for (std::string_view part : {attribute.whole, attribute.name, attribute.value}) {
+            out.push_back(Unicode::toUTF8(Unicode::fromUTF8(part)));
+        }
+    }
+    return out;
+}
+
+void expectSameAttributes(std::string_view tag, const std::string& label) {
+    EXPECT_EQ(scannedAttributes(tag), regexMatches(HTMLPatterns::attrRegex(), tag, {0, 1, 2}))
+        << label << ": " << tag;
+}
+
 void expectSameAsPatterns(std::string_view html, const std::string& label) {
     EXPECT_EQ(scannedImages(html), regexMatches(HTMLPatterns::imgRegex(), html, {0})) << label;
     EXPECT_EQ(scannedAnchors(html), regexMatches(HTMLPatterns::anchorRegex(), html, {0, 1, 2}))
         << label;
+    for (std::string_view tag : HTMLScanner::imgTags(html)) {
+        expectSameAttributes(tag, label);
+    }
+    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
+        expectSameAttributes(anchor.attributes, label);
+    }
 }
 
 TEST(HTMLScannerTest, AgreesWithThePatternsOnAwkwardInput) {
@@ -75,6 +96,42 @@ TEST(HTMLScannerTest, AgreesWithThePatternsOnAwkwardInput) {
     };
     for (const char* html : cases) {
         expectSameAsPatterns(html, html);
+    }
+}
+
+TEST(HTMLScannerTest, AttributesAgreeWithThePattern) {
+    const char* cases[] = {
+        "",
+        "<img src=\"a b\" alt='c d' width=10 height = 20>",
+        "<img src=\"unclosed width=1>",
+        "<img src='unclosed width=1>",
+        "<img a= >",
+        "<img a=>",
+        "<img a=\xc2\xa0"
+        "b c=\xe3\x80\x80"
+        "d e\xe2\x80\x83=f>",
+        "<img data-x-y=1 -=2 =3 a==4 b=\"\" c=''>",
+        "<img x=\"a\nb\" y=a\xff"
+        "b>",
+        "<img src=http://x/y?a=1&amp;b=2>",
+        "<img x y=1 z>",
+        "name1name2=v",
+        "<img src=\"x\"width=\"1\">",
+    };
+    for (const char* tag : cases) {
+        expectSameAttributes(tag, "case");
+    }
+    const std::vector<std::string> pieces = {"a",  "B", "-", "=", " ",  "\t",       "\n",
+                                             "\"", "'", ">", "<", "x1", "\xc2\xa0", "\xe2\x80\x83",
+                                             "é"};
+    std::mt19937 random(7);
+    for (int round = 0; round < 5000; ++round) {
+        std::string tag;
+        int length = int(random() % 16);
+        for (int i = 0; i < length; ++i) {
+            tag += pieces[random() % pieces.size()];
+        }
+        expectSameAttributes(tag, "random");
     }
 }
 
