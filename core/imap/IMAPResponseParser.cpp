@@ -59,8 +59,24 @@ std::optional<IMAPStatus> statusWord(std::string_view word) {
     return imapStatus(upper(word));
 }
 
+bool isASCII(std::string_view text) {
+    for (char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool isNil(std::string_view atom) {
-    return atom.size() <= nilWordLimit && upper(atom) == "NIL";
+    if (atom.size() > nilWordLimit) {
+        return false;
+    }
+    if (isASCII(atom)) { // the common case, without building an upper-case copy
+        return atom.size() == 3 && (atom[0] | 0x20) == 'n' && (atom[1] | 0x20) == 'i' &&
+               (atom[2] | 0x20) == 'l';
+    }
+    return upper(atom) == "NIL";
 }
 
 bool isDigit(unsigned char byte) {

@@ -69,6 +69,7 @@ std::optional<std::size_t> IMAPResponseReader::findResponseEnd(std::size_t& cons
     for (;;) {
         if (literalLength_ > 0) {
             if (buffer.size() - lineStart_ < literalLength_) {
+                reserveForLiteral();
                 return std::nullopt;
             }
             // The literal's bytes are skipped whole, never looked at for line ends or markers.
@@ -97,6 +98,19 @@ std::optional<std::size_t> IMAPResponseReader::findResponseEnd(std::size_t& cons
         lineStart_ = lineFeed + 1;
         scanFrom_ = lineStart_;
         literalLength_ = *literal;
+    }
+}
+
+void IMAPResponseReader::reserveForLiteral() {
+    // Room for the literal, the line end after it and one more receive, so that the chunk that
+    // completes the body doesn't move it.
+    constexpr std::size_t slack = 0x40000 + 2;
+    if (literalLength_ > literalReserveLimit) {
+        return;
+    }
+    std::size_t wanted = lineStart_ + literalLength_ + slack;
+    if (buffer_.capacity() < wanted) {
+        buffer_.reserve(wanted);
     }
 }
 

@@ -18,8 +18,8 @@ namespace qs {
 /// A response is complete when its last line has ended (CR LF, or a lone LF) and every literal
 /// `{n}` / `{n+}` announced at the end of one of its lines has all its n bytes. The bytes of a
 /// literal are skipped unexamined. Framing never fails: it only ever waits for more bytes.
-/// There is no limit on the size of a response; nothing is reserved ahead of the bytes that
-/// actually arrive, however large a literal is announced.
+/// There is no limit on the size of a response; at most `literalReserveLimit` bytes are reserved
+/// ahead of the bytes that actually arrive, however large a literal is announced.
 ///
 /// Work per received byte is bounded: a partial response is not rescanned from its start when
 /// more bytes arrive, the scan resumes where it stopped.
@@ -29,6 +29,12 @@ public:
     /// have piled up (or all have been consumed), so that many small responses move no memory
     /// while a stream of large bodies doesn't keep them all.
     static constexpr std::size_t compactionThreshold = 0x100000;
+
+    /// When a literal is announced, room for it is made at once (saving the buffer's repeated
+    /// regrowth under a large body) only up to this size: a hostile length can't make the
+    /// reader allocate more ahead of the bytes that actually arrive. Larger literals still
+    /// arrive, the buffer just grows as they do.
+    static constexpr std::size_t literalReserveLimit = 0x2000000;
 
     /// Adds received bytes at the end of the buffer.
     void append(std::string_view bytes);
@@ -59,6 +65,7 @@ private:
     /// Finds the next complete response at `start_`; its bytes are [start_, *end). On success
     /// `consumedUpTo` is set to just past its final line feed. Nothing is consumed here.
     std::optional<std::size_t> findResponseEnd(std::size_t& consumedUpTo);
+    void reserveForLiteral();
     void consume(std::size_t upTo);
     void compactIfNeeded();
 

@@ -1,0 +1,64 @@
+// Arbitrary server bytes, delivered in chunks of sizes chosen by the input, through the reader
+// and the parser. Whatever arrives must give responses or IMAPParseError, and the chunking must
+// not change what comes out: a second reader given everything at once must agree.
+
+#include "imap/IMAPResponseReader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace {
+
+using Outcome = std::variant<qs::IMAPResponse, std::string>;
+
+void drain(qs::IMAPResponseReader& reader, std::vector<Outcome>& out) {
+    for (;;) {
+        try {
+            auto response = reader.next();
+            if (!response) {
+                return;
+            }
+            out.emplace_back(std::move(*response));
+        } catch (const qs::IMAPParseError& error) {
+            out.emplace_back(error.description());
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 1) {
+        return 0;
+    }
+    // The first byte seeds the chunk sizes; the rest is the stream.
+    std::uint32_t state = data[0] * 2654435761u + 1;
+    std::string_view stream(reinterpret_cast<const char*>(data + 1), size - 1);
+
+    qs::IMAPResponseReader chunked;
+    std::vector<Outcome> chunkedOut;
+    std::size_t at = 0;
+    while (at < stream.size()) {
+        state = state * 1103515245u + 12345u;
+        std::size_t length = 1 + (state >> 16) % 64;
+        std::string_view piece = stream.substr(at, length);
+        chunked.append(piece);
+        at += piece.size();
+        drain(chunked, chunkedOut);
+    }
+
+    qs::IMAPResponseReader whole;
+    std::vector<Outcome> wholeOut;
+    whole.append(stream);
+    drain(whole, wholeOut);
+
+    if (chunkedOut != wholeOut || chunked.bufferedByteCount() != whole.bufferedByteCount() ||
+        chunked.bufferedByteCount() > stream.size()) {
+        std::abort();
+    }
+    return 0;
+}
