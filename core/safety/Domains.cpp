@@ -2,7 +2,9 @@
 
 #include "safety/TextUtil.h"
 
+#include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <vector>
 
 namespace qs::Domains {
@@ -31,7 +33,7 @@ int hexValue(char c) {
 }
 
 // The characters a URI may hold literally (RFC 3986 unreserved, reserved and "%").
-bool isURLCharacter(char c) {
+bool isURLCharacterSlow(char c) {
     if (isAlpha(c) || isDigit(c)) {
         return true;
     }
@@ -63,6 +65,17 @@ bool isURLCharacter(char c) {
     default:
         return false;
     }
+}
+
+bool isURLCharacter(char c) {
+    static const std::array<bool, 256> table = [] {
+        std::array<bool, 256> t{};
+        for (int i = 0; i < 256; ++i) {
+            t[size_t(i)] = isURLCharacterSlow(char(i));
+        }
+        return t;
+    }();
+    return table[static_cast<unsigned char>(c)];
 }
 
 // Every character a URL character, every "%" followed by two hex digits, at most one "#".
@@ -191,8 +204,15 @@ bool isTwoLevelSuffix(std::string_view suffix) {
 }
 
 std::string registrable(std::string_view name) {
-    std::string lowered = TextUtil::lower(name);
-    std::string_view trimmed = lowered;
+    // Host names arrive in lower case almost always; lowering a copy only when needed keeps
+    // this free of allocations beyond the result.
+    std::string lowered;
+    std::string_view trimmed = name;
+    if (!TextUtil::isASCII(name) ||
+        std::any_of(name.begin(), name.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
+        lowered = TextUtil::lower(name);
+        trimmed = lowered;
+    }
     auto isTrimmed = [](char c) {
         return c == '.' || c == ' ' || c == '\t';
     };
@@ -220,9 +240,26 @@ std::string registrable(std::string_view name) {
     if (count < 3) {
         return std::string(trimmed);
     }
-    std::string pair = std::string(last[1]) + "." + std::string(last[0]);
+    auto join = [](std::initializer_list<std::string_view> labels) {
+        // Labels that stand next to each other in the name are one slice of it.
+        const char* first = labels.begin()->data();
+        std::string_view lastLabel = *(labels.end() - 1);
+        size_t joined = 0;
+        for (std::string_view label : labels) {
+            joined += label.size() + 1;
+        }
+        if (size_t(lastLabel.data() + lastLabel.size() - first) == joined - 1) {
+            return std::string(first, joined - 1);
+        }
+        std::string out;
+        for (std::string_view label : labels) {
+            out.append(out.empty() ? "" : ".").append(label);
+        }
+        return out;
+    };
+    std::string pair = join({last[1], last[0]});
     if (isTwoLevelSuffix(pair)) {
-        return std::string(last[2]) + "." + pair;
+        return join({last[2], last[1], last[0]});
     }
     return pair;
 }

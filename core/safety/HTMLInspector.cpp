@@ -15,6 +15,7 @@
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
+#include <unordered_set>
 
 namespace qs::HTMLInspector {
 
@@ -61,6 +62,79 @@ std::string_view trimASCIISpace(std::string_view text) {
 const std::string* find(const TagAttributes& attributes, std::string_view key) {
     auto it = attributes.find(key);
     return it == attributes.end() ? nullptr : &it->second;
+}
+
+// An attribute's value as the dictionary holds it: a quoted value loses its first and last
+// character (whether or not the last is the closing quote), then entities are decoded.
+std::string attributeValue(std::string_view value) {
+    if (value.front() == '"' || value.front() == '\'') {
+        value = value.size() >= 2 ? value.substr(1, value.size() - 2) : std::string_view();
+    }
+    return value.find('&') == std::string_view::npos ? std::string(value)
+                                                     : HTMLText::decodeEntities(value);
+}
+
+bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && TextUtil::startsWithIgnoringCase(a, b);
+}
+
+// What the tracker test reads of an <img> tag.
+struct ImageFacts {
+    std::optional<std::string> source;
+    std::optional<std::string> width;
+    std::optional<std::string> height;
+    std::optional<std::string> style;
+    /// A `hidden` attribute with a value, or the word among the valueless ones.
+    bool hidden = false;
+};
+
+// True when a piece of a tag outside its name=value pairs holds the word "hidden" once split
+// at blanks, "<", ">" and "/". Comparing ASCII letters without case is the same as lowering
+// first: no other character lowers to these letters alone.
+bool holdsHiddenWord(std::string_view text) {
+    constexpr std::string_view separators = " \t\n\r</>";
+    size_t i = 0;
+    while (i < text.size()) {
+        size_t start = TextUtil::findFirstNotOf(text, separators, i);
+        if (start == std::string_view::npos) {
+            break;
+        }
+        size_t end = TextUtil::findFirstOf(text, separators, start);
+        if (end == std::string_view::npos) {
+            end = text.size();
+        }
+        if (equalsIgnoringASCIICase(text.substr(start, end - start), "hidden")) {
+            return true;
+        }
+        i = end;
+    }
+    return false;
+}
+
+// The facts straight from the tag's text, reading the same attributes as `attributes` would
+// but decoding only the few values the test needs.
+ImageFacts factsOf(std::string_view tag) {
+    ImageFacts facts;
+    size_t copied = 0;
+    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
+        size_t start = size_t(attribute.whole.data() - tag.data());
+        facts.hidden = facts.hidden || holdsHiddenWord(tag.substr(copied, start - copied));
+        copied = start + attribute.whole.size();
+        std::string_view name = attribute.name;
+        if (equalsIgnoringASCIICase(name, "src")) {
+            facts.source = attributeValue(attribute.value);
+        } else if (equalsIgnoringASCIICase(name, "width")) {
+            facts.width = attributeValue(attribute.value);
+        } else if (equalsIgnoringASCIICase(name, "height")) {
+            facts.height = attributeValue(attribute.value);
+        } else if (equalsIgnoringASCIICase(name, "style")) {
+            facts.style = attributeValue(attribute.value);
+        } else if (equalsIgnoringASCIICase(name, "hidden")) {
+            facts.hidden = true;
+        }
+    }
+    facts.hidden = facts.hidden || holdsHiddenWord(tag.substr(copied));
+    return facts;
 }
 
 // A width or height as a number of pixels: lower-cased, "px" deleted, trimmed, and then the
@@ -215,11 +289,17 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     if (!mayNameDomain(anchor.content)) {
         return std::nullopt;
     }
+    // Read from "<a " + group 1 + ">" as written: the leading "a" can itself take a value
+    // ("<a =href=...>"), so the group alone would not always read the same.
     std::string tag;
     tag.reserve(anchor.attributes.size() + 4);
     tag.append("<a ").append(anchor.attributes).append(">");
-    TagAttributes attrs = attributes(tag);
-    const std::string* href = find(attrs, "href");
+    std::optional<std::string> href;
+    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
+        if (equalsIgnoringASCIICase(attribute.name, "href")) {
+            href = attributeValue(attribute.value);
+        }
+    }
     if (!href || !TextUtil::startsWithIgnoringCase(*href, "http")) {
         return std::nullopt;
     }
@@ -255,6 +335,65 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     return LinkWarning{std::string(shown), std::move(shownDomain), std::move(*actualHost), *href};
 }
 
+bool isTracker(const ImageFacts& facts) {
+    const std::optional<std::string>& source = facts.source;
+    if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
+        return false;
+    }
+    for (const std::optional<std::string>* dimension : {&facts.width, &facts.height}) {
+        if (*dimension) {
+            if (auto size = pixelSize(**dimension); size && *size <= 2.0) {
+                return true;
+            }
+        }
+    }
+    if (const std::optional<std::string>& style = facts.style) {
+        std::string compact;
+        compact.reserve(style->size());
+        for (char c : TextUtil::lower(*style)) {
+            if (!isASCIISpace(c)) {
+                compact.push_back(c);
+            }
+        }
+        static constexpr std::array<std::string_view, 7> hiding = {
+            "display:none", "visibility:hidden", "opacity:0", "width:1px",
+            "height:1px",   "width:0",           "height:0"};
+        for (std::string_view rule : hiding) {
+            if (compact.find(rule) != std::string::npos) {
+                return true;
+            }
+        }
+    }
+    if (facts.hidden) {
+        return true;
+    }
+    auto host = Domains::host(*source);
+    if (!host) {
+        return false;
+    }
+    // The host itself, each of its parent domains, and its registrable domain, looked up in a
+    // set of the service domains rather than compared with each of them.
+    static const std::unordered_set<std::string_view> services(
+        TrackerTables::trackerDomains.begin(), TrackerTables::trackerDomains.end());
+    std::string_view h = *host;
+    bool knownService = services.contains(h);
+    for (size_t dot = h.find('.'); !knownService && dot != std::string_view::npos;
+         dot = h.find('.', dot + 1)) {
+        knownService = services.contains(h.substr(dot + 1));
+    }
+    knownService = knownService || services.contains(Domains::registrable(h));
+    if (!knownService) {
+        return false;
+    }
+    std::string lowerSource = TextUtil::lower(*source);
+    for (std::string_view hint : TrackerTables::trackerPathHints) {
+        if (lowerSource.find(hint) != std::string::npos) {
+            return true;
+        }
+    }
+    return !facts.width && !facts.height;
+}
+
 } // namespace
 
 TagAttributes attributes(std::string_view tag) {
@@ -266,16 +405,9 @@ TagAttributes attributes(std::string_view tag) {
         size_t start = size_t(attribute.whole.data() - tag.data());
         rest.append(tag.substr(copied, start - copied)).push_back(' ');
         copied = start + attribute.whole.size();
-        std::string_view value = attribute.value;
-        if (value.front() == '"' || value.front() == '\'') {
-            // First and last dropped, whether or not the last is the closing quote.
-            value = value.size() >= 2 ? value.substr(1, value.size() - 2) : std::string_view();
-        }
         std::string key(attribute.name);
         TextUtil::lowerASCIIInPlace(key);
-        out[std::move(key)] = value.find('&') == std::string_view::npos
-                                  ? std::string(value)
-                                  : HTMLText::decodeEntities(value);
+        out[std::move(key)] = attributeValue(attribute.value);
     }
     rest.append(tag.substr(copied));
     std::string lowered = TextUtil::lower(rest);
@@ -303,79 +435,31 @@ TagAttributes attributes(std::string_view tag) {
 }
 
 bool isTracker(const TagAttributes& attrs) {
-    const std::string* source = find(attrs, "src");
-    if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
-        return false;
-    }
-    const std::string* width = find(attrs, "width");
-    const std::string* height = find(attrs, "height");
-    for (const std::string* dimension : {width, height}) {
-        if (dimension) {
-            if (auto size = pixelSize(*dimension); size && *size <= 2.0) {
-                return true;
-            }
+    ImageFacts facts;
+    auto copy = [&](std::string_view key, std::optional<std::string>& into) {
+        if (const std::string* value = find(attrs, key)) {
+            into = *value;
         }
-    }
-    if (const std::string* style = find(attrs, "style")) {
-        std::string compact;
-        compact.reserve(style->size());
-        for (char c : TextUtil::lower(*style)) {
-            if (!isASCIISpace(c)) {
-                compact.push_back(c);
-            }
-        }
-        static constexpr std::array<std::string_view, 7> hiding = {
-            "display:none", "visibility:hidden", "opacity:0", "width:1px",
-            "height:1px",   "width:0",           "height:0"};
-        for (std::string_view rule : hiding) {
-            if (compact.find(rule) != std::string::npos) {
-                return true;
-            }
-        }
-    }
-    if (find(attrs, "hidden")) {
-        return true;
-    }
-    if (const std::string* bare = find(attrs, "__bare"); bare && containsWord(*bare, "hidden")) {
-        return true;
-    }
-    auto host = Domains::host(*source);
-    if (!host) {
-        return false;
-    }
-    std::string registrable = Domains::registrable(*host);
-    bool knownService = false;
-    for (std::string_view domain : TrackerTables::trackerDomains) {
-        std::string_view h = *host;
-        if (h == domain || registrable == domain ||
-            (h.size() > domain.size() && h.ends_with(domain) &&
-             h[h.size() - domain.size() - 1] == '.')) {
-            knownService = true;
-            break;
-        }
-    }
-    if (!knownService) {
-        return false;
-    }
-    std::string lowerSource = TextUtil::lower(*source);
-    for (std::string_view hint : TrackerTables::trackerPathHints) {
-        if (lowerSource.find(hint) != std::string::npos) {
-            return true;
-        }
-    }
-    return !width && !height;
+    };
+    copy("src", facts.source);
+    copy("width", facts.width);
+    copy("height", facts.height);
+    copy("style", facts.style);
+    const std::string* bare = find(attrs, "__bare");
+    facts.hidden = find(attrs, "hidden") || (bare && containsWord(*bare, "hidden"));
+    return isTracker(facts);
 }
 
 HTMLReport inspect(std::string_view html) {
     HTMLReport report;
     std::vector<std::string> hosts;
     for (std::string_view tag : HTMLScanner::imgTags(html)) {
-        TagAttributes attrs = attributes(tag);
-        const std::string* source = find(attrs, "src");
+        ImageFacts facts = factsOf(tag);
+        const std::optional<std::string>& source = facts.source;
         if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
             continue;
         }
-        if (isTracker(attrs)) {
+        if (isTracker(facts)) {
             ++report.trackerCount;
             if (auto site = sourceSite(*source);
                 site && std::find(report.trackerHosts.begin(), report.trackerHosts.end(), *site) ==
@@ -426,7 +510,7 @@ std::string prepareForDisplay(std::string_view html, const std::vector<MailAttac
     cleaned.reserve(current.size() + kHeadBlock.size() + 64);
     size_t copied = 0;
     for (std::string_view tag : HTMLScanner::imgTags(current)) {
-        if (!isTracker(attributes(tag))) {
+        if (!isTracker(factsOf(tag))) {
             continue;
         }
         size_t start = size_t(tag.data() - current.data());

@@ -201,6 +201,7 @@ size_t skipSpaces(std::string_view text, size_t at) {
 
 std::vector<Attribute> attributes(std::string_view tag) {
     std::vector<Attribute> out;
+    out.reserve(8);
     size_t at = 0;
     while (at < tag.size()) {
         if (!isNameCharacter(tag[at])) {

@@ -156,6 +156,9 @@ TEST(HTMLInspectorTest, LinkWarnings) {
         {"closing tag with blanks",
          "<a href=\"https://evil.example.net/\">x.com</a \n>",
          {{"x.com", "x.com", "evil.example.net", "https://evil.example.net/"}}},
+        {"the tag's own name takes the value",
+         R"(<a =href=https://evil.example.net/>x.com</a>)",
+         {}},
         {"co.uk suffix", R"(<a href="https://www.bank.co.uk/">online.bank.co.uk</a>)", {}},
     };
     for (const Case& c : cases) {
