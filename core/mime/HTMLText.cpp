@@ -14,37 +14,101 @@ namespace {
 
 using icu::UnicodeString;
 
-constexpr uint32_t ignoreCase = UREGEX_CASE_INSENSITIVE;
-
-// Elements whose content is never text a reader sees.
+// Only the tag names ignore case: with a literal `<` first, the engine can skip ahead to each
+// `<` instead of trying every position.
 const std::array<qs::Regex, 4>& hiddenElements() {
     static const std::array<qs::Regex, 4> regexes{
-        qs::Regex(u"<style[^>]*>[\\s\\S]*?</style\\s*>", ignoreCase),
-        qs::Regex(u"<script[^>]*>[\\s\\S]*?</script\\s*>", ignoreCase),
-        qs::Regex(u"<head[^>]*>[\\s\\S]*?</head\\s*>", ignoreCase),
-        qs::Regex(u"<title[^>]*>[\\s\\S]*?</title\\s*>", ignoreCase),
+        qs::Regex(u"<(?i:style)[^>]*>[\\s\\S]*?</(?i:style)\\s*>"),
+        qs::Regex(u"<(?i:script)[^>]*>[\\s\\S]*?</(?i:script)\\s*>"),
+        qs::Regex(u"<(?i:head)[^>]*>[\\s\\S]*?</(?i:head)\\s*>"),
+        qs::Regex(u"<(?i:title)[^>]*>[\\s\\S]*?</(?i:title)\\s*>"),
     };
     return regexes;
 }
+
+constexpr std::array<std::u16string_view, 4> hiddenElementOpenings{u"<style", u"<script", u"<head",
+                                                                   u"<title"};
 
 const qs::Regex& comments() {
     static const qs::Regex regex(u"<!--[\\s\\S]*?-->");
     return regex;
 }
 
-const qs::Regex& lineBreakingTags() {
-    static const qs::Regex regex(u"<(br|/p|/div|/tr|/li|/h[1-6])[^>]*>", ignoreCase);
-    return regex;
+// Two of the steps are plain scans rather than regular expressions: they run at every `<` of
+// the text, where the engine is several times slower, and their grammar is fixed.
+
+UChar asciiLower(UChar c) {
+    return c >= u'A' && c <= u'Z' ? UChar(c - u'A' + u'a') : c;
 }
 
-const qs::Regex& anyTag() {
-    static const qs::Regex regex(u"<[^>]+>");
-    return regex;
+// Length of the name of a line-breaking tag at `chars` (just after `<`): `br`, `/p`, `/div`,
+// `/tr`, `/li` or `/h1` to `/h6`, any case; 0 if none.
+int32_t lineBreakingName(const UChar* chars, int32_t available) {
+    auto is = [&](std::u16string_view name) {
+        if (available < int32_t(name.size())) {
+            return false;
+        }
+        for (size_t k = 0; k < name.size(); ++k) {
+            if (asciiLower(chars[k]) != name[k]) {
+                return false;
+            }
+        }
+        return true;
+    };
+    for (std::u16string_view name : {u"br", u"/p", u"/div", u"/tr", u"/li"}) {
+        if (is(name)) {
+            return int32_t(name.size());
+        }
+    }
+    if (is(u"/h") && available >= 3 && chars[2] >= u'1' && chars[2] <= u'6') {
+        return 3;
+    }
+    return 0;
 }
 
-const qs::Regex& blankRuns() {
-    static const qs::Regex regex(u"[ \\t\\u00a0]+");
-    return regex;
+// Every match of `<(br|/p|/div|/tr|/li|/h[1-6])[^>]*>` (names in any case) replaced by a line
+// feed when `lineBreaks`, otherwise every match of `<[^>]+>` replaced by a space.
+UnicodeString replaceTags(const UnicodeString& text, bool lineBreaks) {
+    const UChar* chars = text.getBuffer();
+    const int32_t length = text.length();
+    UnicodeString out;
+    int32_t copied = 0;
+    bool replaced = false;
+    int32_t nextClose = -1; // the first `>` at or after the current tag name
+    for (int32_t i = 0; i < length; ++i) {
+        if (chars[i] != u'<') {
+            continue;
+        }
+        int32_t after = i + 1;
+        if (lineBreaks) {
+            int32_t name = lineBreakingName(chars + after, length - after);
+            if (name == 0) {
+                continue;
+            }
+            after += name;
+        } else if (after >= length || chars[after] == u'>') {
+            continue; // `<>` is no tag
+        }
+        if (nextClose < after) {
+            nextClose = after;
+            while (nextClose < length && chars[nextClose] != u'>') {
+                ++nextClose;
+            }
+        }
+        if (nextClose >= length) {
+            break; // no `>` anywhere after: no more tags
+        }
+        out.append(text, copied, i - copied);
+        out.append(lineBreaks ? UChar(u'\n') : UChar(u' '));
+        replaced = true;
+        copied = nextClose + 1;
+        i = nextClose;
+    }
+    if (!replaced) {
+        return text;
+    }
+    out.append(text, copied, length - copied);
+    return out;
 }
 
 const qs::Regex& emptyLineRuns() {
@@ -52,9 +116,52 @@ const qs::Regex& emptyLineRuns() {
     return regex;
 }
 
-const qs::Regex& numericReferences() {
-    static const qs::Regex regex(u"&#(x?)([0-9a-fA-F]+);");
-    return regex;
+// True when `text` holds `needle` (lower-case ASCII) ignoring case; a cheap test that spares
+// a regular expression pass over text that can't match.
+bool containsIgnoringCase(const UnicodeString& text, std::u16string_view needle) {
+    const UChar* chars = text.getBuffer();
+    int32_t length = text.length();
+    auto size = int32_t(needle.size());
+    for (int32_t i = 0; i + size <= length; ++i) {
+        if (chars[i] != needle[0]) {
+            continue;
+        }
+        int32_t k = 1;
+        for (; k < size; ++k) {
+            UChar c = chars[i + k];
+            if (c >= u'A' && c <= u'Z') {
+                c = UChar(c - u'A' + u'a');
+            }
+            if (c != needle[size_t(k)]) {
+                break;
+            }
+        }
+        if (k == size) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Runs of spaces, tabs and no-break spaces become one space.
+UnicodeString collapseBlanks(const UnicodeString& text) {
+    UnicodeString out;
+    const UChar* chars = text.getBuffer();
+    int32_t length = text.length();
+    UChar* buffer = out.getBuffer(length);
+    int32_t written = 0;
+    bool inRun = false;
+    for (int32_t i = 0; i < length; ++i) {
+        UChar c = chars[i];
+        bool blank = c == u' ' || c == u'\t' || c == 0x00A0;
+        if (blank && inRun) {
+            continue;
+        }
+        buffer[written++] = blank ? u' ' : c;
+        inRun = blank;
+    }
+    out.releaseBuffer(written);
+    return out;
 }
 
 struct Entity {
@@ -108,17 +215,17 @@ std::string replaceNamedEntities(std::string_view text) {
     return out;
 }
 
-// The code point a numeric reference names, or -1 when it names none.
-UChar32 referencedScalar(const UnicodeString& digits, bool hex) {
-    constexpr UChar32 maxScalar = 0x10FFFF;
+// The code point of a numeric reference's digits, or -1 when they name no Unicode scalar
+// value (including hexadecimal digits read as decimal).
+int32_t referencedScalar(std::string_view digits, bool hex) {
+    constexpr int64_t maxScalar = 0x10FFFF;
     int base = hex ? 16 : 10;
     int64_t value = 0;
-    for (int32_t i = 0; i < digits.length(); ++i) {
-        UChar c = digits[i];
-        int digit = c >= u'0' && c <= u'9'   ? c - u'0'
-                    : c >= u'a' && c <= u'f' ? c - u'a' + 10
-                    : c >= u'A' && c <= u'F' ? c - u'A' + 10
-                                             : 99;
+    for (char c : digits) {
+        int digit = c >= '0' && c <= '9'   ? c - '0'
+                    : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                    : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                           : 99;
         if (digit >= base) {
             return -1;
         }
@@ -130,26 +237,64 @@ UChar32 referencedScalar(const UnicodeString& digits, bool hex) {
     if (value >= 0xD800 && value <= 0xDFFF) {
         return -1;
     }
-    return UChar32(value);
+    return int32_t(value);
 }
 
-UnicodeString replaceNumericReferences(const UnicodeString& text) {
-    auto matcher = numericReferences().matcher(text);
-    UnicodeString out;
-    int32_t last = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    while (matcher->find(status) && U_SUCCESS(status)) {
-        int32_t start = matcher->start(status);
-        int32_t end = matcher->end(status);
-        out.append(text, last, start - last);
-        bool hex = matcher->group(1, status).length() > 0;
-        UChar32 scalar = referencedScalar(matcher->group(2, status), hex);
-        if (scalar >= 0) {
-            out.append(scalar);
-        }
-        last = end;
+void appendUTF8(std::string& out, int32_t c) {
+    if (c < 0x80) {
+        out.push_back(char(c));
+    } else if (c < 0x800) {
+        out.push_back(char(0xC0 | (c >> 6)));
+        out.push_back(char(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(char(0xE0 | (c >> 12)));
+        out.push_back(char(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(char(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(char(0xF0 | (c >> 18)));
+        out.push_back(char(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(char(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(char(0x80 | (c & 0x3F)));
     }
-    out.append(text, last, text.length() - last);
+}
+
+bool isHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// Every match of `&#(x?)([0-9a-fA-F]+);` replaced by the character it names, or deleted if it
+// names none. A plain scan for that fixed grammar: it spares two conversions of the whole text.
+std::string replaceNumericReferences(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    size_t i = 0;
+    while (i < text.size()) {
+        size_t amp = text.find("&#", i);
+        if (amp == std::string_view::npos) {
+            out.append(text.substr(i));
+            break;
+        }
+        out.append(text.substr(i, amp - i));
+        size_t digitsStart = amp + 2;
+        bool hex = digitsStart < text.size() && text[digitsStart] == 'x';
+        if (hex) {
+            ++digitsStart;
+        }
+        size_t digitsEnd = digitsStart;
+        while (digitsEnd < text.size() && isHexDigit(text[digitsEnd])) {
+            ++digitsEnd;
+        }
+        if (digitsEnd == digitsStart || digitsEnd >= text.size() || text[digitsEnd] != ';') {
+            out.append("&#");
+            i = amp + 2;
+            continue;
+        }
+        int32_t scalar = referencedScalar(text.substr(digitsStart, digitsEnd - digitsStart), hex);
+        if (scalar >= 0) {
+            appendUTF8(out, scalar);
+        }
+        i = digitsEnd + 1;
+    }
     return out;
 }
 
@@ -163,21 +308,24 @@ std::string decodeEntities(std::string_view text) {
     if (named.find("&#") == std::string::npos) {
         return named;
     }
-    return Unicode::toUTF8(replaceNumericReferences(Unicode::fromUTF8(named)));
+    return replaceNumericReferences(named);
 }
 
 std::string toPlain(std::string_view html) {
     UnicodeString text = Unicode::fromUTF8(html);
     const UnicodeString space(u" ");
-    const UnicodeString lineFeed(u"\n");
-    for (const auto& element : hiddenElements()) {
-        text = element.replaceAll(text, space);
+    for (size_t i = 0; i < hiddenElements().size(); ++i) {
+        if (containsIgnoringCase(text, hiddenElementOpenings[i])) {
+            text = hiddenElements()[i].replaceAll(text, space);
+        }
     }
-    text = comments().replaceAll(text, space);
-    text = lineBreakingTags().replaceAll(text, lineFeed);
-    text = anyTag().replaceAll(text, space);
+    if (text.indexOf(u"<!--", 4, 0) >= 0) {
+        text = comments().replaceAll(text, space);
+    }
+    text = replaceTags(text, true);
+    text = replaceTags(text, false);
     text = Unicode::fromUTF8(decodeEntities(Unicode::toUTF8(text)));
-    text = blankRuns().replaceAll(text, space);
+    text = collapseBlanks(text);
     text = emptyLineRuns().replaceAll(text, UnicodeString(u"\n\n"));
     return std::string(TextTrim::whitespaceAndNewlines(Unicode::toUTF8(text)));
 }

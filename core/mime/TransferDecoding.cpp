@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace qs::TransferDecoding {
 
@@ -37,8 +38,9 @@ std::string decode(std::string_view bytes, std::string_view encoding) {
 }
 
 std::string base64(std::string_view bytes) {
-    std::string out;
-    out.reserve(bytes.size() / 4 * 3 + 3);
+    // Written through a pointer into a buffer sized for the most the input can give, then cut.
+    std::string out(bytes.size() / 4 * 3 + 3, '\0');
+    char* write = out.data();
     uint32_t accumulator = 0;
     int held = 0; // sextets in the accumulator
     for (char c : bytes) {
@@ -48,65 +50,73 @@ std::string base64(std::string_view bytes) {
         }
         accumulator = (accumulator << 6) | value;
         if (++held == 4) {
-            out.push_back(char((accumulator >> 16) & 0xFF));
-            out.push_back(char((accumulator >> 8) & 0xFF));
-            out.push_back(char(accumulator & 0xFF));
+            write[0] = char(accumulator >> 16);
+            write[1] = char(accumulator >> 8);
+            write[2] = char(accumulator);
+            write += 3;
             accumulator = 0;
             held = 0;
         }
     }
     // A short last group decodes as if padded; a single leftover sextet carries no whole byte.
     if (held == 2) {
-        out.push_back(char((accumulator >> 4) & 0xFF));
+        *write++ = char(accumulator >> 4);
     } else if (held == 3) {
-        out.push_back(char((accumulator >> 10) & 0xFF));
-        out.push_back(char((accumulator >> 2) & 0xFF));
+        *write++ = char(accumulator >> 10);
+        *write++ = char(accumulator >> 2);
     }
+    out.resize(size_t(write - out.data()));
     return out;
 }
 
 std::string quotedPrintable(std::string_view bytes, bool /*header*/) {
-    std::string out;
-    out.reserve(bytes.size());
+    // Output is never longer than the input.
+    std::string out(bytes.size(), '\0');
+    char* write = out.data();
+    const char* in = bytes.data();
     const size_t n = bytes.size();
     size_t i = 0;
     while (i < n) {
-        char c = bytes[i];
-        if (c != '=') {
-            out.push_back(c);
-            ++i;
-            continue;
+        // Copy the run up to the next `=` in one go.
+        const void* equals = std::memchr(in + i, '=', n - i);
+        size_t run = equals ? size_t(static_cast<const char*>(equals) - (in + i)) : n - i;
+        std::memcpy(write, in + i, run);
+        write += run;
+        i += run;
+        if (i == n) {
+            break;
         }
         if (i + 2 < n) {
-            int high = hexValue(bytes[i + 1]);
-            int low = hexValue(bytes[i + 2]);
+            int high = hexValue(in[i + 1]);
+            int low = hexValue(in[i + 2]);
             if (high >= 0 && low >= 0) {
-                out.push_back(char((high << 4) | low));
+                *write++ = char((high << 4) | low);
                 i += 3;
                 continue;
             }
         }
         // Not an escape: perhaps a soft line break, possibly with blanks before the line end.
         size_t j = i + 1;
-        while (j < n && (bytes[j] == ' ' || bytes[j] == '\t')) {
+        while (j < n && (in[j] == ' ' || in[j] == '\t')) {
             ++j;
         }
         if (j == n) {
             break;
         }
-        if (bytes[j] == '\r') {
+        if (in[j] == '\r') {
             ++j;
             if (j == n) {
                 break;
             }
         }
-        if (bytes[j] == '\n') {
+        if (in[j] == '\n') {
             i = j + 1;
             continue;
         }
-        out.push_back('=');
+        *write++ = '=';
         ++i;
     }
+    out.resize(size_t(write - out.data()));
     return out;
 }
 
