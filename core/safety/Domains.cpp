@@ -119,6 +119,9 @@ size_t schemeLength(std::string_view text) {
 
 // The text is well formed, so every "%" has two hex digits after it.
 std::string percentDecoded(std::string_view text) {
+    if (text.find('%') == std::string_view::npos) {
+        return std::string(text);
+    }
     std::string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {

@@ -6,6 +6,8 @@
 #include "support/Corpus.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
+#include <thread>
 
 namespace qs {
 namespace {
@@ -91,6 +93,48 @@ TEST_F(CorpusSafetyTest, EveryMessageIsJudged) {
               << " with trackers (" << trackers << " trackers, " << images
               << " other remote images), " << withWarnings << " with link warnings, " << flagged
               << " senders flagged\n";
+}
+
+// Pure functions with shared tables and per-thread matchers: judging the corpus on several
+// threads at once gives what one thread gives.
+TEST_F(CorpusSafetyTest, ParallelJudgementMatchesSequential) {
+    auto judge = [](const Entry& entry) {
+        std::string out;
+        if (entry.parsed.htmlBody) {
+            std::ostringstream report;
+            report << HTMLInspector::inspect(*entry.parsed.htmlBody);
+            out += report.str();
+        }
+        std::optional<MailAddress> from;
+        if (!entry.parsed.from.empty()) {
+            from = entry.parsed.from.front();
+        }
+        for (const SenderFlag& flag : SenderCheck::check(from, {"example.com"}, {})) {
+            out += flag.summary;
+        }
+        out += toString(senderTrustFrom(entry.parsed.headers).trust);
+        return out;
+    };
+    std::vector<std::string> expected;
+    for (const Entry& entry : messages_) {
+        expected.push_back(judge(entry));
+    }
+    constexpr size_t kThreads = 4;
+    std::vector<std::vector<std::string>> results(kThreads);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (const Entry& entry : messages_) {
+                results[t].push_back(judge(entry));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const auto& result : results) {
+        EXPECT_EQ(result, expected);
+    }
 }
 
 TEST_F(CorpusSafetyTest, MarketingMailHasTrackers) {
