@@ -57,6 +57,11 @@ uint32_t TokenTable::intern(std::string_view token, bool* isNew) {
     return number;
 }
 
+void TokenTable::appendUnchecked(std::string_view token) {
+    arena_.append(token);
+    starts_.push_back(uint32_t(arena_.size()));
+}
+
 void TokenTable::rehash(size_t slotCount) {
     slots_.assign(std::bit_ceil(slotCount), 0);
     size_t mask = slots_.size() - 1;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,6 +22,14 @@ public:
     /// The number of `token`, entering it when new (numbers are given out 0, 1, 2, ...).
     /// `isNew` (optional) tells which happened.
     uint32_t intern(std::string_view token, bool* isNew = nullptr);
+
+    /// Appends a token known to be new without looking it up; lookups are unavailable until
+    /// `finishAppending`. For loading a file whose tokens arrive sorted, hence distinct: one
+    /// hash pass at the end costs less than growing the table token by token.
+    void appendUnchecked(std::string_view token);
+
+    /// Builds the lookup table after `appendUnchecked`.
+    void finishAppending() { rehash(std::max<size_t>(64, size() * 2 + 1)); }
 
     /// The token of a number below `size()`.
     std::string_view token(uint32_t number) const {

@@ -176,6 +176,21 @@ TEST(SearchIndexFile, ReadsPostingsInAnyKeyOrder) {
     EXPECT_EQ(loaded.postings("mike"), std::vector<int64_t>{0});
 }
 
+TEST(SearchIndexFile, ARepeatedTokenKeyJoinsItsLists) {
+    SearchIndex index;
+    auto r = sampleRecord();
+    index.add(r, "");
+    r.path = "second.eml";
+    index.add(r, "");
+    auto text = index.encode();
+    auto at = text.find("\"postings\":{}");
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at, 13, R"("postings":{"aa":[1],"bb":[0],"aa":[0,1]})");
+    auto loaded = SearchIndex::decode(text);
+    EXPECT_EQ(loaded.postings("aa"), (std::vector<int64_t>{0, 1}));
+    EXPECT_EQ(loaded.search("aa").size(), 2u);
+}
+
 TEST(SearchIndexFile, ToleratesKeysInAnotherOrderAndUnknownKeys) {
     auto text =
         R"({"postings":{"hi":[0]},"extra":1,"records":[{"mtime":1,"senderFlag":null,)"
