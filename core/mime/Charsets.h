@@ -29,7 +29,9 @@ std::optional<Encoding> encoding(std::optional<std::string_view> label);
 
 /// `bytes` as UTF-8 text. Tries, each step only if the one before failed: the encoding of
 /// `charset` (nothing or empty for none) decoded strictly; UTF-8, strict; Windows-1252, strict;
-/// UTF-8 with ill-formed sequences replaced by U+FFFD. Never fails. Thread-safe. `charset`
+/// UTF-8 with ill-formed sequences replaced by U+FFFD. Never fails. Thread-safe. The library's
+/// Windows-1252 table maps every byte (the five unassigned ones to C1 controls), so in practice
+/// the last step is reached only if that table is missing. `charset`
 /// accepts any string type or an optional one.
 std::string string(std::string_view bytes, std::optional<std::string_view> charset = std::nullopt);
 
