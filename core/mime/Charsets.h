@@ -22,9 +22,8 @@ std::ostream& operator<<(std::ostream& out, const Encoding& encoding);
 /// The encoding a charset label names, or nothing for an empty or unknown label. The label is
 /// trimmed of double quotes and spaces and lower-cased, mapped through a small table of common
 /// mislabels ("latin1", "gb2312", "ks_c_5601-1987", ...), and otherwise looked up among the IANA
-/// (then MIME) names of the conversion library. "us-ascii" gives UTF-8, so text labelled ASCII
-/// never fails on 8-bit bytes.
-/// Accepts any string type or an optional one.
+/// (then MIME and Windows) names of the conversion library. "us-ascii" gives UTF-8, so text
+/// labelled ASCII never fails on 8-bit bytes. Accepts any string type or an optional one.
 std::optional<Encoding> encoding(std::optional<std::string_view> label);
 
 /// `bytes` as UTF-8 text. Tries, each step only if the one before failed: the encoding of

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <thread>
+#include <unicode/locid.h>
 #include <vector>
 
 using namespace qs;
@@ -69,15 +69,13 @@ TEST(MailDate, Parse) {
 }
 
 TEST(MailDate, EnglishMonthsReadUnderAnotherLocale) {
-    const char* saved = std::getenv("LANG");
-    std::string restore = saved ? saved : "";
-    setenv("LANG", "de_DE.UTF-8", 1);
-    auto date = MailDate::parse("Tue, 5 Mar 2024 10:00:00 +0000");
-    if (saved) {
-        setenv("LANG", restore.c_str(), 1);
-    } else {
-        unsetenv("LANG");
-    }
+    icu::Locale saved = icu::Locale::getDefault();
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale("de_DE"), status);
+    // Parsed on a fresh thread, whose formatters are made under the German default.
+    std::optional<Date> date;
+    std::thread([&] { date = MailDate::parse("Tue, 5 Mar 2024 10:00:00 +0000"); }).join();
+    icu::Locale::setDefault(saved, status);
     ASSERT_TRUE(date.has_value());
     EXPECT_EQ(unixSeconds(*date), utc(2024, 3, 5, 10, 0, 0));
 }
