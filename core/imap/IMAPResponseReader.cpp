@@ -52,7 +52,9 @@ void IMAPResponseReader::append(std::span<const std::byte> bytes) {
 }
 
 void IMAPResponseReader::append(std::string&& bytes) {
-    if (buffer_.empty()) {
+    // Adopting the chunk saves a copy only when the buffer has no room of its own; otherwise
+    // the room it keeps (perhaps reserved for a large body) is worth more.
+    if (buffer_.empty() && buffer_.capacity() < bytes.size()) {
         buffer_ = std::move(bytes);
     } else {
         buffer_.append(bytes);

@@ -39,7 +39,8 @@ public:
     /// Adds received bytes at the end of the buffer.
     void append(std::string_view bytes);
     void append(std::span<const std::byte> bytes);
-    /// The same; when nothing is pending the chunk itself becomes the buffer, without a copy.
+    /// The same; when nothing is pending and the buffer has no room, the chunk itself becomes
+    /// the buffer, without a copy.
     void append(std::string&& bytes);
 
     /// Bytes received and not yet consumed.
