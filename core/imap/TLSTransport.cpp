@@ -109,31 +109,31 @@ TLSTransport::TLSTransport(const std::string& host, std::unique_ptr<Socket> sock
     auto deadline = std::chrono::steady_clock::now() + timeout;
     link_.fd = socket_->fd();
     auto setupFailed = [&] {
-        std::string text = failureText(ssl_, SSL_ERROR_SSL, link_);
+        std::string text = failureText(ssl_.get(), SSL_ERROR_SSL, link_);
         return IMAPError::connectionFailed("TLS setup failed: " + text);
     };
 
     // A context per connection: it reads the trust store as it is now.
-    context_ = SSL_CTX_new(TLS_client_method());
-    if (!context_ || SSL_CTX_set_min_proto_version(context_, TLS1_2_VERSION) != 1 ||
-        SSL_CTX_set_default_verify_paths(context_) != 1) {
+    context_.reset(SSL_CTX_new(TLS_client_method()));
+    if (!context_ || SSL_CTX_set_min_proto_version(context_.get(), TLS1_2_VERSION) != 1 ||
+        SSL_CTX_set_default_verify_paths(context_.get()) != 1) {
         throw setupFailed();
     }
-    SSL_CTX_set_verify(context_, SSL_VERIFY_PEER, nullptr);
+    SSL_CTX_set_verify(context_.get(), SSL_VERIFY_PEER, nullptr);
     // A server that drops TCP without close_notify has closed, not attacked us: the IMAP
     // layer decides whether what arrived was complete.
-    SSL_CTX_set_options(context_, SSL_OP_IGNORE_UNEXPECTED_EOF);
+    SSL_CTX_set_options(context_.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
 
-    ssl_ = SSL_new(context_);
+    ssl_.reset(SSL_new(context_.get()));
     if (!ssl_) {
         throw setupFailed();
     }
     if (isAddress(host)) {
-        if (X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl_), host.c_str()) != 1) {
+        if (X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl_.get()), host.c_str()) != 1) {
             throw setupFailed();
         }
-    } else if (SSL_set1_host(ssl_, host.c_str()) != 1 ||
-               SSL_set_tlsext_host_name(ssl_, host.c_str()) != 1) {
+    } else if (SSL_set1_host(ssl_.get(), host.c_str()) != 1 ||
+               SSL_set_tlsext_host_name(ssl_.get(), host.c_str()) != 1) {
         throw setupFailed();
     }
     BIO* bio = BIO_new(linkMethod());
@@ -141,16 +141,16 @@ TLSTransport::TLSTransport(const std::string& host, std::unique_ptr<Socket> sock
         throw setupFailed();
     }
     BIO_set_data(bio, &link_);
-    SSL_set_bio(ssl_, bio, bio);
+    SSL_set_bio(ssl_.get(), bio, bio);
 
     for (;;) {
         ERR_clear_error();
         link_.error = 0;
-        int result = SSL_connect(ssl_);
+        int result = SSL_connect(ssl_.get());
         if (result == 1) {
             return;
         }
-        int error = SSL_get_error(ssl_, result);
+        int error = SSL_get_error(ssl_.get(), result);
         if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) {
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
@@ -161,13 +161,16 @@ TLSTransport::TLSTransport(const std::string& host, std::unique_ptr<Socket> sock
             continue;
         }
         throw IMAPError::connectionFailed("TLS handshake failed: " +
-                                          failureText(ssl_, error, link_));
+                                          failureText(ssl_.get(), error, link_));
     }
 }
 
-TLSTransport::~TLSTransport() {
-    SSL_free(ssl_);
-    SSL_CTX_free(context_);
+void TLSTransport::Free::operator()(SSL_CTX* context) const {
+    SSL_CTX_free(context);
+}
+
+void TLSTransport::Free::operator()(SSL* ssl) const {
+    SSL_free(ssl);
 }
 
 void TLSTransport::send(std::string_view bytes) {
@@ -178,18 +181,18 @@ void TLSTransport::send(std::string_view bytes) {
         ERR_clear_error();
         link_.error = 0;
         size_t written = 0;
-        int result = SSL_write_ex(ssl_, bytes.data(), bytes.size(), &written);
+        int result = SSL_write_ex(ssl_.get(), bytes.data(), bytes.size(), &written);
         if (result == 1) {
             bytes.remove_prefix(written);
             continue;
         }
-        int error = SSL_get_error(ssl_, result);
+        int error = SSL_get_error(ssl_.get(), result);
         if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) {
             socket_->wait(error == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT,
                           std::chrono::milliseconds(-1));
             continue;
         }
-        throw IMAPError::connectionFailed(failureText(ssl_, error, link_));
+        throw IMAPError::connectionFailed(failureText(ssl_.get(), error, link_));
     }
 }
 
@@ -202,11 +205,11 @@ std::string TLSTransport::receive(std::size_t maximum, std::chrono::milliseconds
         ERR_clear_error();
         link_.error = 0;
         size_t count = 0;
-        int result = SSL_read_ex(ssl_, scratch_.data(), maximum, &count);
+        int result = SSL_read_ex(ssl_.get(), scratch_.data(), maximum, &count);
         if (result == 1) {
             return std::string(scratch_.data(), count);
         }
-        int error = SSL_get_error(ssl_, result);
+        int error = SSL_get_error(ssl_.get(), result);
         switch (error) {
         case SSL_ERROR_WANT_READ:
         case SSL_ERROR_WANT_WRITE:
@@ -226,7 +229,7 @@ std::string TLSTransport::receive(std::size_t maximum, std::chrono::milliseconds
             }
             [[fallthrough]];
         default:
-            throw IMAPError::connectionFailed(failureText(ssl_, error, link_));
+            throw IMAPError::connectionFailed(failureText(ssl_.get(), error, link_));
         }
     }
 }

@@ -20,7 +20,6 @@ public:
     /// CancellationError.
     TLSTransport(const std::string& host, std::unique_ptr<Socket> socket,
                  std::chrono::milliseconds timeout);
-    ~TLSTransport() override;
 
     void send(std::string_view bytes) override;
     std::string receive(std::size_t maximum, std::chrono::milliseconds timeout) override;
@@ -34,10 +33,16 @@ public:
     };
 
 private:
+    // Owned through deleters, so that a constructor that throws halfway frees what it made.
+    struct Free {
+        void operator()(SSL_CTX* context) const;
+        void operator()(SSL* ssl) const;
+    };
+
     Link link_;
     std::unique_ptr<Socket> socket_;
-    SSL_CTX* context_ = nullptr;
-    SSL* ssl_ = nullptr;
+    std::unique_ptr<SSL_CTX, Free> context_;
+    std::unique_ptr<SSL, Free> ssl_;
     std::vector<char> scratch_;
 };
 

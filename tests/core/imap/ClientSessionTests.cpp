@@ -103,6 +103,21 @@ TEST(ClientConnect, PortZeroAndARefusedConnectionFailWithTheirTexts) {
               IMAPError::connectionFailed("Connection refused"));
 }
 
+TEST(ClientConnect, WithoutPlaintextTheFirstBytesAreTLS) {
+    // A server that speaks IMAP in clear where TLS is expected fails the handshake: there is
+    // no falling back to plain text.
+    FakeIMAPServer plain("S: * OK [CAPABILITY IMAP4rev1] not encrypted\nX");
+    IMAPClient client(IMAPServer{"127.0.0.1", plain.port(), false}, 5s);
+    IMAPError error = imapErrorOf([&] { client.connect(); });
+    EXPECT_EQ(error.kind(), IMAPError::Kind::connectionFailed);
+    EXPECT_TRUE(error.text().starts_with("TLS handshake failed: ")) << error.text();
+
+    // A server that never answers the handshake times out like any other silence.
+    FakeIMAPServer silent("stall");
+    IMAPClient waiting(IMAPServer{"127.0.0.1", silent.port(), false}, 300ms);
+    EXPECT_EQ(imapErrorOf([&] { waiting.connect(); }), IMAPError::timeout());
+}
+
 TEST(ClientRun, NumbersTagsFromM0001AndPassesTheTaggedCode) {
     FakeIMAPServer server(R"(
         S: * OK ready
@@ -293,8 +308,9 @@ TEST(ClientTimeout, AStalledServerTimesOutAtTheGreetingAndDuringACommand) {
 
 TEST(ClientTimeout, AServerTricklingOneByteAtATimeNeverTimesOut) {
     // Each byte comes well inside the limit, though the whole line takes several times it.
-    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\ntrickle 60: M0001 OK slow but steady");
-    IMAPClient client(local(server.port()), 250ms);
+    // (26 bytes at 50 ms take 1.3 s against a limit of 400 ms: wide margins for a busy machine.)
+    FakeIMAPServer server("S: * OK\nC: M0001 NOOP\ntrickle 50: M0001 OK slow but steady");
+    IMAPClient client(local(server.port()), 400ms);
     client.connect();
     EXPECT_EQ(client.run("NOOP", {}).text, "slow but steady");
 }
