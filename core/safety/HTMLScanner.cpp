@@ -40,15 +40,15 @@ bool isWordCharacter(UChar32 c) {
     return (U_GET_GC_MASK(c) & (U_GC_M_MASK | U_GC_ND_MASK | U_GC_PC_MASK)) != 0;
 }
 
-// ICU's \s: tab, line feed, form feed, carriage return and the separators (Z).
+// ICU's \s: the White_Space property (vertical tab and U+0085 included).
 bool isRegexSpace(UChar32 c) {
     if (c < 0) {
         return false;
     }
     if (c < 0x80) {
-        return c == ' ' || c == '\t' || c == '\n' || c == '\f' || c == '\r';
+        return c == ' ' || (c >= '\t' && c <= '\r');
     }
-    return (U_GET_GC_MASK(c) & U_GC_Z_MASK) != 0;
+    return u_isUWhiteSpace(c);
 }
 
 // `\b` right after an ASCII word character: the next character must not be a word character,

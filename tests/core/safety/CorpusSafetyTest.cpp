@@ -71,7 +71,8 @@ TEST_F(CorpusSafetyTest, EveryMessageIsJudged) {
             std::string shown =
                 HTMLInspector::prepareForDisplay(html, entry.parsed.attachments, false);
             EXPECT_NE(shown.find("script-src 'none'"), std::string::npos) << entry.name;
-            // What is shown has no trackers left in it.
+            // What is shown has no trackers left in it (true of real mail; an image tag left
+            // open at the very end could be closed by the wrapper).
             EXPECT_EQ(HTMLInspector::inspect(shown).trackerCount, 0) << entry.name;
         }
         std::optional<MailAddress> from;

@@ -88,6 +88,8 @@ TEST(HTMLScannerTest, AgreesWithThePatternsOnAwkwardInput) {
         "<a href=x>text</a b></a>",
         "<a href=x>text</a\xc2\xa0>",
         "<a href=x>text</a\xe3\x80\x80>",
+        "<a href=x>text</a\v>",
+        "<a href=x>text</a\xc2\x85>",
         "<a",
         "<a>",
         "<a></a>",
@@ -115,15 +117,19 @@ TEST(HTMLScannerTest, AttributesAgreeWithThePattern) {
         "b>",
         "<img src=http://x/y?a=1&amp;b=2>",
         "<img x y=1 z>",
+        "<img src=a\vb c=d\xc2\x85"
+        "e f=\x1c"
+        "g>",
         "name1name2=v",
         "<img src=\"x\"width=\"1\">",
     };
     for (const char* tag : cases) {
         expectSameAttributes(tag, "case");
     }
-    const std::vector<std::string> pieces = {"a",  "B", "-", "=", " ",  "\t",       "\n",
-                                             "\"", "'", ">", "<", "x1", "\xc2\xa0", "\xe2\x80\x83",
-                                             "é"};
+    const std::vector<std::string> pieces = {
+        "a",  "B",  "-",       "=", " ",  "\t",       "\n",
+        "\"", "'",  ">",       "<", "x1", "\xc2\xa0", "\xe2\x80\x83",
+        "é",  "\v", "\xc2\x85"};
     std::mt19937 random(7);
     for (int round = 0; round < 5000; ++round) {
         std::string tag;
