@@ -1,5 +1,6 @@
 #include "search/SearchIndex.h"
 
+#include "search/MappedFile.h"
 #include "search/SearchIndexCoder.h"
 #include "search/Tokenizer.h"
 #include "support/AtomicFile.h"
@@ -18,14 +19,11 @@ SearchIndex& SearchIndex::operator=(SearchIndex&&) noexcept = default;
 
 SearchIndex SearchIndex::load(const std::filesystem::path& path) noexcept {
     try {
-        // Read straight into simdjson's padded buffer: the file is the largest thing a load
-        // holds, and it is held once.
-        simdjson::padded_string bytes;
-        if (simdjson::padded_string::load(path.string()).get(bytes) != simdjson::SUCCESS) {
-            return SearchIndex();
-        }
+        // Mapped, not read: the file is the largest thing a load holds, and this way it is
+        // neither copied nor zeroed first.
+        MappedFile file(path, simdjson::SIMDJSON_PADDING);
         SearchIndex index;
-        SearchIndexCoder::decodePadded(std::string_view(bytes.data(), bytes.size()), index);
+        SearchIndexCoder::decodePadded(file.bytes(), index);
         return index;
     } catch (...) {
         return SearchIndex();
