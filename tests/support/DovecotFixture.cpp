@@ -353,6 +353,23 @@ uint32_t DovecotFixture::deliver(const std::string& user, const std::string& fol
     return stored.back().uid;
 }
 
+std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
+                                                 const std::vector<std::string>& messages) {
+    for (const std::string& message : messages) {
+        runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder},
+                   message);
+    }
+    std::vector<StoredMessage> stored = this->messages(user, folder);
+    if (stored.size() < messages.size()) {
+        throw std::runtime_error("doveadm save stored fewer messages than given in " + folder);
+    }
+    std::vector<uint32_t> uids;
+    for (size_t i = stored.size() - messages.size(); i < stored.size(); ++i) {
+        uids.push_back(stored[i].uid);
+    }
+    return uids;
+}
+
 std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::string& user,
                                                                     const std::string& folder) {
     std::vector<std::string> lines = doveadm(
