@@ -118,6 +118,31 @@ TEST(ClientConnect, WithoutPlaintextTheFirstBytesAreTLS) {
     EXPECT_EQ(imapErrorOf([&] { waiting.connect(); }), IMAPError::timeout());
 }
 
+TEST(ClientConnect, AConnectionThatIsNeverAcceptedTimesOut) {
+    // A listener whose accept queue is full drops further SYNs, so a connection attempt to it
+    // stays pending: that is the connect timeout on loopback.
+    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    std::vector<int> fillers;
+    for (int i = 0; i < 4; ++i) {
+        int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        ::connect(filler, reinterpret_cast<sockaddr*>(&address), length);
+        fillers.push_back(filler);
+    }
+    IMAPClient client(local(ntohs(address.sin_port)), 300ms);
+    EXPECT_EQ(imapErrorOf([&] { client.connect(); }), IMAPError::timeout());
+    for (int filler : fillers) {
+        ::close(filler);
+    }
+    ::close(listener);
+}
+
 TEST(ClientRun, NumbersTagsFromM0001AndPassesTheTaggedCode) {
     FakeIMAPServer server(R"(
         S: * OK ready
