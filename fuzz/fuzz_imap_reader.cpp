@@ -46,7 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         state = state * 1103515245u + 12345u;
         std::size_t length = 1 + (state >> 16) % 64;
         std::string_view piece = stream.substr(at, length);
-        chunked.append(piece);
+        if (state & 0x80000000u) {
+            chunked.append(std::string(piece)); // the overload that may adopt the chunk
+        } else {
+            chunked.append(piece);
+        }
         at += piece.size();
         drain(chunked, chunkedOut);
     }
