@@ -207,6 +207,15 @@ std::string TLSTransport::receive(std::size_t maximum, std::chrono::milliseconds
         size_t count = 0;
         int result = SSL_read_ex(ssl_.get(), scratch_.data(), maximum, &count);
         if (result == 1) {
+            // One call yields one TLS record (16 KiB at most); take what else has already
+            // arrived, so a large body reaches the reader in few, large chunks. A failure here
+            // is left for the next call, after the data.
+            size_t more = 0;
+            while (count < maximum && (ERR_clear_error(), true) &&
+                   SSL_read_ex(ssl_.get(), scratch_.data() + count, maximum - count, &more) == 1) {
+                count += more;
+            }
+            ERR_clear_error();
             return std::string(scratch_.data(), count);
         }
         int error = SSL_get_error(ssl_.get(), result);
