@@ -1,0 +1,90 @@
+#include "CleanupWorld.h"
+
+#include <algorithm>
+
+namespace qs::test {
+
+CleanupWorld::CleanupWorld(bool uidplus)
+    : layout{directory.path() / "vault"}, mailbox(FakeMailbox::Options{uidplus, "user", "pw"}) {
+    server = std::make_unique<FakeIMAPServer>(mailbox.greeting(), mailbox.handler());
+    account.id = UUID::random();
+    account.label = "Test";
+    account.username = "user";
+    account.server = {"127.0.0.1", server->port(), true};
+    account.folders = {"INBOX"};
+    account.knownFolders = {{"INBOX", "Inbox", "/", {}}};
+    folder.mailbox = "INBOX";
+    folder.directory = folderDirectory;
+    folder.uidValidity = 1;
+}
+
+std::string CleanupWorld::message(int n, size_t padding) {
+    return "From: Sender <sender@example.org>\r\nTo: user@example.org\r\nSubject: Message " +
+           std::to_string(n) + "\r\nMessage-ID: <" + std::to_string(n) +
+           "@example.org>\r\n\r\nBody " + std::to_string(n) + std::string(padding, '.') + "\r\n";
+}
+
+std::string CleanupWorld::pathOf(uint32_t uid) const {
+    return std::string(folderDirectory) + "/Message " + std::to_string(uid) + ".eml";
+}
+
+uint32_t CleanupWorld::add(const std::string& body, int64_t date, bool filed, bool recorded) {
+    uint32_t uid = mailbox.add("INBOX", body, {}, date);
+    if (filed) {
+        layout.write(body, pathOf(uid), dateFromUnix(date), ArchiveLayout::Durability::deferred);
+        if (recorded) {
+            folder.files[std::to_string(uid)] = pathOf(uid);
+        }
+    }
+    folder.highestUID = std::max(folder.highestUID, uid);
+    return uid;
+}
+
+std::vector<uint32_t> CleanupWorld::addMany(int count) {
+    std::vector<uint32_t> uids;
+    for (int i = 0; i < count; ++i) {
+        uids.push_back(add(message(i, static_cast<size_t>(i % 7))));
+    }
+    return uids;
+}
+
+void CleanupWorld::saveSync() {
+    AccountSyncState state;
+    state.folders["INBOX"] = folder;
+    layout.saveSync(state, account);
+}
+
+Cleaner CleanupWorld::cleaner(int64_t chunkSize) const {
+    Cleaner result(layout, account, "pw");
+    result.chunkSize = chunkSize;
+    result.timeout = 10;
+    return result;
+}
+
+CleanupPlan CleanupWorld::plan() const {
+    return cleaner().plan("INBOX", dateFromUnix(limitDate));
+}
+
+std::vector<std::string> CleanupWorld::sent(std::string_view command) const {
+    std::vector<std::string> lines;
+    for (const std::string& line : server->received()) {
+        size_t space = line.find(' ');
+        if (space != std::string::npos && line.compare(space + 1, command.size(), command) == 0) {
+            lines.push_back(line.substr(space + 1));
+        }
+    }
+    return lines;
+}
+
+std::vector<uint32_t> CleanupWorld::markedOnServer() const {
+    std::vector<uint32_t> marked;
+    for (const FakeMailbox::Message& message : mailbox.messages("INBOX")) {
+        if (std::find(message.flags.begin(), message.flags.end(), "\\Deleted") !=
+            message.flags.end()) {
+            marked.push_back(message.uid);
+        }
+    }
+    return marked;
+}
+
+} // namespace qs::test

@@ -1,0 +1,153 @@
+// The survey against a fake server that holds the messages: what is asked (read-only), how
+// each message is paired with its copy, and what the plan says of the folder.
+#include "CleanupWorld.h"
+#include "imap/IMAPDate.h"
+#include "imap/IMAPError.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace {
+
+using namespace qs;
+using Status = CleanupItem::Status;
+using test::CleanupWorld;
+using test::FakeMailbox;
+
+TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
+    CleanupWorld world(false);
+    uint32_t recorded = world.add(CleanupWorld::message(1));
+    uint32_t markedInside = world.add(CleanupWorld::message(2), CleanupWorld::oldDate);
+    uint32_t byName = world.add(CleanupWorld::message(3), CleanupWorld::oldDate, true, false);
+    uint32_t neverFiled = world.add(CleanupWorld::message(4), CleanupWorld::oldDate, false);
+    uint32_t short1 = world.add(CleanupWorld::message(5));
+    uint32_t fresh = world.add(CleanupWorld::message(6), CleanupWorld::newDate);
+    uint32_t markedOutside = world.add(CleanupWorld::message(7), CleanupWorld::newDate);
+    // Not the "{uid}" of its name: the state's word counts.
+    uint32_t renamed = world.add(CleanupWorld::message(8));
+    std::filesystem::rename(world.layout.url(world.pathOf(renamed)),
+                            world.layout.url("Test/INBOX/Renamed.eml"));
+    world.folder.files[std::to_string(renamed)] = "Test/INBOX/Renamed.eml";
+    world.saveSync();
+    std::filesystem::resize_file(world.layout.url(world.pathOf(short1)),
+                                 CleanupWorld::message(5).size() - 1);
+    world.mailbox.edit("INBOX", [&](FakeMailbox::Folder& folder) {
+        for (auto& message : folder.messages) {
+            if (message.uid == markedInside || message.uid == markedOutside) {
+                message.flags.push_back("\\Deleted");
+            }
+        }
+    });
+
+    CleanupPlan plan = world.plan();
+    auto size = [](int n) {
+        return static_cast<int64_t>(CleanupWorld::message(n).size());
+    };
+    std::vector<CleanupItem> expected = {
+        {recorded, size(1), dateFromUnix(CleanupWorld::oldDate), world.pathOf(recorded),
+         Status::verified()},
+        {markedInside, size(2), dateFromUnix(CleanupWorld::oldDate), world.pathOf(markedInside),
+         Status::verified()},
+        {byName, size(3), dateFromUnix(CleanupWorld::oldDate), world.pathOf(byName),
+         Status::verified()},
+        {neverFiled, size(4), dateFromUnix(CleanupWorld::oldDate), std::nullopt,
+         Status::notBackedUp()},
+        {short1, size(5), dateFromUnix(CleanupWorld::oldDate), world.pathOf(short1),
+         Status::sizeMismatch(size(5) - 1, size(5))},
+        {renamed, size(8), dateFromUnix(CleanupWorld::oldDate), "Test/INBOX/Renamed.eml",
+         Status::verified()},
+    };
+    EXPECT_EQ(plan.items, expected);
+    EXPECT_EQ(plan.mailbox, "INBOX");
+    EXPECT_EQ(plan.displayName, "Inbox");
+    EXPECT_EQ(plan.uidValidity, 1u);
+    EXPECT_EQ(plan.otherDeletedOnServer, 1) << "only the mark outside the selection counts";
+    EXPECT_FALSE(plan.serverSupportsUIDPlus);
+    EXPECT_FALSE(plan.canDeleteSafely());
+    EXPECT_EQ(plan.verifiedBytes(), size(1) + size(2) + size(3) + size(8));
+    (void)fresh;
+
+    // Read-only, the server's own dates decide, metadata only, and nothing changed.
+    EXPECT_EQ(world.sent("SELECT"), std::vector<std::string>{});
+    EXPECT_EQ(world.sent("EXAMINE"), std::vector<std::string>{"EXAMINE \"INBOX\""});
+    EXPECT_EQ(world.sent("UID SEARCH"),
+              (std::vector<std::string>{"UID SEARCH BEFORE " + IMAPDate::searchString(dateFromUnix(
+                                                                   CleanupWorld::limitDate)),
+                                        "UID SEARCH DELETED"}));
+    EXPECT_EQ(world.sent("UID FETCH"),
+              std::vector<std::string>{"UID FETCH 1:5,8 (UID RFC822.SIZE INTERNALDATE FLAGS)"});
+    EXPECT_EQ(world.sent("UID STORE"), std::vector<std::string>{});
+}
+
+TEST(CleanerSurvey, CopiesCountOnlyUnderTheSameUIDValidity) {
+    struct Row {
+        const char* name;
+        bool saveState;
+        uint32_t stateValidity;
+        bool breakStateFile;
+        Status expected;
+    };
+    const Row rows[] = {
+        {"same numbering", true, 1, false, Status::verified()},
+        {"renumbered: names don't help either", true, 2, false, Status::notBackedUp()},
+        {"never backed up", false, 1, false, Status::notBackedUp()},
+        {"damaged sync file", true, 1, true, Status::notBackedUp()},
+    };
+    for (const Row& row : rows) {
+        CleanupWorld world(true);
+        world.addMany(3);
+        world.folder.uidValidity = row.stateValidity;
+        if (row.saveState) {
+            world.saveSync();
+        }
+        if (row.breakStateFile) {
+            std::ofstream(world.layout.syncURL(world.account)) << "{\"folders\": 7";
+        }
+        CleanupPlan plan = world.plan();
+        ASSERT_EQ(plan.items.size(), 3u) << row.name;
+        for (const CleanupItem& item : plan.items) {
+            EXPECT_EQ(item.status, row.expected) << row.name << ": " << item;
+        }
+        EXPECT_TRUE(plan.serverSupportsUIDPlus);
+    }
+}
+
+TEST(CleanerSurvey, MetadataGoesInSlicesOf500AndNotAtAllForNothing) {
+    CleanupWorld world(true);
+    for (int i = 0; i < 1001; ++i) {
+        world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n");
+    }
+    world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
+    CleanupPlan plan = world.cleaner().survey("INBOX", dateFromUnix(CleanupWorld::limitDate));
+    EXPECT_EQ(plan.items.size(), 1001u);
+    EXPECT_EQ(plan.items.back().uid, 1001u);
+    EXPECT_EQ(plan.pending(), 1001);
+    EXPECT_EQ(world.sent("UID FETCH"),
+              (std::vector<std::string>{"UID FETCH 1:500 (UID RFC822.SIZE INTERNALDATE FLAGS)",
+                                        "UID FETCH 501:1000 (UID RFC822.SIZE INTERNALDATE FLAGS)",
+                                        "UID FETCH 1001 (UID RFC822.SIZE INTERNALDATE FLAGS)"}));
+
+    CleanupWorld empty(true);
+    empty.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
+    CleanupPlan none = empty.plan();
+    EXPECT_TRUE(none.items.empty());
+    EXPECT_EQ(none.verifiedBytes(), 0);
+    EXPECT_TRUE(empty.sent("UID FETCH").empty());
+}
+
+TEST(CleanerSurvey, FailuresComeOutAsTheyAre) {
+    CleanupWorld world(true);
+    Cleaner wrongPassword(world.layout, world.account, "nope");
+    try {
+        wrongPassword.survey("INBOX", dateFromUnix(CleanupWorld::limitDate));
+        FAIL() << "no error";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.kind(), IMAPError::Kind::commandFailed);
+        EXPECT_EQ(error.command(), "LOGIN");
+    }
+    EXPECT_THROW(world.cleaner().survey("Missing", dateFromUnix(CleanupWorld::limitDate)),
+                 IMAPError);
+}
+
+} // namespace
