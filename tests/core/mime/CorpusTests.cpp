@@ -103,6 +103,54 @@ TEST(Corpus, HeadersOfAgreesWithTheFullParse) {
     }
 }
 
+std::string withoutCR(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        if (c != '\r') {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string crlfToLF(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (!(text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n')) {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+// Line ends are the mailer's choice: the same message with CR LF turned into LF must read the
+// same, up to the carriage returns left in its texts and raw data.
+TEST(Corpus, LineEndsDontChangeTheResult) {
+    for (const auto& message : corpus()) {
+        if (message.bytes.find("\r\n") == std::string::npos) {
+            continue;
+        }
+        ParsedMessage crlf = MIMEParser::parse(message.bytes);
+        ParsedMessage lf = MIMEParser::parse(crlfToLF(message.bytes));
+        EXPECT_EQ(crlf.headers, lf.headers) << message.name;
+        EXPECT_EQ(crlf.subject, lf.subject) << message.name;
+        EXPECT_EQ(withoutCR(crlf.textBody.value_or("-")), withoutCR(lf.textBody.value_or("-")))
+            << message.name;
+        EXPECT_EQ(withoutCR(crlf.htmlBody.value_or("-")), withoutCR(lf.htmlBody.value_or("-")))
+            << message.name;
+        ASSERT_EQ(crlf.attachments.size(), lf.attachments.size()) << message.name;
+        for (size_t i = 0; i < crlf.attachments.size(); ++i) {
+            EXPECT_EQ(crlf.attachments[i].filename, lf.attachments[i].filename) << message.name;
+            EXPECT_EQ(crlf.attachments[i].mimeType, lf.attachments[i].mimeType) << message.name;
+            EXPECT_EQ(withoutCR(crlf.attachments[i].data.view()),
+                      withoutCR(lf.attachments[i].data.view()))
+                << message.name << " " << crlf.attachments[i].filename;
+        }
+    }
+}
+
 const test::CorpusMessage* find(std::string_view name) {
     for (const auto& message : corpus()) {
         if (message.name == name) {
