@@ -1,0 +1,180 @@
+// The whole path against a real Dovecot over TLS (with UIDPLUS): back up, survey, prove,
+// release, and look at what is left on both sides.
+#include "backup/BackupRunner.h"
+#include "cleanup/Cleaner.h"
+#include "support/Corpus.h"
+#include "support/DovecotFixture.h"
+#include "support/FileIO.h"
+#include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace qs;
+using test::DovecotFixture;
+using Status = CleanupItem::Status;
+
+// Real mail from the corpus, with CRLF line ends as a server keeps it; messages a server might
+// rewrite (NUL bytes, bare CRs) and very large ones are left out.
+std::vector<std::string> corpusMail(size_t count) {
+    std::vector<std::string> mail;
+    for (const auto& message : test::corpusMessages()) {
+        const std::string& bytes = message.bytes;
+        if (bytes.size() < 200 || bytes.size() > 200'000 || bytes.find('\0') != std::string::npos ||
+            bytes.find('\r') != std::string::npos || !bytes.ends_with("\n") ||
+            !bytes.starts_with("From:")) {
+            continue;
+        }
+        std::string crlf;
+        for (char c : bytes) {
+            if (c == '\n') {
+                crlf += '\r';
+            }
+            crlf += c;
+        }
+        mail.push_back(std::move(crlf));
+        if (mail.size() == count) {
+            break;
+        }
+    }
+    return mail;
+}
+
+// Fills folders in one doveadm import from a Maildir tree, so UID n of a folder is its n-th
+// message. The server takes each file's modification time as the message's INTERNALDATE.
+void seed(DovecotFixture& dovecot, const std::string& user,
+          const std::map<std::string, std::vector<std::pair<std::string, int64_t>>>& folders) {
+    fs::path source = dovecot.directory() / ("seed-" + user);
+    fs::remove_all(source);
+    int counter = 0;
+    for (const auto& [folder, messages] : folders) {
+        fs::path base = folder == "INBOX" ? source : source / folder;
+        for (const char* sub : {"cur", "new", "tmp"}) {
+            fs::create_directories(base / sub);
+        }
+        for (const auto& [bytes, date] : messages) {
+            char name[64];
+            std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
+            std::ofstream(base / "cur" / name, std::ios::binary) << bytes;
+            test::runChecked(
+                {"touch", "-d", "@" + std::to_string(date), (base / "cur" / name).string()});
+        }
+    }
+    test::runChecked({"chown", "-R", "65534:65534", source.string()});
+    test::runChecked({"doveadm", "-c", dovecot.configFile().string(), "import", "-u", user,
+                      "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
+}
+
+// Every file of the vault but its records, with its bytes and modification time.
+std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
+    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.is_regular_file()) {
+            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
+                                                                entry.last_write_time()};
+        }
+    }
+    return files;
+}
+
+std::vector<uint32_t> uidsOf(const std::vector<CleanupItem>& items) {
+    std::vector<uint32_t> uids;
+    for (const CleanupItem& item : items) {
+        uids.push_back(item.uid);
+    }
+    return uids;
+}
+
+TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
+    DovecotFixture& dovecot = DovecotFixture::shared();
+    dovecot.addUser("cleanup", "secret");
+    const int64_t old = 1577836800;              // 1 Jan 2020
+    const int64_t recent = 1700000000;           // Nov 2023
+    const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
+    std::vector<std::string> mail = corpusMail(40);
+    ASSERT_EQ(mail.size(), 40u);
+    std::vector<std::pair<std::string, int64_t>> inbox;
+    for (size_t i = 0; i < 30; ++i) {
+        inbox.emplace_back(mail[i], i < 20 ? old + static_cast<int64_t>(i) * 86400 : recent);
+    }
+    std::vector<std::pair<std::string, int64_t>> renumbered;
+    for (size_t i = 30; i < 40; ++i) {
+        renumbered.emplace_back(mail[i], old);
+    }
+    seed(dovecot, "cleanup", {{"INBOX", inbox}, {"Renumbered", renumbered}});
+
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout{directory.path() / "vault"};
+    MailAccount account;
+    account.id = UUID::random();
+    account.label = "Cleanup";
+    account.username = "cleanup";
+    account.server = {"127.0.0.1", dovecot.imapsPort(), false};
+    account.folders = {"INBOX", "Renumbered"};
+    ASSERT_EQ(BackupRunner(layout, account, "secret").run({}).newMessages, 40);
+
+    // One copy lost from the vault: that message can't be proven and must stay.
+    FolderState filed = layout.loadSync(account).folders.at("INBOX");
+    fs::remove(layout.url(filed.files.at("5")));
+    auto vaultBefore = snapshot(layout.root);
+    std::string syncBefore = FileIO::read(layout.syncURL(account));
+
+    Cleaner cleaner(layout, account, "secret");
+    cleaner.chunkSize = 7;
+    CleanupPlan plan = cleaner.plan("INBOX", limit);
+    std::vector<uint32_t> proven;
+    for (uint32_t uid = 1; uid <= 20; ++uid) {
+        if (uid != 5) {
+            proven.push_back(uid);
+        }
+    }
+    ASSERT_EQ(plan.items.size(), 20u) << plan;
+    EXPECT_EQ(uidsOf(plan.verified()), proven) << plan;
+    EXPECT_EQ(plan.items[4].status, Status::notBackedUp());
+    EXPECT_TRUE(plan.serverSupportsUIDPlus);
+    EXPECT_EQ(plan.uidValidity, filed.uidValidity);
+    EXPECT_EQ(plan.otherDeletedOnServer, 0);
+
+    // A folder renumbered since its survey gives nothing away.
+    CleanupPlan other = cleaner.plan("Renumbered", limit);
+    ASSERT_EQ(other.verified().size(), 10u);
+    dovecot.setUIDValidity("cleanup", "Renumbered", other.uidValidity + 1000);
+    try {
+        cleaner.execute(other);
+        ADD_FAILURE() << "no error";
+    } catch (const CleanupError& error) {
+        EXPECT_EQ(error, CleanupError::uidValidityChanged());
+    }
+    EXPECT_EQ(dovecot.messages("cleanup", "Renumbered").size(), 10u);
+
+    std::vector<std::pair<int64_t, int64_t>> progress;
+    EXPECT_EQ(cleaner.execute(
+                  plan, [&](int64_t done, int64_t total) { progress.emplace_back(done, total); }),
+              19);
+    EXPECT_EQ(progress.front(), (std::pair<int64_t, int64_t>{0, 19}));
+    EXPECT_EQ(progress.back(), (std::pair<int64_t, int64_t>{19, 19}));
+    EXPECT_EQ(progress.size(), 1u + 3u) << "chunks of 7, 7 and 5";
+
+    std::vector<uint32_t> left;
+    for (const auto& message : dovecot.messages("cleanup", "INBOX")) {
+        left.push_back(message.uid);
+        EXPECT_TRUE(message.flags.empty()) << "UID " << message.uid;
+    }
+    std::vector<uint32_t> expected{5};
+    for (uint32_t uid = 21; uid <= 30; ++uid) {
+        expected.push_back(uid);
+    }
+    EXPECT_EQ(left, expected);
+    EXPECT_EQ(snapshot(layout.root), vaultBefore);
+    EXPECT_EQ(FileIO::read(layout.syncURL(account)), syncBefore);
+
+    CleanupPlan again = cleaner.survey("INBOX", limit);
+    EXPECT_EQ(uidsOf(again.items), std::vector<uint32_t>{5});
+}
+
+} // namespace
