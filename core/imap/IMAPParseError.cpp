@@ -35,7 +35,7 @@ IMAPParseError::IMAPParseError(Kind kind, std::string detail)
     : kind_(kind), description_(describe(kind, detail)) {}
 
 std::ostream& operator<<(std::ostream& out, const IMAPParseError& error) {
-    return out << "IMAPParseError(\"" << error.description() << "\")";
+    return out << error.description();
 }
 
 } // namespace qs

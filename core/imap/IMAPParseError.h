@@ -41,6 +41,7 @@ private:
     std::string description_;
 };
 
+/// The description itself, which is the error's printable form.
 std::ostream& operator<<(std::ostream& out, const IMAPParseError& error);
 
 } // namespace qs

@@ -159,8 +159,7 @@ TEST(ParserValue, Printers) {
               "untaggedStatus(OK \"\")");
     EXPECT_EQ(printed(untagged({atom("1"), atom("EXISTS")})), "untagged(1 EXISTS)");
     EXPECT_EQ(printed(IMAPResponse(IMAPResponse::Continuation{"go"})), "continuation(\"go\")");
-    EXPECT_EQ(printed(IMAPParseError(IMAPParseError::Kind::badLiteral)),
-              "IMAPParseError(\"bad literal\")");
+    EXPECT_EQ(printed(IMAPParseError(IMAPParseError::Kind::badLiteral)), "bad literal");
 }
 
 } // namespace
