@@ -15,6 +15,8 @@ struct ProcessResult {
 
 /// Runs `argv` (argv[0] looked up in PATH) to its end with `input` on its standard input, and
 /// collects what it prints. Throws std::runtime_error when the program cannot be started.
+/// The first call sets SIGPIPE to be ignored in the test program, so that a child that exits
+/// before reading all its input can't kill it.
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = {});
 
 /// As runProcess, but throws std::runtime_error carrying the command and its output when the
