@@ -3,6 +3,7 @@
 #include "support/Date.h"
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -62,3 +63,14 @@ struct MessageRecord {
 std::ostream& operator<<(std::ostream& out, const MessageRecord& record);
 
 } // namespace qs
+
+/// Consistent with equality: equal records share id, path and mtime.
+template <>
+struct std::hash<qs::MessageRecord> {
+    size_t operator()(const qs::MessageRecord& record) const noexcept {
+        size_t h = std::hash<int64_t>()(record.id);
+        h ^= std::hash<std::string>()(record.path) + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
+        h ^= std::hash<double>()(record.mtime) + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
+        return h;
+    }
+};
