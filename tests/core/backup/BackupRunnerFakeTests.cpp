@@ -498,8 +498,10 @@ TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     }
 }
 
-// A file size limit in a child process: the write fails with EFBIG partway through a message,
-// and what is left in the vault is whole messages only.
+// A file size limit: the write fails with EFBIG partway through a message, and what is left in
+// the vault is whole messages only. The limit applies to this process for the run alone (only
+// regular files are limited, so the fake's socket and the test's output are untouched); a
+// forked child would be the alternative, but fork and a sanitizer's locks don't mix.
 TEST_F(RunnerWithFake, FileSizeLimitFailsTheWriteAndLeavesNoPartialFile) {
     mail.folders = {folder("INBOX", 0)};
     for (std::uint32_t uid = 1; uid <= 6; ++uid) {
@@ -508,27 +510,21 @@ TEST_F(RunnerWithFake, FileSizeLimitFailsTheWriteAndLeavesNoPartialFile) {
     auto server = mail.serve();
     auto backup = runner(server->port());
     backup.batchCount = 2;
-    pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        struct rlimit limit {
-            70'000, 70'000
-        };
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        try {
-            backup.run({});
-        } catch (const std::system_error& error) {
-            ::_exit(error.code().value() == EFBIG ? 3 : 4);
-        } catch (...) {
-            ::_exit(5);
-        }
-        ::_exit(0);
+    struct rlimit saved {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+    auto previousHandler = ::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = saved;
+    limit.rlim_cur = 70'000;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    int code = 0;
+    try {
+        backup.run({});
+    } catch (const std::system_error& error) {
+        code = error.code().value();
     }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 3);
+    ::setrlimit(RLIMIT_FSIZE, &saved);
+    ::signal(SIGXFSZ, previousHandler);
+    EXPECT_EQ(code, EFBIG);
     std::set<std::string> messages;
     for (const auto& [uid, bytes] : mail.folders[0].messages) {
         messages.insert(bytes);
