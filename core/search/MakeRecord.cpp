@@ -105,12 +105,12 @@ std::string snippetOf(std::string_view body) {
         bool complete = part.size() == body.size();
         auto squeezed = Unicode::toUTF8(
             whiteSpace.replaceAll(Unicode::fromUTF8(part), icu::UnicodeString(u' ')));
+        // The window's cut can spoil its last character and the one before (a mark cut off
+        // from its letter), so two characters beyond the snippet must be in hand.
         bool more = false;
-        auto prefix = graphemePrefix(squeezed, snippetLength, &more);
-        // With a character beyond the snippet in hand, the cut of the window can't have
-        // touched the snippet's last character.
+        graphemePrefix(squeezed, snippetLength + 1, &more);
         if (complete || more) {
-            return std::string(prefix);
+            return std::string(graphemePrefix(squeezed, snippetLength));
         }
     }
 }

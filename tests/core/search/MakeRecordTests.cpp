@@ -101,6 +101,14 @@ TEST(MakeRecord, SnippetIs180CharactersWithWhiteSpaceSqueezedAndNotTrimmed) {
     EXPECT_EQ(r.snippet.find("  "), std::string::npos);
 }
 
+TEST(MakeRecord, SnippetKeepsACharacterWhoseMarkFallsPastTheFirstWindow) {
+    // The combining accent straddles byte 2048 of the body, where the snippet's first look
+    // ends; the snippet must still end with the whole accented letter.
+    std::string body = std::string(1868, ' ') + std::string(178, 'a') + "e\u0301" + "bbbb";
+    auto [r, text] = make(message("Content-Type: text/plain; charset=utf-8\r\n", body));
+    EXPECT_EQ(r.snippet, " " + std::string(178, 'a') + "e\u0301");
+}
+
 TEST(MakeRecord, EmojiWithSkinToneIsOneCharacter) {
     std::string body;
     for (int i = 0; i < 200; ++i) {
