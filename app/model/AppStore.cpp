@@ -14,6 +14,7 @@ AppStore::AppStore(QObject* parent) : QObject(parent), layout_{VaultRoot::choose
     toastTimer_.setSingleShot(true);
     toastTimer_.setInterval(toastMilliseconds);
     connect(&toastTimer_, &QTimer::timeout, this, &AppStore::clearToast);
+    connect(this, &AppStore::accountsChanged, this, &AppStore::archiveAccountsChanged);
 
     accounts_ = VaultFiles::loadAccounts(layout_).value_or(std::vector<MailAccount>{});
     if (auto searches = VaultFiles::loadSavedSearches(layout_)) {
@@ -83,11 +84,8 @@ void AppStore::changeArchiveRoot(const std::filesystem::path& root) {
     if (auto searches = VaultFiles::loadSavedSearches(layout_)) {
         setSavedSearches(std::move(*searches));
     }
+    clearArchive();
     reloadArchive();
-}
-
-void AppStore::reloadArchive() {
-    // Filled in with the vault browsing: a new empty index and records, then the scan.
 }
 
 void AppStore::showToast(const QString& text, const QString& symbol, const QString& tint) {

@@ -1,7 +1,15 @@
 #pragma once
 
+#include "model/FolderSummary.h"
+#include "model/MessageListModel.h"
+#include "model/MonthGroup.h"
+#include "model/OpenMessage.h"
 #include "model/SavedSearch.h"
+#include "model/SidebarItem.h"
+#include "model/SmartFilter.h"
+#include "model/TimelineModel.h"
 #include "model/Toast.h"
+#include "search/SearchIndex.h"
 #include "vault/ArchiveLayout.h"
 #include "vault/MailAccount.h"
 
@@ -10,9 +18,14 @@
 #include <QStringList>
 #include <QTimer>
 #include <QVariant>
+#include <QVariantMap>
+#include <map>
+#include <memory>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace qs {
@@ -29,6 +42,23 @@ class AppStore : public QObject {
                    NOTIFY expandedAccountsChanged)
     Q_PROPERTY(QVariantList savedSearches READ savedSearchesForView NOTIFY savedSearchesChanged)
     Q_PROPERTY(QVariant toast READ toastForView NOTIFY toastChanged)
+    // Browsing the vault (AppStoreBrowsing.cpp).
+    Q_PROPERTY(QString query READ queryForView WRITE setQueryFromView NOTIFY queryChanged)
+    Q_PROPERTY(QString selectedPath READ selectedPathForView WRITE setSelectedPathFromView NOTIFY
+                   selectedPathChanged)
+    Q_PROPERTY(QString sidebarTitle READ sidebarTitle NOTIFY sidebarChanged)
+    Q_PROPERTY(QString vaultSummary READ vaultSummary NOTIFY recordsChanged)
+    Q_PROPERTY(QVariant indexing READ indexingForView NOTIFY indexingChanged)
+    Q_PROPERTY(int groupsVersion READ groupsVersion NOTIFY groupsChanged)
+    Q_PROPERTY(int listEpoch READ listEpoch CONSTANT)
+    Q_PROPERTY(int visibleCount READ visibleCount NOTIFY visibleChanged)
+    Q_PROPERTY(QVariantMap folders READ foldersForView NOTIFY foldersChanged)
+    Q_PROPERTY(
+        QStringList archiveAccounts READ archiveAccountsForView NOTIFY archiveAccountsChanged)
+    Q_PROPERTY(QObject* messageList READ messageList CONSTANT)
+    Q_PROPERTY(QObject* timeline READ timelineObject CONSTANT)
+    // Opening a message (AppStoreOpening.cpp).
+    Q_PROPERTY(QVariant openMessage READ openMessageForView NOTIFY openMessageChanged)
 
 public:
     /// How long a toast stays before it clears itself.
@@ -38,6 +68,9 @@ public:
     /// Documents/Quernstead) and reads accounts and saved searches from it. Creates nothing on
     /// disk, apart from rewriting a readable filters file.
     explicit AppStore(QObject* parent = nullptr);
+    /// Cancels a running scan; background work in flight finds the store gone and drops its
+    /// results.
+    ~AppStore() override;
 
     /// The one instance of the running program, made at first use on the main thread.
     static AppStore& shared();
@@ -87,19 +120,129 @@ public:
     QVariantList savedSearchesForView() const;
     QVariant toastForView() const;
 
+    // ---- Browsing the vault (AppStoreBrowsing.cpp). Main thread only; nothing throws. ----
+
+    /// How far a running scan is: files read of those that need reading.
+    struct Indexing {
+        size_t done = 0;
+        size_t total = 0;
+        friend bool operator==(const Indexing&, const Indexing&) = default;
+    };
+
+    /// Starts a background scan that loads the index file and reconciles it with the message
+    /// files, publishing records as it goes and the new index at its end; cancels a scan in
+    /// flight. `scanFinished` tells when a scan has published its end.
+    void reloadArchive();
+
+    /// All live messages, newest first.
+    const std::vector<RecordRef>& records() const { return records_; }
+    /// The list now shown, and the same by month.
+    const std::vector<RecordRef>& visible() const { return visible_; }
+    const std::vector<MonthGroup>& groups() const { return list_->groups(); }
+    int groupsVersion() const { return groupsVersion_; }
+    int listEpoch() const { return listEpoch_; }
+    int visibleCount() const { return static_cast<int>(visible_.size()); }
+    const SidebarItem& sidebar() const { return sidebar_; }
+    const std::string& query() const { return query_; }
+    const std::optional<std::string>& selectedPath() const { return selectedPath_; }
+    const std::optional<Indexing>& indexing() const { return indexing_; }
+    const std::map<std::string, std::vector<FolderSummary>>& folders() const { return folders_; }
+    const std::map<SmartFilter, int64_t>& smartCounts() const { return smartCounts_; }
+    const std::vector<std::string>& recordAccounts() const { return recordAccounts_; }
+    int64_t totalBytes() const { return totalBytes_; }
+    const std::set<std::string>& knownDomains() const { return knownDomains_; }
+    const std::map<std::string, std::string>& knownNames() const { return knownNames_; }
+    int scrubToken() const { return scrubToken_; }
+    const SearchIndex& index() const { return index_; }
+    TimelineModel& timeline() const { return *timeline_; }
+    MessageListModel& messageListModel() const { return *list_; }
+
+    /// Each setter runs `refreshVisible`.
+    void setSidebar(SidebarItem item);
+    void setQuery(std::string query);
+    /// Runs `openSelected`, even when the path didn't change.
+    void setSelectedPath(std::optional<std::string> path);
+
+    /// Recomputes `visible`, `groups`, `groupsVersion`, the timeline's current month and,
+    /// when the selection fell out of an unsearched list, the selection.
+    void refreshVisible();
+    /// `records` in month groups. Input whose months come in runs keeps its order; otherwise
+    /// each month's records are sorted newest first and the months newest first. Pure.
+    static std::vector<MonthGroup> group(const std::vector<RecordRef>& records);
+    /// Moves the selection by `delta` in `visible`, clamped to its ends; with no selection
+    /// both directions land on the first message. Opens the result (again, at an end).
+    Q_INVOKABLE void selectNext(int delta);
+    /// Asks the list to jump to `key`, or to the next older month with mail, or to the oldest.
+    void scrub(MonthKey key);
+    Q_INVOKABLE void scrubToOrdinal(int ordinal) { scrub(MonthKey::fromOrdinal(ordinal)); }
+    /// Turns the trimmed query into a saved search, clears the query and shows the search.
+    Q_INVOKABLE void saveCurrentSearch();
+    /// Drops a saved search; when it is the one shown, the view becomes everything first.
+    void removeSavedSearch(const UUID& id);
+    QString sidebarTitle() const;
+    /// "{n} messages · {size} · last checked {ago}", the last part only once a backup ran.
+    QString vaultSummary() const;
+    /// How many records have exactly this account and folder.
+    Q_INVOKABLE int count(const QString& account, const QString& folderDir) const;
+    /// The configured accounts' folders in their order, then the vault's other accounts.
+    std::vector<std::string> archiveAccounts() const;
+
+    Q_INVOKABLE void showEverything() { setSidebar(SidebarItem::everything()); }
+    Q_INVOKABLE void showAccount(const QString& account) {
+        setSidebar(SidebarItem::ofAccount(account.toStdString()));
+    }
+    Q_INVOKABLE void showFolder(const QString& account, const QString& folder) {
+        setSidebar(SidebarItem::ofFolder(account.toStdString(), folder.toStdString()));
+    }
+    Q_INVOKABLE void showSmart(const QString& raw);
+    Q_INVOKABLE void showSaved(const QString& id);
+
+    QString queryForView() const { return QString::fromStdString(query_); }
+    void setQueryFromView(const QString& query) { setQuery(query.toStdString()); }
+    QString selectedPathForView() const;
+    void setSelectedPathFromView(const QString& path);
+    QVariant indexingForView() const;
+    QVariantMap foldersForView() const;
+    QStringList archiveAccountsForView() const;
+    QObject* messageList() const { return list_; }
+    QObject* timelineObject() const { return timeline_; }
+
+    // ---- Opening a message (AppStoreOpening.cpp). ----
+
+    const std::optional<OpenMessage>& openMessage() const { return openMessage_; }
+    const std::set<std::string>& allowImagesFor() const { return allowImagesFor_; }
+    Q_INVOKABLE void allowImages(const QString& path);
+    const std::map<std::string, int64_t>& serverSizes() const { return serverSizes_; }
+    /// Rebuilds `serverSizes` from the accounts' sync files; unreadable ones give nothing.
+    void loadServerSizes();
+    /// Shows the selected message's file in the desktop's file manager (the folder, when the
+    /// file manager can't be asked to select it). Nothing with no selection.
+    Q_INVOKABLE void revealSelected();
+    QVariant openMessageForView() const;
+
 signals:
     void layoutChanged();
     void accountsChanged();
     void expandedAccountsChanged();
     void savedSearchesChanged();
     void toastChanged();
+    // Browsing and opening.
+    void queryChanged();
+    void selectedPathChanged();
+    void sidebarChanged();
+    void recordsChanged();
+    void visibleChanged();
+    void groupsChanged();
+    void indexingChanged();
+    void foldersChanged();
+    void archiveAccountsChanged();
+    void openMessageChanged();
+    /// A scan published its final state (after `records` and `index` were replaced).
+    void scanFinished();
 
 private:
     void saveFilters();
     void clearToast();
-    /// Where the vault's browsing state (index, records) is reloaded after the root changes;
-    /// the browsing part of the store fills it in. Until then a root change reloads nothing.
-    void reloadArchive();
 
     ArchiveLayout layout_;
     std::vector<MailAccount> accounts_;
@@ -107,6 +250,45 @@ private:
     std::vector<SavedSearch> savedSearches_;
     std::optional<Toast> toast_;
     QTimer toastTimer_;
+
+    // Browsing the vault.
+    /// Forgets the old vault's index and records before a root change reloads.
+    void clearArchive();
+    void publishRecords(std::vector<MessageRecord> records);
+    void refreshCaches();
+    std::map<std::string, std::vector<FolderSummary>> computeFolders() const;
+    void learnSenders();
+    void setIndexing(std::optional<Indexing> indexing);
+    std::string effectiveQuery(const std::string& typed) const;
+
+    SearchIndex index_;
+    std::vector<RecordRef> records_;
+    // Keys view the paths of `records_`, to map search hits onto the shared records.
+    std::unordered_map<std::string_view, RecordRef> recordsByPath_;
+    std::vector<RecordRef> visible_;
+    MessageListModel* list_ = new MessageListModel(this);
+    TimelineModel* timeline_ = new TimelineModel(this);
+    int groupsVersion_ = 0;
+    int listEpoch_ = 0;
+    SidebarItem sidebar_;
+    std::string query_;
+    std::optional<std::string> selectedPath_;
+    std::optional<Indexing> indexing_;
+    std::map<std::string, std::vector<FolderSummary>> folders_;
+    std::map<SmartFilter, int64_t> smartCounts_;
+    std::vector<std::string> recordAccounts_;
+    int64_t totalBytes_ = 0;
+    std::set<std::string> knownDomains_;
+    std::map<std::string, std::string> knownNames_;
+    int scrubToken_ = 0;
+    std::optional<std::stop_source> scanTask_;
+
+    // Opening a message.
+    void openSelected();
+
+    std::optional<OpenMessage> openMessage_;
+    std::set<std::string> allowImagesFor_;
+    std::map<std::string, int64_t> serverSizes_;
 };
 
 } // namespace qs

@@ -1,0 +1,146 @@
+// The reading half of AppStore: turning the selected path into the message the reader shows,
+// off the main thread, and the sizes that prove each local copy.
+
+#include "model/AppStore.h"
+
+#include "support/FileIO.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QProcess>
+#include <QThreadPool>
+#include <QUrl>
+
+namespace qs {
+
+void AppStore::openSelected() {
+    auto clear = [this] {
+        if (openMessage_) {
+            openMessage_.reset();
+            emit openMessageChanged();
+        }
+    };
+    if (!selectedPath_) {
+        clear();
+        return;
+    }
+    auto found = recordsByPath_.find(*selectedPath_);
+    if (found == recordsByPath_.end()) {
+        clear();
+        return;
+    }
+    // Everything the task needs is copied here: it touches nothing of the store.
+    MessageRecord record = *found->second;
+    auto file = layout_.url(record.path);
+    auto size = serverSizes_.find(record.path);
+    std::optional<int64_t> serverSize;
+    if (size != serverSizes_.end()) {
+        serverSize = size->second;
+    }
+    QPointer<AppStore> store(this);
+    QThreadPool::globalInstance()->start([store, file, record = std::move(record), serverSize,
+                                          domains = knownDomains_, names = knownNames_]() mutable {
+        std::string data;
+        try {
+            data = FileIO::read(file);
+        } catch (const std::exception&) {
+            return; // the reader keeps what it shows
+        }
+        std::string path = record.path;
+        auto message = std::make_shared<OpenMessage>(
+            OpenMessage::build(std::move(data), std::move(record), serverSize, domains, names));
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [store, path, message] {
+                // Only the latest selection reaches the reader, whatever order tasks end in.
+                if (store && store->selectedPath_ == path) {
+                    store->openMessage_ = std::move(*message);
+                    emit store->openMessageChanged();
+                }
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void AppStore::loadServerSizes() {
+    std::map<std::string, int64_t> sizes;
+    for (const auto& account : accounts_) {
+        AccountSyncState state;
+        try {
+            state = layout_.loadSync(account);
+        } catch (const std::exception&) {
+            continue;
+        }
+        for (const auto& [name, folder] : state.folders) {
+            if (!folder.sizes) {
+                continue;
+            }
+            for (const auto& [uid, path] : folder.files) {
+                if (auto size = folder.sizes->find(uid); size != folder.sizes->end()) {
+                    sizes[path] = size->second;
+                }
+            }
+        }
+    }
+    serverSizes_ = std::move(sizes);
+}
+
+void AppStore::allowImages(const QString& path) {
+    if (allowImagesFor_.insert(path.toStdString()).second && openMessage_) {
+        emit openMessageChanged();
+    }
+}
+
+void AppStore::revealSelected() {
+    if (!selectedPath_) {
+        return;
+    }
+    auto file = QString::fromStdString(layout_.url(*selectedPath_).string());
+    auto folder = QString::fromStdString(layout_.url(*selectedPath_).parent_path().string());
+    // The file manager's D-Bus interface selects the file; without a file manager that
+    // answers it, the folder is opened instead.
+    auto* process = new QProcess(this);
+    connect(process, &QProcess::finished, this, [process, folder](int code, QProcess::ExitStatus) {
+        if (code != 0) {
+            QProcess::startDetached(QStringLiteral("xdg-open"), {folder});
+        }
+        process->deleteLater();
+    });
+    connect(process, &QProcess::errorOccurred, this, [process, folder](QProcess::ProcessError e) {
+        if (e == QProcess::FailedToStart) {
+            QProcess::startDetached(QStringLiteral("xdg-open"), {folder});
+            process->deleteLater();
+        }
+    });
+    process->start(QStringLiteral("dbus-send"),
+                   {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+                    QStringLiteral("--dest=org.freedesktop.FileManager1"),
+                    QStringLiteral("/org/freedesktop/FileManager1"),
+                    QStringLiteral("org.freedesktop.FileManager1.ShowItems"),
+                    QStringLiteral("array:string:") + QUrl::fromLocalFile(file).toString(),
+                    QStringLiteral("string:")});
+}
+
+QVariant AppStore::openMessageForView() const {
+    if (!openMessage_) {
+        return {};
+    }
+    const auto& m = *openMessage_;
+    return QVariantMap{
+        {"path", QString::fromStdString(m.record.path)},
+        {"subject", QString::fromStdString(m.parsed.subject)},
+        {"sender", QString::fromStdString(std::string(m.record.fromDisplay()))},
+        {"fromEmail", QString::fromStdString(m.record.fromEmail)},
+        {"trust", QString::fromUtf8(toString(m.trust).data(), qsizetype(toString(m.trust).size()))},
+        {"trackers", qint64(m.report.trackerHosts.size())},
+        {"linkWarnings", qint64(m.report.linkWarnings.size())},
+        {"senderFlags", qint64(m.senderFlags.size())},
+        {"replyTo", m.replyTo ? QString::fromStdString(m.replyTo->email) : QString()},
+        {"copySymbol", m.copy.symbol()},
+        {"copyHelp", m.copy.helpText()},
+        {"fileSize", qint64(m.fileSize)},
+        {"imagesAllowed", allowImagesFor_.contains(m.record.path)},
+    };
+}
+
+} // namespace qs
