@@ -38,6 +38,8 @@ TEST(HTMLText, ToPlain) {
         {"entities", "Fish &amp; chips &lt;3", "Fish & chips <3"},
         {"non-breaking space collapses", "a&nbsp;&nbsp; b\u00a0c", "a b c"},
         {"many blank lines", "a<br><br><br><br><br><br>b", "a\n\nb"},
+        {"five blank lines", "a\n\n\n\n\n\nb", "a\n\nb"},
+        {"blank lines holding blanks", "a\n \n\t\n\nb", "a\n\nb"},
         {"trimmed", "  <div> x </div>  ", "x"},
         {"empty", "", ""},
         {"not HTML", "plain & simple", "plain & simple"},
@@ -46,11 +48,6 @@ TEST(HTMLText, ToPlain) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(HTMLText::toPlain(row.input), row.output);
     }
-}
-
-TEST(HTMLText, FiveBlankLinesCollapseToOne) {
-    EXPECT_EQ(HTMLText::toPlain("a\n\n\n\n\n\nb"), "a\n\nb");
-    EXPECT_EQ(HTMLText::toPlain("a\n \n\t\n\nb"), "a\n\nb");
 }
 
 TEST(HTMLText, DecodeEntities) {

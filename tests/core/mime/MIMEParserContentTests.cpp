@@ -30,17 +30,60 @@ const std::string kPlainB = "Content-Type: text/plain\n\nplain B";
 const std::string kHTMLA = "Content-Type: text/html\n\n<p>html A</p>";
 const std::string kHTMLB = "Content-Type: text/html\n\n<p>html B</p>";
 
-TEST(MIMEParserContent, AlternativeOfPlainAndHTMLYieldsBoth) {
-    auto message = MIMEParser::parse(multipart("alternative", {kPlainA, kHTMLA}));
-    EXPECT_EQ(message.textBody, "plain A");
-    EXPECT_EQ(message.htmlBody, "<p>html A</p>");
+// Which text and HTML a message's body yields, and the plain text made from them.
+struct BodyCase {
+    const char* name;
+    std::string message;
+    std::optional<std::string> textBody;
+    std::optional<std::string> htmlBody;
+    std::string plainText;
+};
+
+void PrintTo(const BodyCase& c, std::ostream* out) {
+    *out << c.name;
 }
 
-TEST(MIMEParserContent, AlternativeKeepsFirstTextAndLastHTML) {
-    auto message = MIMEParser::parse(multipart("alternative", {kPlainA, kPlainB, kHTMLA, kHTMLB}));
-    EXPECT_EQ(message.textBody, "plain A");
-    EXPECT_EQ(message.htmlBody, "<p>html B</p>");
+class BodySelection : public testing::TestWithParam<BodyCase> {};
+
+TEST_P(BodySelection, PicksTextAndHTML) {
+    const auto& c = GetParam();
+    auto message = MIMEParser::parse(c.message);
+    EXPECT_EQ(message.textBody, c.textBody);
+    EXPECT_EQ(message.htmlBody, c.htmlBody);
+    EXPECT_EQ(message.plainText(), c.plainText);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, BodySelection,
+    testing::Values(
+        BodyCase{"AlternativeYieldsBoth", multipart("alternative", {kPlainA, kHTMLA}), "plain A",
+                 "<p>html A</p>", "plain A"},
+        BodyCase{"AlternativeKeepsFirstTextAndLastHTML",
+                 multipart("alternative", {kPlainA, kPlainB, kHTMLA, kHTMLB}), "plain A",
+                 "<p>html B</p>", "plain A"},
+        BodyCase{"MixedCollectsAllInOrder", multipart("mixed", {kPlainA, kHTMLA, kPlainB, kHTMLB}),
+                 "plain A\n\nplain B", "<p>html A</p><hr><p>html B</p>", "plain A\n\nplain B"},
+        BodyCase{"NoTextPartsMeansNoBodies", multipart("mixed", {"Content-Type: image/gif\n\nGIF"}),
+                 std::nullopt, std::nullopt, ""},
+        BodyCase{"EnrichedTextIsNotConverted",
+                 multipart("mixed", {"Content-Type: text/enriched\n\n<bold>x</bold>"}),
+                 "<bold>x</bold>", std::nullopt, "<bold>x</bold>"},
+        BodyCase{"PlainTextKeepsNonBlankText",
+                 multipart("alternative", {"Content-Type: text/plain\n\n  hello\n", kHTMLA}),
+                 "  hello\n", "<p>html A</p>", "  hello\n"},
+        BodyCase{"BlankTextFallsBackToHTML",
+                 multipart("alternative", {"Content-Type: text/plain\n\n \n\t\n", kHTMLA}),
+                 " \n\t\n", "<p>html A</p>", "html A"},
+        BodyCase{"HTMLOnly", "Content-Type: text/html\n\n<p>a</p><p>b</p>", std::nullopt,
+                 "<p>a</p><p>b</p>", "a\n b"},
+        BodyCase{"TextIsDecodedThroughItsCharset",
+                 multipart("mixed",
+                           {"Content-Type: text/plain; charset=koi8-r\n\n\xF0\xD2\xC9\xD7\xC5\xD4",
+                            "Content-Type: text/html; charset=windows-1252\n"
+                            "Content-Transfer-Encoding: quoted-printable\n\n=93q=94"}),
+                 "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82", // Привет
+                 "\xE2\x80\x9Cq\xE2\x80\x9D", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(MIMEParserContent, AlternativeTieBreaksLookAtWholeChildren) {
     // A related child holding HTML and an image counts as one HTML-producing child; a later
@@ -50,19 +93,6 @@ TEST(MIMEParserContent, AlternativeTieBreaksLookAtWholeChildren) {
     EXPECT_EQ(message.textBody, "plain A");
     EXPECT_EQ(message.htmlBody, "<p>html A</p>");
     EXPECT_EQ(names(message.attachments), std::vector<std::string>{"attachment-1.png"});
-}
-
-TEST(MIMEParserContent, MixedCollectsAllTextAndHTMLInOrder) {
-    auto message = MIMEParser::parse(multipart("mixed", {kPlainA, kHTMLA, kPlainB, kHTMLB}));
-    EXPECT_EQ(message.textBody, "plain A\n\nplain B");
-    EXPECT_EQ(message.htmlBody, "<p>html A</p><hr><p>html B</p>");
-}
-
-TEST(MIMEParserContent, NoTextPartsMeansNoBodies) {
-    auto message = MIMEParser::parse(multipart("mixed", {"Content-Type: image/gif\n\nGIF"}));
-    EXPECT_EQ(message.textBody, std::nullopt);
-    EXPECT_EQ(message.htmlBody, std::nullopt);
-    EXPECT_EQ(message.plainText(), "");
 }
 
 struct LeafCase {
@@ -113,12 +143,6 @@ INSTANTIATE_TEST_SUITE_P(
         LeafCase{"UnknownTypeWithoutExtension", "Content-Type: image/tiff\n\nx", false,
                  "attachment-1"}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(MIMEParserContent, EnrichedTextIsNotConverted) {
-    auto message =
-        MIMEParser::parse(multipart("mixed", {"Content-Type: text/enriched\n\n<bold>x</bold>"}));
-    EXPECT_EQ(message.textBody, "<bold>x</bold>");
-}
 
 TEST(MIMEParserContent, NamelessPDFAsSecondAttachment) {
     auto message =
@@ -205,20 +229,6 @@ TEST(MIMEParserContent, InlineImageLeavesFileAttachmentsOnlyWhenTheHTMLUsesIt) {
     EXPECT_EQ(attachedNotInline.fileAttachments().size(), 1u);
 }
 
-TEST(MIMEParserContent, PlainTextPrefersNonBlankTextThenHTML) {
-    auto text = MIMEParser::parse(
-        multipart("alternative", {"Content-Type: text/plain\n\n  hello\n", kHTMLA}));
-    EXPECT_EQ(text.plainText(), "  hello\n");
-
-    auto blank = MIMEParser::parse(
-        multipart("alternative", {"Content-Type: text/plain\n\n \n\t\n", kHTMLA}));
-    EXPECT_EQ(blank.plainText(), "html A");
-
-    auto htmlOnly = MIMEParser::parse("Content-Type: text/html\n\n<p>a</p><p>b</p>");
-    EXPECT_EQ(htmlOnly.textBody, std::nullopt);
-    EXPECT_EQ(htmlOnly.plainText(), "a\n b");
-}
-
 TEST(MIMEParserContent, DisplayFields) {
     auto message = MIMEParser::parse("From: =?UTF-8?Q?Andr=C3=A9?= <andre@example.com>\n"
                                      "To: \"Doe, Jane\" <jane@x>, bob@y\n"
@@ -251,15 +261,6 @@ TEST(MIMEParserContent, MissingDisplayFieldsAreEmpty) {
     EXPECT_EQ(message.date, std::nullopt);
     EXPECT_EQ(message.messageID, std::nullopt);
     EXPECT_EQ(MIMEParser::parse("Date: 2024-03-05\n\n").date, std::nullopt);
-}
-
-TEST(MIMEParserContent, TextIsDecodedThroughItsCharset) {
-    auto message = MIMEParser::parse(
-        multipart("mixed", {"Content-Type: text/plain; charset=koi8-r\n\n\xF0\xD2\xC9\xD7\xC5\xD4",
-                            "Content-Type: text/html; charset=windows-1252\n"
-                            "Content-Transfer-Encoding: quoted-printable\n\n=93q=94"}));
-    EXPECT_EQ(message.textBody, "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"); // Привет
-    EXPECT_EQ(message.htmlBody, "\xE2\x80\x9Cq\xE2\x80\x9D");
 }
 
 TEST(MIMEParserHeadersOf, ReadsOnlyTheHeadWithinTheCap) {
