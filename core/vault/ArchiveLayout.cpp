@@ -90,6 +90,11 @@ void ArchiveLayout::saveSync(const AccountSyncState& state, const MailAccount& a
 }
 
 std::filesystem::path ArchiveLayout::url(std::string_view relative) const {
+    // An account label of nothing but unsafe characters gives a folder path that starts with
+    // "/"; joined as it is, it would leave the vault for the file system's root.
+    while (!relative.empty() && relative.front() == '/') {
+        relative.remove_prefix(1);
+    }
     return root / std::filesystem::path(relative);
 }
 

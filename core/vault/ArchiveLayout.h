@@ -50,7 +50,8 @@ struct ArchiveLayout {
     /// then untouched.
     void saveSync(const AccountSyncState& state, const MailAccount& account) const;
 
-    /// root joined with a vault-relative path.
+    /// root joined with a vault-relative path. Leading slashes are dropped, so every
+    /// relative path stays inside the vault.
     std::filesystem::path url(std::string_view relative) const;
 
     /// Files a message at `relative` (which ends in ".eml") and returns the relative path
