@@ -255,6 +255,9 @@ private:
     /// Forgets the old vault's index and records before a root change reloads.
     void clearArchive();
     void publishRecords(std::vector<MessageRecord> records);
+    /// The same for records already shared and sorted newest first (stably), as the scan
+    /// prepares them off the main thread.
+    void publishSorted(std::vector<RecordRef> records);
     void refreshCaches();
     std::map<std::string, std::vector<FolderSummary>> computeFolders() const;
     void learnSenders();

@@ -47,6 +47,19 @@ QString text(std::string_view s) {
     return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
 }
 
+// The records shared and sorted by date, newest first, stably: the costly half of a
+// publication, done by the scan on its own thread so the main thread only takes the result.
+std::vector<RecordRef> sortedNewestFirst(std::vector<MessageRecord> records) {
+    std::vector<RecordRef> shared;
+    shared.reserve(records.size());
+    for (auto& record : records) {
+        shared.push_back(std::make_shared<const MessageRecord>(std::move(record)));
+    }
+    std::ranges::stable_sort(
+        shared, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
+    return shared;
+}
+
 } // namespace
 
 AppStore::~AppStore() {
@@ -82,23 +95,24 @@ void AppStore::reloadArchive() {
             });
         };
         hooks.progress = [&](size_t done, size_t total, std::vector<MessageRecord> records) {
-            hop(store, stop, [done, total, records = std::move(records)](AppStore& s) mutable {
+            auto sorted = sortedNewestFirst(std::move(records));
+            hop(store, stop, [done, total, sorted = std::move(sorted)](AppStore& s) mutable {
                 s.setIndexing(Indexing{done, total});
-                s.publishRecords(std::move(records));
+                s.publishSorted(std::move(sorted));
             });
         };
         auto result = ArchiveScan::run(root, indexFile, stop, hooks);
         if (!result) {
             return;
         }
-        auto records = result->index.liveRecords();
+        auto records = sortedNewestFirst(result->index.liveRecords());
         // The index crosses to the main thread whole; no other thread touches it afterwards.
         auto index = std::make_shared<SearchIndex>(std::move(result->index));
         hop(store, stop, [index, records = std::move(records)](AppStore& s) mutable {
             s.index_ = std::move(*index);
             s.scanTask_.reset();
             s.loadServerSizes();
-            s.publishRecords(std::move(records));
+            s.publishSorted(std::move(records));
             s.setIndexing(std::nullopt);
             emit s.scanFinished();
         });
@@ -113,14 +127,11 @@ void AppStore::setIndexing(std::optional<Indexing> indexing) {
 }
 
 void AppStore::publishRecords(std::vector<MessageRecord> records) {
-    std::vector<RecordRef> shared;
-    shared.reserve(records.size());
-    for (auto& record : records) {
-        shared.push_back(std::make_shared<const MessageRecord>(std::move(record)));
-    }
-    std::ranges::stable_sort(
-        shared, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
-    records_ = std::move(shared);
+    publishSorted(sortedNewestFirst(std::move(records)));
+}
+
+void AppStore::publishSorted(std::vector<RecordRef> records) {
+    records_ = std::move(records);
     recordsByPath_.clear();
     recordsByPath_.reserve(records_.size());
     for (const auto& record : records_) {

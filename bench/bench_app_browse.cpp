@@ -1,0 +1,158 @@
+// The browsing store over a large vault that is already indexed: how soon the first list is
+// published after start-up, how long the main thread is blocked at most during the scan and
+// for each keystroke of a query, and the memory held.
+//
+// Usage: bench_app_browse [messages]   (default 100000; the vault is made in a temporary folder)
+
+#include "model/AppStore.h"
+#include "model/ArchiveScan.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+double milliseconds(Clock::duration d) {
+    return std::chrono::duration<double, std::milli>(d).count();
+}
+
+long residentKiB(const char* field) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind(field, 0) == 0) {
+            return std::atol(line.c_str() + std::string(field).size());
+        }
+    }
+    return -1;
+}
+
+std::string message(int i) {
+    static const char* words[] = {"invoice", "meeting", "report", "holiday", "budget",
+                                  "garden",  "travel",  "family", "project", "review"};
+    std::time_t seconds = 946'684'800 + static_cast<std::time_t>(i) * 7'919; // ~25 years
+    std::tm parts{};
+    ::gmtime_r(&seconds, &parts);
+    char stamp[64];
+    std::strftime(stamp, sizeof stamp, "%a, %d %b %Y %H:%M:%S +0000", &parts);
+    std::string subject =
+        std::string(words[i % 10]) + " " + words[(i / 10) % 10] + " number " + std::to_string(i);
+    return "From: Sender " + std::to_string(i % 500) + " <s" + std::to_string(i % 500) +
+           "@example" + std::to_string(i % 50) +
+           ".org>\r\nTo: me@example.net\r\nSubject: " + subject + "\r\nDate: " + stamp +
+           "\r\nMessage-ID: <" + std::to_string(i) + "@example.org>\r\n\r\nBody of " + subject +
+           ", with a few more " + words[(i / 7) % 10] + " words.\r\n";
+}
+
+/// Fires as often as the event loop comes round; the longest gap between two firings is the
+/// longest stretch in which the main thread did something else.
+class StallMeter {
+public:
+    StallMeter() {
+        timer_.setInterval(0);
+        QObject::connect(&timer_, &QTimer::timeout, [this] {
+            auto now = Clock::now();
+            if (last_ != Clock::time_point{}) {
+                longest_ = std::max(longest_, now - last_);
+            }
+            last_ = now;
+        });
+    }
+    void start() {
+        last_ = {};
+        longest_ = {};
+        timer_.start();
+    }
+    Clock::duration stop() {
+        timer_.stop();
+        return longest_;
+    }
+
+private:
+    QTimer timer_;
+    Clock::time_point last_{};
+    Clock::duration longest_{};
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const int count = argc > 1 ? std::atoi(argv[1]) : 100'000;
+    auto base = fs::temp_directory_path() / ("qs-bench-browse-" + std::to_string(::getpid()));
+    auto vault = base / "vault";
+    ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault.c_str(), 1);
+    ::setenv("HOME", base.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", (base / "config").c_str(), 1);
+
+    auto started = Clock::now();
+    for (int i = 0; i < count; ++i) {
+        auto path = vault / ("Account" + std::to_string(i % 3)) /
+                    ("Folder " + std::to_string(i % 12)) / (std::to_string(i) + ".eml");
+        if (i % 12 == i % 3 || i < 36) {
+            fs::create_directories(path.parent_path());
+        }
+        std::ofstream(path, std::ios::binary) << message(i);
+    }
+    auto built = qs::ArchiveScan::run(vault, vault / ".quernstead" / "index.json", {});
+    std::printf("vault of %d messages written and indexed in %.0f ms (index file %.1f MB)\n", count,
+                milliseconds(Clock::now() - started),
+                double(fs::file_size(vault / ".quernstead" / "index.json")) / 1e6);
+    built.reset();
+    long before = residentKiB("VmRSS:");
+
+    StallMeter meter;
+    auto constructed = Clock::now();
+    auto* store = new qs::AppStore();
+    Clock::duration firstList{};
+    QObject::connect(store, &qs::AppStore::visibleChanged, [&] {
+        if (firstList == Clock::duration{} && !store->visible().empty()) {
+            firstList = Clock::now() - constructed;
+        }
+    });
+    QObject::connect(store, &qs::AppStore::scanFinished, &app, &QCoreApplication::quit);
+    meter.start();
+    store->reloadArchive();
+    app.exec();
+    auto scanStall = meter.stop();
+    std::printf("first list published %.0f ms after construction; %zu records\n",
+                milliseconds(firstList), store->records().size());
+    std::printf("longest main-thread stretch during the scan: %.1f ms\n", milliseconds(scanStall));
+
+    const char* typed[] = {"invoice budget", "repo", "s12", "number 4242", "family garden tr"};
+    Clock::duration longestKey{};
+    for (const char* query : typed) {
+        std::string q;
+        for (const char* c = query; *c; ++c) {
+            q += *c;
+            auto t = Clock::now();
+            store->setQuery(q);
+            longestKey = std::max(longestKey, Clock::now() - t);
+        }
+        store->setQuery("");
+    }
+    auto t = Clock::now();
+    store->setQuery("");
+    auto clearing = Clock::now() - t;
+    std::printf("longest keystroke (refreshVisible): %.1f ms; clearing the query: %.1f ms\n",
+                milliseconds(longestKey), milliseconds(clearing));
+    std::printf("resident memory: %.1f MB before the store, %.1f MB after the scan, peak %.1f MB\n",
+                before / 1024.0, residentKiB("VmRSS:") / 1024.0, residentKiB("VmHWM:") / 1024.0);
+
+    delete store;
+    std::error_code ignored;
+    fs::remove_all(base, ignored);
+    return 0;
+}
