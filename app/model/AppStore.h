@@ -9,11 +9,17 @@
 #include "model/SmartFilter.h"
 #include "model/TimelineModel.h"
 #include "model/Toast.h"
+#include "model/BackupStatus.h"
+#include "model/CleanupModel.h"
+#include "model/FriendlyError.h"
+#include "model/LedgerLine.h"
+#include "model/TaskHandle.h"
 #include "search/SearchIndex.h"
 #include "vault/ArchiveLayout.h"
 #include "vault/MailAccount.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
@@ -59,6 +65,18 @@ class AppStore : public QObject {
     Q_PROPERTY(QObject* timeline READ timelineObject CONSTANT)
     // Opening a message (AppStoreOpening.cpp).
     Q_PROPERTY(QVariant openMessage READ openMessageForView NOTIFY openMessageChanged)
+    // Backups (AppStoreBackup.cpp).
+    Q_PROPERTY(QVariantMap backup READ backupForView NOTIFY backupChanged)
+    Q_PROPERTY(QVariantMap ledger READ ledgerForView NOTIFY ledgerChanged)
+    Q_PROPERTY(QVariantMap backupProblems READ backupProblemsForView NOTIFY backupProblemsChanged)
+    Q_PROPERTY(bool showBackupActivity READ showBackupActivity WRITE setShowBackupActivity NOTIFY
+                   showBackupActivityChanged)
+    Q_PROPERTY(bool showAddAccount READ showAddAccount WRITE setShowAddAccount NOTIFY
+                   showAddAccountChanged)
+    // Freeing server space (AppStoreCleanup.cpp) and importing (AppStoreImport.cpp).
+    Q_PROPERTY(QObject* cleanup READ cleanupObject CONSTANT)
+    Q_PROPERTY(bool showFreeUp READ showFreeUp WRITE setShowFreeUp NOTIFY showFreeUpChanged)
+    Q_PROPERTY(QVariant importMessage READ importMessageForView NOTIFY importMessageChanged)
 
 public:
     /// How long a toast stays before it clears itself.
@@ -220,6 +238,87 @@ public:
     Q_INVOKABLE void revealSelected();
     QVariant openMessageForView() const;
 
+    // ---- Backups (AppStoreBackup.cpp). Main thread only. ----
+
+    /// Seconds between two looks of the scheduler.
+    static constexpr int scheduleTickSeconds = 300;
+
+    const BackupStatus& backup() const { return backup_; }
+    /// "{directoryName}/{mailbox name}" → the folder's row; never cleared as a whole.
+    const std::map<std::string, LedgerLine>& ledger() const { return ledger_; }
+    /// Account label → its problem in the last run that included it.
+    const std::map<std::string, FriendlyError::Message>& backupProblems() const {
+        return backupProblems_;
+    }
+    bool showBackupActivity() const { return showBackupActivity_; }
+    void setShowBackupActivity(bool show);
+    bool showAddAccount() const { return showAddAccount_; }
+    void setShowAddAccount(bool show);
+
+    /// Backs up `only`, or every account in turn, on a worker thread; one account's failure
+    /// never stops the others (it becomes that account's entry in `backupProblems`). During a
+    /// run it only opens the activity sheet; with no account it opens the add-account sheet.
+    /// Each account that succeeds gets its `lastBackup` and the vault is re-read; the end of
+    /// the run sets `lastMessage`, `lastError`, shows a toast and emits `backupFinished`.
+    void backUpNow(std::optional<MailAccount> only = std::nullopt);
+    Q_INVOKABLE void backUpAll() { backUpNow(); }
+    /// Backs up the account with this id; nothing for an unknown id.
+    Q_INVOKABLE void backUpAccount(const QString& id);
+    /// Asks the running backup to stop; it ends at its next check with "Stopped".
+    Q_INVOKABLE void stopBackup() { backupTask_.cancel(); }
+
+    /// Folds one report into `backup` and `ledger`.
+    void apply(const BackupProgress& progress, const std::string& accountDir);
+
+    /// Starts (or restarts) the repeating timer that runs `checkSchedule` every five minutes;
+    /// the first look comes one tick after the start.
+    void startScheduler();
+    /// With "scheduleEnabled" on, no run going and accounts present: starts a backup of all
+    /// accounts once `max(scheduleHours, 1)` hours have passed since the earliest `lastBackup`
+    /// (accounts never backed up don't hold it back; with none, at once). An unset
+    /// "scheduleHours" reads as 0, so as one hour.
+    void checkSchedule(Date now = std::chrono::system_clock::now());
+
+    QVariantMap backupForView() const;
+    QVariantMap ledgerForView() const;
+    QVariantMap backupProblemsForView() const;
+
+    // ---- Freeing server space (AppStoreCleanup.cpp). Main thread only. ----
+
+    CleanupModel& cleanup() const { return *cleanup_; }
+    QObject* cleanupObject() const { return cleanup_; }
+    bool showFreeUp() const { return showFreeUp_; }
+    void setShowFreeUp(bool show);
+
+    /// Resets the walk, then surveys `mailbox` for messages before `before` and verifies each
+    /// copy at a pace the user can follow. Without a saved password only `error` is set and the
+    /// stage stays `choose`; otherwise the stage goes to `verify`, where a failed survey shows
+    /// its error. `busy` is false at the end of every path.
+    void checkCleanup(const MailAccount& account, const std::string& mailbox, Date before);
+    /// Releases the plan's verified messages. A stop or a failure keeps the stage at `release`
+    /// with `error`, `released` and, when something left the server, `result`; success goes to
+    /// `done` with `result` and a toast. Nothing without a plan or a password.
+    void runCleanup(const MailAccount& account);
+    /// Asks the running survey, verification or release to stop; during verification (before
+    /// any release) the walk goes back to `choose`.
+    Q_INVOKABLE void cancelCleanup();
+    /// Stops whatever runs and clears the walk back to `choose`.
+    Q_INVOKABLE void resetCleanup();
+    /// Writes the summary of `released` messages (the first of `plan.verified()`); unless
+    /// `partial`, moves to `done` and shows the toast.
+    void finishCleanup(int64_t released, const CleanupPlan& plan, const MailAccount& account,
+                       bool partial);
+
+    // ---- Importing files (AppStoreImport.cpp). ----
+
+    const std::optional<QString>& importMessage() const { return importMessage_; }
+    QVariant importMessageForView() const;
+    /// Files the mail of `.eml` and mbox files below "Imported" on a worker thread, then
+    /// reports "Imported {n} message(s)" (with " · {m} skipped") in `importMessage` and a
+    /// toast, re-reads the vault and emits `importFinished`. Unreadable files and blocks that
+    /// aren't mail count as skipped; nothing is reported by its own words.
+    void importFiles(const std::vector<std::filesystem::path>& files);
+
 signals:
     void layoutChanged();
     void accountsChanged();
@@ -239,6 +338,18 @@ signals:
     void openMessageChanged();
     /// A scan published its final state (after `records` and `index` were replaced).
     void scanFinished();
+    // Backups, freeing space, importing.
+    void backupChanged();
+    void ledgerChanged();
+    void backupProblemsChanged();
+    void showBackupActivityChanged();
+    void showAddAccountChanged();
+    /// A backup run ended (after its toast).
+    void backupFinished();
+    void showFreeUpChanged();
+    void importMessageChanged();
+    /// An import published its counts (after its toast).
+    void importFinished();
 
 private:
     void saveFilters();
@@ -292,6 +403,27 @@ private:
     std::optional<OpenMessage> openMessage_;
     std::set<std::string> allowImagesFor_;
     std::map<std::string, int64_t> serverSizes_;
+
+    // Backups, freeing space, importing.
+    void finishBackup(int failures, int64_t newTotal, bool cancelled);
+    void backupSucceeded(const UUID& accountId);
+    void setBackupProblem(const std::string& label, FriendlyError::Message message);
+    /// Runs on the check's worker thread: verifies the plan round by round, publishing each.
+    static void verifyProgressively(QPointer<AppStore> store, CleanupPlan plan,
+                                    const ArchiveLayout& layout, std::stop_token stop);
+    void setImportMessage(std::optional<QString> message);
+
+    BackupStatus backup_;
+    std::map<std::string, LedgerLine> ledger_;
+    std::map<std::string, FriendlyError::Message> backupProblems_;
+    bool showBackupActivity_ = false;
+    bool showAddAccount_ = false;
+    TaskHandle backupTask_;
+    QTimer scheduleTimer_;
+    CleanupModel* cleanup_ = new CleanupModel(this);
+    TaskHandle cleanupTask_;
+    bool showFreeUp_ = false;
+    std::optional<QString> importMessage_;
 };
 
 } // namespace qs

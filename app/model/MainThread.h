@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QMetaObject>
+#include <QPointer>
+#include <utility>
+
+namespace qs::MainThread {
+
+/// Runs `work(object)` on the main thread, later, if `object` still exists then. Safe to call
+/// from any thread: the pointer is only looked at on the main thread.
+template <typename T, typename Work>
+void post(QPointer<T> object, Work work) {
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [object, work = std::move(work)]() mutable {
+            if (object) {
+                work(*object);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace qs::MainThread
