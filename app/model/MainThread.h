@@ -11,8 +11,12 @@ namespace qs::MainThread {
 /// from any thread: the pointer is only looked at on the main thread.
 template <typename T, typename Work>
 void post(QPointer<T> object, Work work) {
+    auto* application = QCoreApplication::instance();
+    if (application == nullptr) {
+        return; // the program is ending; nobody is left to publish to
+    }
     QMetaObject::invokeMethod(
-        QCoreApplication::instance(),
+        application,
         [object, work = std::move(work)]() mutable {
             if (object) {
                 work(*object);
