@@ -1,0 +1,185 @@
+// backup, import, reindex and ledger: the commands that fill the vault and tell how far it is.
+#include "Commands.h"
+#include "Interrupt.h"
+#include "Terminal.h"
+#include "Wait.h"
+
+#include "model/Fmt.h"
+
+#include <QElapsedTimer>
+#include <QLocale>
+#include <iostream>
+
+namespace qs::cli {
+
+namespace {
+
+std::string grouped(int64_t number) {
+    return QLocale().toString(number).toStdString();
+}
+
+/// Draws a running backup: on a terminal one line rewritten in place; elsewhere one line per
+/// folder, written when the run moves past it.
+class BackupDisplay {
+public:
+    explicit BackupDisplay(bool live) : live_(live) {}
+
+    void update(const BackupProgress& progress) {
+        if (progress.phase.empty())
+            return;
+        std::string key = progress.account + " › " + progress.folder;
+        if (key != key_) {
+            finishLine();
+            key_ = key;
+            clock_.start();
+        }
+        last_ = progress;
+        if (live_)
+            std::cout << "\r\033[K" << describe(progress) << std::flush;
+    }
+
+    /// Ends the current folder's line.
+    void finishLine() {
+        if (key_.empty())
+            return;
+        if (live_)
+            std::cout << "\r\033[K";
+        std::cout << describe(last_) << "\n" << std::flush;
+        key_.clear();
+    }
+
+private:
+    std::string describe(const BackupProgress& p) const {
+        std::string line = p.account + " › " + p.folder + " · " + p.phase;
+        if (p.messagesTotal > 0) {
+            line += " · " + grouped(p.messagesDone) + " of " + grouped(p.messagesTotal) + " · " +
+                    bytes(p.bytesDone) + " of " + bytes(p.bytesTotal);
+            double seconds = static_cast<double>(clock_.elapsed()) / 1000.0;
+            if (seconds > 0.2) {
+                line += " · " +
+                        bytes(static_cast<int64_t>(static_cast<double>(p.bytesDone) / seconds)) +
+                        "/s";
+            }
+        }
+        return line;
+    }
+
+    bool live_;
+    std::string key_;
+    BackupProgress last_;
+    QElapsedTimer clock_;
+};
+
+} // namespace
+
+void loadArchive(AppStore& store) {
+    runUntil(&store, &AppStore::scanFinished, [&] { store.reloadArchive(); });
+}
+
+int backup(AppStore& store, const std::optional<std::string>& label) {
+    std::optional<MailAccount> only;
+    if (label) {
+        only = accountLabelled(store, *label);
+        if (!only)
+            return failed;
+    }
+    if (store.accounts().empty()) {
+        std::cerr << "No accounts yet. Connect an account to start filling the vault.\n";
+        return failed;
+    }
+    BackupDisplay display(stdoutIsTerminal());
+    Interrupt interrupt;
+    bool stopped = false;
+    QObject::connect(&interrupt, &Interrupt::interrupted, &store, [&] {
+        stopped = true;
+        std::cerr << "\nStopping after the current batch…\n";
+        store.stopBackup();
+    });
+    auto watch = QObject::connect(&store, &AppStore::backupChanged, &store,
+                                  [&] { display.update(store.backup().progress); });
+    runUntil(&store, &AppStore::backupFinished, [&] { store.backUpNow(only); });
+    QObject::disconnect(watch);
+    display.finishLine();
+    // A successful account makes the store re-read the vault; let that finish so the index
+    // on disk is current when the command returns.
+    if (store.indexing())
+        runUntil(&store, &AppStore::scanFinished, [] {});
+
+    const BackupStatus& status = store.backup();
+    if (status.lastMessage)
+        std::cout << *status.lastMessage << "\n";
+    for (const auto& [account, problem] : store.backupProblems()) {
+        std::cerr << account << ": " << problem.title << ". " << problem.advice << "\n";
+    }
+    return stopped || !store.backupProblems().empty() ? failed : ok;
+}
+
+int importFiles(AppStore& store, const std::vector<std::string>& files) {
+    std::vector<std::filesystem::path> paths(files.begin(), files.end());
+    runUntil(&store, &AppStore::importFinished, [&] { store.importFiles(paths); });
+    if (store.indexing())
+        runUntil(&store, &AppStore::scanFinished, [] {});
+    if (store.importMessage())
+        std::cout << store.importMessage()->toStdString() << "\n";
+    return ok;
+}
+
+int reindex(AppStore& store) {
+    bool live = stdoutIsTerminal();
+    auto watch = QObject::connect(&store, &AppStore::indexingChanged, &store, [&] {
+        if (live && store.indexing() && store.indexing()->total > 0) {
+            std::cout << "\r\033[KIndexing "
+                      << grouped(static_cast<int64_t>(store.indexing()->done)) << " of "
+                      << grouped(static_cast<int64_t>(store.indexing()->total)) << std::flush;
+        }
+    });
+    loadArchive(store);
+    QObject::disconnect(watch);
+    if (live)
+        std::cout << "\r\033[K";
+    std::cout << store.vaultSummary().toStdString() << "\n";
+    return ok;
+}
+
+int ledger(AppStore& store) {
+    std::cout << "Your vault\n";
+    if (store.accounts().empty()) {
+        std::cout << "No accounts yet\nConnect an account to start filling the vault.\n";
+        return ok;
+    }
+    for (const MailAccount& account : store.accounts()) {
+        std::cout << "\n"
+                  << account.label << " · "
+                  << (account.lastBackup ? "checked " + Fmt::ago(*account.lastBackup).toStdString()
+                                         : std::string("never backed up"))
+                  << "\n";
+        if (auto problem = store.backupProblems().find(account.label);
+            problem != store.backupProblems().end()) {
+            std::cout << "  ⚠ " << problem->second.title << ". " << problem->second.advice << "\n";
+        }
+        AccountSyncState sync = store.layout().loadSync(account);
+        for (const std::string& name : account.folders) {
+            std::string display = name;
+            for (const IMAPMailbox& mailbox : account.knownFolders) {
+                if (mailbox.name == name)
+                    display = mailbox.displayName;
+            }
+            std::string state = "waiting";
+            auto line = store.ledger().find(account.directoryName() + "/" + name);
+            auto folder = sync.folders.find(name);
+            if (line != store.ledger().end() && line->second.running) {
+                state = "+" + grouped(line->second.done) + " of " + grouped(line->second.total);
+            } else if (line != store.ledger().end() && line->second.finished) {
+                state = line->second.newMessages == 0
+                            ? std::string("✓ up to date")
+                            : "✓ +" + grouped(line->second.newMessages) + " new";
+            } else if (folder != sync.folders.end() && folder->second.lastRun) {
+                state = Fmt::ago(*folder->second.lastRun).toStdString();
+            }
+            std::cout << "  " << display << " · " << state << "\n";
+        }
+    }
+    return ok;
+}
+
+} // namespace qs::cli

@@ -1,0 +1,56 @@
+// demo-server: a private Dovecot on 127.0.0.1 over TLS, with its own CA, holding the fictional
+// mailbox of DemoMail. Writes a shell fragment naming the port, the user, the password and the
+// CA to trust into the file given, then waits for SIGINT or SIGTERM and stops the server.
+//
+//     demo-server ENV_FILE [SEED] [COUNT]
+#include "support/DemoMail.h"
+#include "support/DovecotFixture.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <map>
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::cerr << "usage: demo-server ENV_FILE [SEED] [COUNT]\n";
+        return 2;
+    }
+    // Block the stop signals first, so that one arriving during the start is waited for below.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
+    int count = argc > 3 ? std::atoi(argv[3]) : 600;
+    try {
+        qs::test::DovecotFixture server;
+        const std::string user = "robin", password = "demo-password";
+        server.addUser(user, password);
+        std::map<std::string, std::vector<std::string>> byFolder;
+        for (auto& message : qs::test::DemoMail::generate(seed, count)) {
+            byFolder[message.folder].push_back(std::move(message.bytes));
+        }
+        for (const std::string& folder : qs::test::DemoMail::folders()) {
+            if (folder != "INBOX")
+                server.createFolder(user, folder);
+            server.deliverAll(user, folder, byFolder[folder]);
+        }
+        {
+            std::ofstream out(argv[1]);
+            out << "DEMO_PORT=" << server.imapsPort() << "\nDEMO_USER=" << user
+                << "\nDEMO_PASSWORD=" << password << "\nSSL_CERT_FILE='"
+                << std::getenv("SSL_CERT_FILE") << "'\nSSL_CERT_DIR='"
+                << std::getenv("SSL_CERT_DIR") << "'\n";
+        }
+        int received = 0;
+        sigwait(&stopSignals, &received);
+    } catch (const std::exception& error) {
+        std::cerr << "demo-server: " << error.what() << "\n";
+        return 1;
+    }
+    return 0;
+}
