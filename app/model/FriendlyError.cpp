@@ -124,8 +124,9 @@ Message file(const std::system_error& error) {
         switch (error.code().value()) {
         case ENOSPC:
         case EDQUOT:
-            return {"Your disk is full", "Free some space on this Mac (or choose another vault "
-                                         "folder in Settings), then back up again."};
+            // The words name the user's machine; on this platform it isn't a Mac.
+            return {"Your disk is full", "Free some space on this computer (or choose another "
+                                         "vault folder in Settings), then back up again."};
         case EACCES:
         case EPERM:
         case EROFS:

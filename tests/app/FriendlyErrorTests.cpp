@@ -125,7 +125,8 @@ TEST(FriendlyError, EveryRowInOrder) {
          "Unencrypted connections aren’t allowed", "Quernstead only connects with TLS (port 993)."},
         // Files.
         {"disk full", fileError(ENOSPC), host, "Your disk is full",
-         "Free some space on this Mac (or choose another vault folder in Settings), then back up "
+         "Free some space on this computer (or choose another vault folder in Settings), then back "
+         "up "
          "again."},
         {"no permission", fileError(EACCES), host, "Quernstead can’t write to the vault folder",
          "Choose a folder you own in Settings › General."},
