@@ -17,13 +17,6 @@ int main(int argc, char** argv) {
         std::cerr << "usage: demo-server ENV_FILE [SEED] [COUNT]\n";
         return 2;
     }
-    // Block the stop signals first, so that one arriving during the start is waited for below.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-
     uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
     int count = argc > 3 ? std::atoi(argv[3]) : 600;
     try {
@@ -39,6 +32,14 @@ int main(int argc, char** argv) {
                 server.createFolder(user, folder);
             server.deliverAll(user, folder, byFolder[folder]);
         }
+        // Blocked only now: Dovecot inherits the mask of this process when it starts, and must
+        // still hear the fixture's SIGTERM. A signal during the start ends this program and
+        // Dovecot follows its parent.
+        sigset_t stopSignals;
+        sigemptyset(&stopSignals);
+        sigaddset(&stopSignals, SIGINT);
+        sigaddset(&stopSignals, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
         {
             std::ofstream out(argv[1]);
             out << "DEMO_PORT=" << server.imapsPort() << "\nDEMO_USER=" << user
