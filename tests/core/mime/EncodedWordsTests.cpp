@@ -35,7 +35,10 @@ TEST(EncodedWords, Decode) {
         {"ISO-2022-JP", "=?ISO-2022-JP?B?GyRCRnxLXBsoQg==?=", "日本"},
         {"bad bytes under a label fall back", "=?us-ascii?Q?caf=E9?=", "café"},
         {"unknown charset with UTF-8 bytes", "=?x-unknown?Q?=C3=A9?=", "é"},
-        {"empty payload", "=?UTF-8?Q?" "?=x", "x"},
+        {"empty payload",
+         "=?UTF-8?Q?"
+         "?=x",
+         "x"},
         {"failed word then good word", "=?a =?UTF-8?Q?b?=", "=?a b"},
         {"non-ASCII text kept", "é =?UTF-8?Q?x?= ü", "é x ü"},
     };
