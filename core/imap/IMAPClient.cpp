@@ -1,5 +1,6 @@
 #include "imap/IMAPClient.h"
 
+#include "imap/IMAPKeyword.h"
 #include "imap/IMAPQuote.h"
 #include "support/Cancellation.h"
 
@@ -10,11 +11,7 @@ namespace qs {
 
 namespace {
 
-std::string upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
+using IMAPKeyword::upper;
 
 // Plain TCP is for a developer's own server on this machine, spelt exactly so: no other
 // spelling of the loopback address is taken, so a typo can't send a password in clear.

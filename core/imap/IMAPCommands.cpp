@@ -1,5 +1,6 @@
 // The commands of IMAPClient: each one or two calls of run, their results gathered from the
-// untagged responses. Responses that don't fit are skipped, as servers may send unsolicited
+
+#include "imap/IMAPKeyword.h" // untagged responses. Responses that don't fit are skipped, as servers may send unsolicited
 // data at any time.
 #include "imap/IMAPClient.h"
 
@@ -13,11 +14,7 @@ namespace qs {
 
 namespace {
 
-std::string upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
+using IMAPKeyword::upper;
 
 bool isWord(const IMAPValue& value, std::string_view word) {
     std::optional<std::string> text = value.text();

@@ -1,6 +1,7 @@
 #include "imap/IMAPFetchItem.h"
 
 #include "imap/IMAPDate.h"
+#include "imap/IMAPKeyword.h"
 #include "imap/IMAPNumber.h"
 
 #include <algorithm>
@@ -9,11 +10,7 @@ namespace qs {
 
 namespace {
 
-std::string upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
+using IMAPKeyword::upper;
 
 } // namespace
 
