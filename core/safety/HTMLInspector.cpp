@@ -239,20 +239,6 @@ bool isFileExtension(std::string_view label) {
     return std::find(extensions.begin(), extensions.end(), label) != extensions.end();
 }
 
-bool isAllLetters(std::string_view text) {
-    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
-    int32_t i = 0;
-    auto length = int32_t(text.size());
-    while (i < length) {
-        UChar32 c;
-        U8_NEXT(s, i, length, c);
-        if (c < 0 || !u_isalpha(c)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // The link's content as plain text (before trimming). Plain words without markup, entities or
 // more than two line feeds are what most links hold; for them the conversion comes down to
 // collapsing runs of blanks, done here directly, which gives the same text once trimmed.
@@ -326,7 +312,7 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     if (size_t dot = lastLabel.rfind('.'); dot != std::string_view::npos) {
         lastLabel.remove_prefix(dot + 1);
     }
-    if (lastLabel.size() < 2 || !isAllLetters(lastLabel) || isFileExtension(lastLabel)) {
+    if (lastLabel.size() < 2 || !TextUtil::isAllLetters(lastLabel) || isFileExtension(lastLabel)) {
         return std::nullopt;
     }
     if (Domains::registrable(shownDomain) == Domains::registrable(*actualHost)) {

@@ -157,23 +157,6 @@ std::string capitalized(std::string_view word) {
     return out;
 }
 
-bool isAllLetters(std::string_view text) {
-    if (text.empty()) {
-        return false;
-    }
-    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
-    int32_t i = 0;
-    auto length = int32_t(text.size());
-    while (i < length) {
-        UChar32 c;
-        U8_NEXT(s, i, length, c);
-        if (c < 0 || !u_isalpha(c)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 std::string_view lastLabel(std::string_view domain) {
     size_t dot = domain.rfind('.');
     return dot == std::string_view::npos ? domain : domain.substr(dot + 1);
@@ -209,7 +192,7 @@ std::optional<SenderFlag> domainInName(std::string_view name, std::string_view d
         found.erase(0, at + 1);
     }
     std::string shown = Domains::registrable(found);
-    if (!isAllLetters(lastLabel(shown)) || shown == reg) {
+    if (!TextUtil::isAllLetters(lastLabel(shown)) || shown == reg) {
         return std::nullopt;
     }
     return SenderFlag{SenderFlag::Kind::displayName, "Name shows " + shown,

@@ -34,6 +34,23 @@ std::string_view trimWhitespace(std::string_view text) {
     return text.substr(size_t(start), size_t(end - start));
 }
 
+bool isAllLetters(std::string_view text) {
+    if (text.empty()) {
+        return false;
+    }
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    int32_t i = 0;
+    auto length = int32_t(text.size());
+    while (i < length) {
+        UChar32 c;
+        U8_NEXT(s, i, length, c);
+        if (c < 0 || !u_isalpha(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool isASCII(std::string_view text) {
     for (char c : text) {
         if (static_cast<unsigned char>(c) >= 0x80) {

@@ -18,6 +18,9 @@ void lowerASCIIInPlace(std::string& text);
 /// True when `text` begins with `prefix`, comparing ASCII letters without case.
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix);
 
+/// True when `text` is non-empty, well-formed UTF-8 and every character is a letter.
+bool isAllLetters(std::string_view text);
+
 /// True when `text` holds no byte above 0x7F.
 bool isASCII(std::string_view text);
 

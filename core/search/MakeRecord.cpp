@@ -6,6 +6,7 @@
 #include "safety/ReplyToCheck.h"
 #include "safety/SenderCheck.h"
 #include "safety/SenderTrust.h"
+#include "safety/TextUtil.h"
 #include "support/Regex.h"
 #include "support/Unicode.h"
 
@@ -30,28 +31,6 @@ constexpr size_t searchableBodyLength = 40'000;
 /// characters than the snippet needs, so a long body is never squeezed whole.
 constexpr size_t snippetWindow = 2048;
 
-icu::BreakIterator& characterIterator() {
-    thread_local std::unique_ptr<icu::BreakIterator> iterator = [] {
-        UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<icu::BreakIterator> it(
-            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-        if (U_FAILURE(status) || !it) {
-            std::abort();
-        }
-        return it;
-    }();
-    return *iterator;
-}
-
-bool isASCII(std::string_view text) {
-    for (unsigned char c : text) {
-        if (c >= 0x80) {
-            return false;
-        }
-    }
-    return true;
-}
-
 /// The first `count` extended grapheme clusters of UTF-8 text, and whether the text had more.
 std::string_view graphemePrefix(std::string_view text, size_t count, bool* more = nullptr) {
     if (more) {
@@ -61,7 +40,7 @@ std::string_view graphemePrefix(std::string_view text, size_t count, bool* more 
         // A cluster holds at least one byte.
         return text;
     }
-    if (isASCII(text.substr(0, count + 1))) {
+    if (TextUtil::isASCII(text.substr(0, count + 1))) {
         // In ASCII only CR LF makes a cluster of two bytes.
         size_t clusters = 0;
         size_t i = 0;
@@ -82,7 +61,7 @@ std::string_view graphemePrefix(std::string_view text, size_t count, bool* more 
     if (U_FAILURE(status)) {
         return text;
     }
-    auto& it = characterIterator();
+    auto& it = Unicode::characterIterator();
     it.setText(&ut, status);
     it.first();
     int32_t end = it.next(int32_t(count));

@@ -9,8 +9,6 @@
 
 namespace qs::Unicode {
 
-namespace {
-
 // BreakIterator is not thread-safe; each thread keeps its own, made once.
 icu::BreakIterator& characterIterator() {
     thread_local std::unique_ptr<icu::BreakIterator> iterator = [] {
@@ -24,8 +22,6 @@ icu::BreakIterator& characterIterator() {
     }();
     return *iterator;
 }
-
-} // namespace
 
 icu::UnicodeString fromUTF8(std::string_view utf8) {
     return icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), int32_t(utf8.size())));
