@@ -23,14 +23,18 @@ int main(int argc, char** argv) {
         qs::test::DovecotFixture server;
         const std::string user = "robin", password = "demo-password";
         server.addUser(user, password);
+        // Each message arrives when its Date header says, so a backup files the mail over its
+        // fifteen years rather than all under this one.
         std::map<std::string, std::vector<std::string>> byFolder;
+        std::map<std::string, std::vector<qs::test::DovecotFixture::Arrival>> arrivals;
         for (auto& message : qs::test::DemoMail::generate(seed, count)) {
             byFolder[message.folder].push_back(std::move(message.bytes));
+            arrivals[message.folder].push_back(message.date);
         }
         for (const std::string& folder : qs::test::DemoMail::folders()) {
             if (folder != "INBOX")
                 server.createFolder(user, folder);
-            server.deliverAll(user, folder, byFolder[folder]);
+            server.deliverAll(user, folder, byFolder[folder], arrivals[folder]);
         }
         // Blocked only now: Dovecot inherits the mask of this process when it starts, and must
         // still hear the fixture's SIGTERM. A signal during the start ends this program and

@@ -1,6 +1,7 @@
 #include "support/DemoMail.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <string_view>
 
@@ -104,6 +105,13 @@ std::string rfcDate(const Stamp& s) {
                   dayNames[static_cast<size_t>(weekday(s.year, s.month, s.day))].data(), s.day,
                   monthNames[static_cast<size_t>(s.month - 1)].data(), s.year, s.hour, s.minute);
     return text;
+}
+
+// The instant of a stamp, which the Date header writes in +0100.
+Date instant(const Stamp& s) {
+    using namespace std::chrono;
+    const sys_days day = year(s.year) / s.month / s.day;
+    return Date(day + hours(s.hour) + minutes(s.minute) - hours(1));
 }
 
 std::string addressOf(const Person& person) {
@@ -311,18 +319,18 @@ std::vector<DemoMessage> DemoMail::generate(uint64_t seed, int count, int lastYe
         // A phishing message every ~60th, and always some in the last year.
         bool phish = serial % 61 == 60 || (serial >= count - 4 && phishingMade < 3);
         if (phish) {
-            messages.push_back({"INBOX", phishing(phishingMade++, stamp, serial)});
+            messages.push_back({"INBOX", phishing(phishingMade++, stamp, serial), instant(stamp)});
             continue;
         }
         int kind = random.below(10);
         if (kind < 4)
-            messages.push_back({"INBOX", personal(random, stamp, serial)});
+            messages.push_back({"INBOX", personal(random, stamp, serial), instant(stamp)});
         else if (kind < 6)
-            messages.push_back({"Archive", work(random, stamp, serial)});
+            messages.push_back({"Archive", work(random, stamp, serial), instant(stamp)});
         else if (kind < 9)
-            messages.push_back({"Newsletters", newsletter(random, stamp, serial)});
+            messages.push_back({"Newsletters", newsletter(random, stamp, serial), instant(stamp)});
         else
-            messages.push_back({"Sent", sent(random, stamp, serial)});
+            messages.push_back({"Sent", sent(random, stamp, serial), instant(stamp)});
     }
     return messages;
 }

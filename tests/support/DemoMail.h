@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Date.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -12,6 +14,8 @@ struct DemoMessage {
     std::string folder;
     /// The whole message, CR LF line ends.
     std::string bytes;
+    /// The instant its Date header names: when the message reached the server, too.
+    Date date;
     bool operator==(const DemoMessage&) const = default;
 };
 

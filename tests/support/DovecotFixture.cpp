@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <fstream>
 #include <memory>
@@ -344,7 +346,10 @@ void DovecotFixture::createFolder(const std::string& user, const std::string& fo
 }
 
 uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
-                                 const std::string& message) {
+                                 const std::string& message, std::optional<Arrival> arrival) {
+    if (arrival) {
+        return append(user, folder, {message}, {*arrival}).front();
+    }
     runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
     std::vector<StoredMessage> stored = messages(user, folder);
     if (stored.empty()) {
@@ -354,7 +359,11 @@ uint32_t DovecotFixture::deliver(const std::string& user, const std::string& fol
 }
 
 std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
-                                                 const std::vector<std::string>& messages) {
+                                                 const std::vector<std::string>& messages,
+                                                 const std::vector<Arrival>& arrivals) {
+    if (!arrivals.empty()) {
+        return append(user, folder, messages, arrivals);
+    }
     for (const std::string& message : messages) {
         runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder},
                    message);
@@ -366,6 +375,71 @@ std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const 
     std::vector<uint32_t> uids;
     for (size_t i = stored.size() - messages.size(); i < stored.size(); ++i) {
         uids.push_back(stored[i].uid);
+    }
+    return uids;
+}
+
+std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std::string& folder,
+                                             const std::vector<std::string>& messages,
+                                             const std::vector<Arrival>& arrivals) const {
+    if (arrivals.size() != messages.size()) {
+        throw std::invalid_argument("deliverAll: " + std::to_string(arrivals.size()) +
+                                    " arrivals for " + std::to_string(messages.size()) +
+                                    " messages");
+    }
+    // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
+    for (char c : folder) {
+        if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7e) {
+            throw std::invalid_argument("deliver with an arrival: folder name " + folder +
+                                        " is not plain ASCII");
+        }
+    }
+    std::string quoted = "\"";
+    for (char c : folder) {
+        if (c == '"' || c == '\\') {
+            quoted += '\\';
+        }
+        quoted += c;
+    }
+    quoted += '"';
+    // Dovecot takes a save's received date from APPEND's date-time only (doveadm save has no
+    // such option). LITERAL+ lets the whole session go in as one script.
+    std::string script;
+    for (size_t i = 0; i < messages.size(); ++i) {
+        std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals[i]);
+        std::tm utc{};
+        ::gmtime_r(&seconds, &utc);
+        // Month names by hand: strftime's %b follows the locale, which Qt programs set.
+        static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+        char date[40];
+        std::snprintf(date, sizeof date, "%02d-%s-%04d %02d:%02d:%02d +0000", utc.tm_mday,
+                      months[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
+        script += "A" + std::to_string(i) + " APPEND " + quoted + " \"" + date + "\" {" +
+                  std::to_string(messages[i].size()) + "+}\r\n" + messages[i] + "\r\n";
+    }
+    script += "Z LOGOUT\r\n";
+    std::string output =
+        runChecked({"doveadm", "-c", configFile_.string(), "exec", "imap", "-u", user}, script);
+    // Each append answers "A<i> OK [APPENDUID <validity> <uid>] ...".
+    std::vector<uint32_t> uids;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        std::string tag = "A" + std::to_string(uids.size()) + " ";
+        if (!line.starts_with(tag)) {
+            continue;
+        }
+        std::istringstream words(line.substr(tag.size()));
+        std::string status, code, validity, uid;
+        words >> status >> code >> validity >> uid;
+        if (status != "OK" || code != "[APPENDUID" || uid.empty()) {
+            throw std::runtime_error("APPEND to " + folder + " failed: " + output);
+        }
+        uids.push_back(static_cast<uint32_t>(std::stoul(uid)));
+    }
+    if (uids.size() != messages.size()) {
+        throw std::runtime_error("APPEND to " + folder + " stored " + std::to_string(uids.size()) +
+                                 " of " + std::to_string(messages.size()) + " messages: " + output);
     }
     return uids;
 }

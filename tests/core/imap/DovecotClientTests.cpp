@@ -218,6 +218,33 @@ TEST_F(DovecotClient, ReportsANewUIDValidity) {
     EXPECT_EQ(client.select("Box", true).uidValidity, 4242u);
 }
 
+// The fixture's arrival dates are what the server then reports as INTERNALDATE, which is what
+// a backup files by: the demo's fifteen years of mail depend on it.
+TEST_F(DovecotClient, DeliveredMailKeepsTheArrivalDateItWasGiven) {
+    dovecot().addUser("arrivals", password);
+    dovecot().createFolder("arrivals", "Old \"Mail\"");
+    const Date first = dateFromUnix(1'301'904'000);  // 2011-04-04 08:00:00 UTC
+    const Date second = dateFromUnix(1'577'836'799); // 2019-12-31 23:59:59 UTC
+    const Date third = dateFromUnix(946'684'800);    // 2000-01-01 00:00:00 UTC
+    std::vector<uint32_t> uids = dovecot().deliverAll(
+        "arrivals", "Old \"Mail\"", {message("a1", "x"), message("a2", "y")}, {first, second});
+    uids.push_back(dovecot().deliver("arrivals", "Old \"Mail\"", message("a3", "z"), third));
+    const Date before = std::chrono::system_clock::now() - 1min;
+    uids.push_back(dovecot().deliver("arrivals", "Old \"Mail\"", message("a4", "now")));
+    EXPECT_THROW(dovecot().deliverAll("arrivals", "INBOX", {message("a5", "")}, {first, second}),
+                 std::invalid_argument);
+
+    IMAPClient& client = signIn("arrivals");
+    client.select("Old \"Mail\"", true);
+    std::vector<IMAPFetchItem> items = client.fetchMeta(uids);
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[0].internalDate, first);
+    EXPECT_EQ(items[1].internalDate, second);
+    EXPECT_EQ(items[2].internalDate, third);
+    ASSERT_TRUE(items[3].internalDate);
+    EXPECT_GT(*items[3].internalDate, before);
+    EXPECT_EQ(dovecot().messages("arrivals", "Old \"Mail\"").size(), 4u);
+}
 TEST_F(DovecotClient, RefusalsAreCommandFailuresWithTheServersText) {
     dovecot().addUser("refused", password);
     {
