@@ -9,7 +9,9 @@
 
 #include "ScopedEnvironment.h"
 #include "support/Corpus.h"
+#include "support/DemoMail.h"
 #include "support/DovecotEnvironment.h"
+#include "support/IMAPRelay.h"
 #include "support/TemporaryDirectory.h"
 
 #include <QSettings>
@@ -18,6 +20,7 @@
 
 #include <arpa/inet.h>
 #include <fstream>
+#include <functional>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -29,6 +32,7 @@ using namespace std::chrono_literals;
 using qs::AppStore;
 using qs::MailAccount;
 using qs::test::DovecotFixture;
+using qs::test::IMAPRelay;
 
 [[maybe_unused]] auto* const dovecotEnvironment =
     ::testing::AddGlobalTestEnvironment(new qs::test::DovecotEnvironment);
@@ -387,6 +391,177 @@ TEST_F(AppStoreBackupTest, CleanupWalkFromChooseToDone) {
     EXPECT_FALSE(cleanup.plan());
     EXPECT_FALSE(cleanup.result());
     EXPECT_EQ(cleanup.checked(), 0);
+}
+
+// A Dovecot of its own that also listens without TLS, so that a relay can see the release's
+// commands and stop it at an exact one; started on first use.
+DovecotFixture& plainDovecot() {
+    static DovecotFixture fixture([] {
+        DovecotFixture::Options options;
+        options.plainListener = true;
+        return options;
+    }());
+    return fixture;
+}
+
+// Releases that end before every verified message has left the server: the user presses Stop
+// while a command is under way, the connection drops, or the server changed since the check.
+// 203 messages make two chunks of the release (200, then 3). Each row checks what the sheet
+// shows and that the server keeps exactly the messages that weren't released.
+TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
+    constexpr int64_t total = 203;
+    struct Case {
+        const char* name;
+        // The command the relay stops, its occurrence in the release, and how.
+        const char* command;
+        int occurrence;
+        IMAPRelay::Action action;
+        // The user presses Stop while the command is held.
+        bool cancel;
+        // Done to the server between the check and the release (nothing when empty).
+        std::function<void(const std::string& user)> meddle;
+        int64_t released;
+        std::string title;
+        std::string advice; // its start, when `adviceEnd` is set
+        std::string adviceEnd;
+        // No message left on the server stays marked \Deleted. A chunk's marks are taken back
+        // when it fails, but not when the connection that set them is gone before its EXPUNGE.
+        bool unmarked;
+    };
+    const std::string problem = "Released 0 of 203 messages, then the server reported a problem (";
+    // One row a case reads better than one field a line.
+    // clang-format off
+    const std::vector<Case> cases = {
+        {"stop while the server confirms the sizes", "UID FETCH", 1, IMAPRelay::Action::hold,
+         true, {}, 0, "Stopped", "Stopped before anything was released.", "", true},
+        {"stop during the first chunk", "UID EXPUNGE", 1, IMAPRelay::Action::hold, true, {}, 200,
+         "Stopped", "Stopped after releasing 200 of 203 messages. The other 3 stay on the server.",
+         "", true},
+        {"connection lost before the second chunk", "UID STORE", 2, IMAPRelay::Action::cut,
+         false, {}, 200, "The server reported a problem",
+         "Released 200 of 203 messages, then the server reported a problem (",
+         "). The other 3 are still on the server, untouched.", true},
+        {"connection lost before the first chunk", "UID STORE", 1, IMAPRelay::Action::cut, false,
+         {}, 0, "The server reported a problem", problem,
+         "). The other 203 are still on the server, untouched.", true},
+        {"connection lost between marking and expunging", "UID EXPUNGE", 1,
+         IMAPRelay::Action::cut, false, {}, 0, "The server reported a problem", problem,
+         "). The other 203 are still on the server, untouched.", false},
+        {"folder renumbered since the check", "", 0, IMAPRelay::Action::hold, false,
+         [](const std::string& user) { plainDovecot().setUIDValidity(user, "INBOX", 4242); }, 0,
+         "Nothing more was changed",
+         "The folder was renumbered on the server since it was checked. Run a backup, then check "
+         "again.",
+         "", true},
+    };
+    // clang-format on
+    std::vector<qs::test::DemoMessage> mail = qs::test::DemoMail::generate(5, int(total));
+    std::vector<std::string> bytes;
+    std::vector<DovecotFixture::Arrival> arrivals;
+    for (auto& message : mail) {
+        bytes.push_back(message.bytes);
+        arrivals.push_back(message.date);
+    }
+    const auto tomorrow = std::chrono::system_clock::now() + 48h;
+
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove_all(vault());
+        static int counter = 0;
+        const std::string user = "partial" + std::to_string(++counter);
+        plainDovecot().addUser(user, "secret");
+        const std::vector<uint32_t> uids =
+            plainDovecot().deliverAll(user, "INBOX", bytes, arrivals);
+        IMAPRelay relay(plainDovecot().imapPort());
+        MailAccount a = account("Partial", user, relay.port());
+        a.server.plaintextLocalDev = true;
+
+        AppStore store;
+        store.addAccount(a, "secret");
+        QSignalSpy finished(&store, &AppStore::backupFinished);
+        store.backUpNow();
+        ASSERT_TRUE(waitFor(finished));
+        ASSERT_EQ(store.backup().lastMessage, "203 new messages saved");
+        const std::string toastBefore = store.toast()->text.toStdString();
+
+        auto& cleanup = store.cleanup();
+        QSignalSpy busy(&cleanup, &qs::CleanupModel::busyChanged);
+        store.checkCleanup(a, "INBOX", tomorrow);
+        while (cleanup.busy()) {
+            ASSERT_TRUE(busy.wait(waitMilliseconds));
+        }
+        ASSERT_FALSE(cleanup.error()) << *cleanup.error();
+        ASSERT_EQ(cleanup.plan()->verified().size(), size_t(total));
+        const auto verified = cleanup.plan()->verified();
+        cleanup.setStageFromView(int(qs::CleanupStage::release));
+
+        if (c.meddle) {
+            c.meddle(user);
+        }
+        if (c.occurrence > 0) {
+            relay.arm(c.command, c.occurrence, c.action);
+        }
+        store.runCleanup(a);
+        EXPECT_TRUE(cleanup.busy());
+        if (c.action == IMAPRelay::Action::hold && c.occurrence > 0) {
+            ASSERT_TRUE(relay.waitUntilStopped(std::chrono::milliseconds(waitMilliseconds)));
+            if (c.cancel) {
+                // A release ends only through its own report, never straight from the button.
+                store.cancelCleanup();
+                EXPECT_EQ(cleanup.stage(), qs::CleanupStage::release);
+                EXPECT_TRUE(cleanup.busy());
+            }
+            relay.letGo();
+        }
+        while (cleanup.busy()) {
+            ASSERT_TRUE(busy.wait(waitMilliseconds));
+        }
+
+        EXPECT_EQ(cleanup.stage(), qs::CleanupStage::release);
+        EXPECT_EQ(cleanup.released(), (qs::CleanupModel::Released{c.released, total}));
+        ASSERT_TRUE(cleanup.error());
+        EXPECT_EQ(cleanup.error()->title, c.title);
+        if (c.adviceEnd.empty()) {
+            EXPECT_EQ(cleanup.error()->advice, c.advice);
+        } else {
+            EXPECT_TRUE(cleanup.error()->advice.starts_with(c.advice)) << cleanup.error()->advice;
+            EXPECT_TRUE(cleanup.error()->advice.ends_with(c.adviceEnd)) << cleanup.error()->advice;
+        }
+        if (c.released == 0) {
+            EXPECT_FALSE(cleanup.result()) << *cleanup.result();
+        } else {
+            int64_t bytesReleased = 0;
+            for (int64_t i = 0; i < c.released; ++i) {
+                bytesReleased += verified[size_t(i)].serverSize;
+            }
+            const QString size =
+                QLocale().formattedDataSize(bytesReleased, 1, QLocale::DataSizeSIFormat);
+            ASSERT_TRUE(cleanup.result());
+            EXPECT_EQ(QString::fromStdString(*cleanup.result()),
+                      QStringLiteral("%1 messages · %2 released from Partial › INBOX. Your "
+                                     "verified copies stay in the vault.")
+                          .arg(c.released)
+                          .arg(size));
+        }
+        // No toast for a release that stopped: the sheet tells it.
+        ASSERT_TRUE(store.toast());
+        EXPECT_EQ(store.toast()->text.toStdString(), toastBefore);
+
+        // The server keeps exactly what wasn't released, the highest UIDs, and the vault
+        // keeps every copy.
+        std::vector<uint32_t> left;
+        size_t marked = 0;
+        for (const auto& stored : plainDovecot().messages(user, "INBOX")) {
+            left.push_back(stored.uid);
+            marked += std::ranges::count(stored.flags, std::string("\\Deleted"));
+        }
+        const std::vector<uint32_t> kept(uids.begin() + c.released, uids.end());
+        EXPECT_EQ(left, kept);
+        if (c.unmarked) {
+            EXPECT_EQ(marked, 0u);
+        }
+        EXPECT_EQ(fileCount(vault() / "Partial"), size_t(total));
+    }
 }
 
 TEST_F(AppStoreBackupTest, CleanupWithoutPasswordStaysAtChoose) {

@@ -1,0 +1,206 @@
+#include "support/IMAPRelay.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace qs::test {
+
+namespace {
+
+bool sendAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent <= 0) {
+            return false;
+        }
+        data += sent;
+        size -= static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+int connectTo(uint16_t port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+} // namespace
+
+IMAPRelay::IMAPRelay(uint16_t serverPort) : serverPort_(serverPort) {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::listen(listener_, 16) != 0 ||
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+        ::pipe2(wake_, O_CLOEXEC) != 0) {
+        std::string error = std::strerror(errno);
+        if (listener_ >= 0) {
+            ::close(listener_);
+        }
+        throw std::runtime_error("IMAPRelay: cannot listen: " + error);
+    }
+    port_ = ntohs(address.sin_port);
+    acceptor_ = std::thread([this] { acceptLoop(); });
+}
+
+IMAPRelay::~IMAPRelay() {
+    {
+        std::lock_guard guard(lock_);
+        closing_ = true;
+    }
+    changed_.notify_all();
+    char byte = 0;
+    [[maybe_unused]] ssize_t written = ::write(wake_[1], &byte, 1);
+    acceptor_.join();
+    for (std::thread& connection : connections_) {
+        connection.join();
+    }
+    ::close(listener_);
+    ::close(wake_[0]);
+    ::close(wake_[1]);
+}
+
+void IMAPRelay::arm(std::string command, int occurrence, Action action) {
+    std::lock_guard guard(lock_);
+    command_ = std::move(command);
+    occurrence_ = occurrence;
+    action_ = action;
+    seen_ = 0;
+    stopped_ = false;
+    letGo_ = false;
+}
+
+bool IMAPRelay::waitUntilStopped(std::chrono::milliseconds limit) {
+    std::unique_lock guard(lock_);
+    return changed_.wait_for(guard, limit, [this] { return stopped_; });
+}
+
+void IMAPRelay::letGo() {
+    {
+        std::lock_guard guard(lock_);
+        letGo_ = true;
+    }
+    changed_.notify_all();
+}
+
+void IMAPRelay::acceptLoop() {
+    for (;;) {
+        pollfd fds[2] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        if (fds[1].revents != 0) {
+            return;
+        }
+        int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (client >= 0) {
+            // Only this thread adds to the list, and the destructor joins it first.
+            connections_.emplace_back([this, client] { relay(client); });
+        }
+    }
+}
+
+bool IMAPRelay::matches(const std::string& line) {
+    std::lock_guard guard(lock_);
+    size_t space = line.find(' ');
+    if (command_.empty() || space == std::string::npos ||
+        line.compare(space + 1, command_.size(), command_) != 0) {
+        return false;
+    }
+    char after = space + 1 + command_.size() < line.size() ? line[space + 1 + command_.size()] : 0;
+    if (after != ' ' && after != '\r' && after != '\n') {
+        return false;
+    }
+    return ++seen_ == occurrence_;
+}
+
+void IMAPRelay::relay(int client) {
+    int server = connectTo(serverPort_);
+    // Client bytes not yet forwarded: commands go on a whole line at a time.
+    std::string pending;
+    char buffer[65536];
+    while (server >= 0) {
+        pollfd fds[3] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+        if (::poll(fds, 3, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        if (fds[2].revents != 0) {
+            break;
+        }
+        if (fds[1].revents != 0) {
+            ssize_t got = ::recv(server, buffer, sizeof buffer, 0);
+            if (got <= 0 || !sendAll(client, buffer, static_cast<size_t>(got))) {
+                break;
+            }
+        }
+        if (fds[0].revents == 0) {
+            continue;
+        }
+        ssize_t got = ::recv(client, buffer, sizeof buffer, 0);
+        if (got <= 0) {
+            break;
+        }
+        pending.append(buffer, static_cast<size_t>(got));
+        bool cut = false;
+        for (size_t end = pending.find('\n'); end != std::string::npos && !cut;
+             end = pending.find('\n')) {
+            std::string line = pending.substr(0, end + 1);
+            pending.erase(0, end + 1);
+            if (matches(line)) {
+                std::unique_lock guard(lock_);
+                stopped_ = true;
+                changed_.notify_all();
+                if (action_ == Action::cut) {
+                    cut = true;
+                    break;
+                }
+                changed_.wait(guard, [this] { return letGo_ || closing_; });
+                if (closing_) {
+                    cut = true;
+                    break;
+                }
+            }
+            if (!sendAll(server, line.data(), line.size())) {
+                cut = true;
+            }
+        }
+        if (cut) {
+            break;
+        }
+    }
+    if (server >= 0) {
+        ::close(server);
+    }
+    ::shutdown(client, SHUT_RDWR);
+    ::close(client);
+}
+
+} // namespace qs::test
