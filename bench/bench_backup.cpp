@@ -13,9 +13,8 @@
 #include "backup/BackupRunner.h"
 #include "imap/IMAPClient.h"
 #include "support/AtomicFile.h"
-#include "support/Corpus.h"
 #include "support/DovecotFixture.h"
-#include "support/Subprocess.h"
+#include "support/DovecotSeed.h"
 
 #include <chrono>
 #include <cstdio>
@@ -40,22 +39,8 @@ const char* const password = "secret";
 // Real messages from the corpus in CRLF, each made unique by a header of its own; every tenth
 // carries a 300 KB attachment so that sizes vary the way a real mailbox's do.
 std::vector<std::string> generate(size_t count) {
-    std::vector<std::string> base;
-    for (const auto& message : qs::test::corpusMessages()) {
-        const auto& bytes = message.bytes;
-        if (bytes.empty() || bytes.size() > 400'000 || bytes.find('\0') != std::string::npos ||
-            bytes.find('\r') != std::string::npos) {
-            continue;
-        }
-        std::string crlf;
-        for (char c : bytes) {
-            if (c == '\n') {
-                crlf += '\r';
-            }
-            crlf += c;
-        }
-        base.push_back(std::move(crlf));
-    }
+    const std::vector<std::string> base =
+        qs::test::corpusMail(0, {1, 400'000, false, false, false});
     std::vector<std::string> mail;
     for (size_t i = 0; i < count; ++i) {
         auto message = "X-Bench-Sequence: " + std::to_string(i) + "\r\n" + base[i % base.size()];
@@ -202,19 +187,11 @@ int childSeed(size_t count, const std::string& directory, const std::string& con
     for (const auto& message : mail) {
         total += static_cast<std::int64_t>(message.size());
     }
-    auto source = fs::path(directory) / ("seed-" + user);
-    for (const char* sub : {"cur", "new", "tmp"}) {
-        fs::create_directories(source / sub);
+    std::vector<qs::test::SeedMessage> inbox;
+    for (auto& message : mail) {
+        inbox.push_back({std::move(message), std::nullopt});
     }
-    for (size_t i = 0; i < mail.size(); ++i) {
-        char name[64];
-        std::snprintf(name, sizeof name, "%08zu.seed:2,", i);
-        std::ofstream(source / "cur" / name, std::ios::binary) << mail[i];
-    }
-    qs::test::runChecked({"chown", "-R", "65534:65534", source.string()});
-    qs::test::runChecked({"doveadm", "-c", config, "import", "-u", user,
-                          "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
-    fs::remove_all(source);
+    qs::test::seedFolders(directory, config, user, {{"INBOX", std::move(inbox)}});
     std::ofstream(sizeFile) << total;
     return 0;
 }

@@ -8,9 +8,9 @@
 #include "model/VerifyPacing.h"
 
 #include "ScopedEnvironment.h"
-#include "support/Corpus.h"
 #include "support/DemoMail.h"
 #include "support/DovecotEnvironment.h"
+#include "support/DovecotSeed.h"
 #include "support/IMAPRelay.h"
 #include "support/TemporaryDirectory.h"
 
@@ -31,6 +31,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using qs::AppStore;
 using qs::MailAccount;
+using qs::test::corpusMail;
 using qs::test::DovecotFixture;
 using qs::test::IMAPRelay;
 
@@ -71,30 +72,6 @@ private:
     int fd_ = -1;
     uint16_t port_ = 0;
 };
-
-// Small real messages from the corpus, CR LF as a server keeps them.
-std::vector<std::string> corpusMail(size_t count) {
-    std::vector<std::string> mail;
-    for (const auto& message : qs::test::corpusMessages()) {
-        const std::string& bytes = message.bytes;
-        if (bytes.size() < 200 || bytes.size() > 50'000 || bytes.find('\0') != std::string::npos ||
-            bytes.find('\r') != std::string::npos || !bytes.starts_with("From:")) {
-            continue;
-        }
-        std::string crlf;
-        for (char c : bytes) {
-            if (c == '\n') {
-                crlf += '\r';
-            }
-            crlf += c;
-        }
-        mail.push_back(std::move(crlf));
-        if (mail.size() == count) {
-            break;
-        }
-    }
-    return mail;
-}
 
 size_t fileCount(const fs::path& root) {
     size_t count = 0;

@@ -3,17 +3,15 @@
 // change, a run killed halfway).
 #include "backup/BackupRunner.h"
 #include "support/AtomicFile.h"
-#include "support/Corpus.h"
 #include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
 #include "support/FileIO.h"
-#include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,55 +25,19 @@ using test::DovecotFixture;
 // CRs are left out, since a server may rewrite those, and so are the very large ones, to keep
 // the test quick.
 std::vector<std::string> corpusMail(size_t count) {
-    std::vector<std::string> mail;
-    for (const auto& message : test::corpusMessages()) {
-        const auto& bytes = message.bytes;
-        if (bytes.empty() || bytes.size() > 400'000 || bytes.find('\0') != std::string::npos) {
-            continue;
-        }
-        std::string crlf;
-        bool bareCR = false;
-        for (size_t i = 0; i < bytes.size(); ++i) {
-            if (bytes[i] == '\r') {
-                bareCR = bareCR || i + 1 == bytes.size() || bytes[i + 1] != '\n';
-                continue;
-            }
-            if (bytes[i] == '\n') {
-                crlf += '\r';
-            }
-            crlf += bytes[i];
-        }
-        if (!bareCR && crlf.ends_with("\r\n")) {
-            mail.push_back(std::move(crlf));
-        }
-        if (mail.size() == count) {
-            break;
-        }
-    }
-    return mail;
+    return test::corpusMail(count, {1, 400'000, false, true, true});
 }
 
-// Fills a user's folders in one doveadm call (one message at a time would take a minute):
-// a Maildir tree to import from, in order, so UID n of a folder is its n-th message.
+// Fills a user's folders in one doveadm call (one message at a time would take a minute).
 void seed(DovecotFixture& dovecot, const std::string& user,
           const std::map<std::string, std::vector<std::string>>& folders) {
-    auto source = dovecot.directory() / ("seed-" + user);
-    fs::remove_all(source);
-    int counter = 0;
+    std::map<std::string, std::vector<test::SeedMessage>> seeded;
     for (const auto& [folder, messages] : folders) {
-        auto base = folder == "INBOX" ? source : source / folder;
-        for (const char* sub : {"cur", "new", "tmp"}) {
-            fs::create_directories(base / sub);
-        }
-        for (const auto& bytes : messages) {
-            char name[64];
-            std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
-            std::ofstream(base / "cur" / name, std::ios::binary) << bytes;
+        for (const std::string& bytes : messages) {
+            seeded[folder].push_back({bytes, std::nullopt});
         }
     }
-    test::runChecked({"chown", "-R", "65534:65534", source.string()});
-    test::runChecked({"doveadm", "-c", dovecot.configFile().string(), "import", "-u", user,
-                      "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
+    test::seedFolders(dovecot, user, seeded);
 }
 
 std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {

@@ -2,15 +2,12 @@
 // release, and look at what is left on both sides.
 #include "backup/BackupRunner.h"
 #include "cleanup/Cleaner.h"
-#include "support/Corpus.h"
 #include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
 #include "support/FileIO.h"
-#include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 namespace {
 
@@ -18,57 +15,6 @@ namespace fs = std::filesystem;
 using namespace qs;
 using test::DovecotFixture;
 using Status = CleanupItem::Status;
-
-// Real mail from the corpus, with CRLF line ends as a server keeps it; messages a server might
-// rewrite (NUL bytes, bare CRs) and very large ones are left out.
-std::vector<std::string> corpusMail(size_t count) {
-    std::vector<std::string> mail;
-    for (const auto& message : test::corpusMessages()) {
-        const std::string& bytes = message.bytes;
-        if (bytes.size() < 200 || bytes.size() > 200'000 || bytes.find('\0') != std::string::npos ||
-            bytes.find('\r') != std::string::npos || !bytes.ends_with("\n") ||
-            !bytes.starts_with("From:")) {
-            continue;
-        }
-        std::string crlf;
-        for (char c : bytes) {
-            if (c == '\n') {
-                crlf += '\r';
-            }
-            crlf += c;
-        }
-        mail.push_back(std::move(crlf));
-        if (mail.size() == count) {
-            break;
-        }
-    }
-    return mail;
-}
-
-// Fills folders in one doveadm import from a Maildir tree, so UID n of a folder is its n-th
-// message. The server takes each file's modification time as the message's INTERNALDATE.
-void seed(DovecotFixture& dovecot, const std::string& user,
-          const std::map<std::string, std::vector<std::pair<std::string, int64_t>>>& folders) {
-    fs::path source = dovecot.directory() / ("seed-" + user);
-    fs::remove_all(source);
-    int counter = 0;
-    for (const auto& [folder, messages] : folders) {
-        fs::path base = folder == "INBOX" ? source : source / folder;
-        for (const char* sub : {"cur", "new", "tmp"}) {
-            fs::create_directories(base / sub);
-        }
-        for (const auto& [bytes, date] : messages) {
-            char name[64];
-            std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
-            std::ofstream(base / "cur" / name, std::ios::binary) << bytes;
-            test::runChecked(
-                {"touch", "-d", "@" + std::to_string(date), (base / "cur" / name).string()});
-        }
-    }
-    test::runChecked({"chown", "-R", "65534:65534", source.string()});
-    test::runChecked({"doveadm", "-c", dovecot.configFile().string(), "import", "-u", user,
-                      "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
-}
 
 // Every file of the vault but its records, with its bytes and modification time.
 std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
@@ -96,17 +42,18 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     const int64_t old = 1577836800;              // 1 Jan 2020
     const int64_t recent = 1700000000;           // Nov 2023
     const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
-    std::vector<std::string> mail = corpusMail(40);
+    // Real mail with CRLF line ends as a server keeps it; large ones are left out.
+    std::vector<std::string> mail = test::corpusMail(40, {200, 200'000, true, true, false});
     ASSERT_EQ(mail.size(), 40u);
-    std::vector<std::pair<std::string, int64_t>> inbox;
+    std::vector<test::SeedMessage> inbox;
     for (size_t i = 0; i < 30; ++i) {
-        inbox.emplace_back(mail[i], i < 20 ? old + static_cast<int64_t>(i) * 86400 : recent);
+        inbox.push_back({mail[i], i < 20 ? old + static_cast<int64_t>(i) * 86400 : recent});
     }
-    std::vector<std::pair<std::string, int64_t>> renumbered;
+    std::vector<test::SeedMessage> renumbered;
     for (size_t i = 30; i < 40; ++i) {
-        renumbered.emplace_back(mail[i], old);
+        renumbered.push_back({mail[i], old});
     }
-    seed(dovecot, "cleanup", {{"INBOX", inbox}, {"Renumbered", renumbered}});
+    test::seedFolders(dovecot, "cleanup", {{"INBOX", inbox}, {"Renumbered", renumbered}});
 
     test::TemporaryDirectory directory;
     ArchiveLayout layout{directory.path() / "vault"};

@@ -1,11 +1,13 @@
 // The whole path against a real Dovecot over TLS on 127.0.0.1: sign-in, folders, reading
 // by UID, flags and expunge, large bodies byte for byte, and the TLS refusals.
 #include "imap/IMAPClient.h"
-#include "support/Corpus.h"
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
 
 #include <gtest/gtest.h>
+
+#include <limits>
 
 namespace qs {
 namespace {
@@ -16,29 +18,6 @@ using namespace std::chrono_literals;
 // Dovecot starts before the first test, so no test's time includes its start-up.
 [[maybe_unused]] auto* const dovecotEnvironment =
     ::testing::AddGlobalTestEnvironment(new test::DovecotEnvironment);
-
-// Dovecot keeps messages with LF line ends and serves them with CR LF; delivering CR LF text
-// makes what comes back comparable byte for byte.
-std::string withCRLF(std::string_view text) {
-    std::string out;
-    out.reserve(text.size() + text.size() / 40);
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
-            out += '\r';
-        }
-        out += text[i];
-    }
-    return out;
-}
-
-bool hasBareCR(std::string_view text) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n')) {
-            return true;
-        }
-    }
-    return false;
-}
 
 std::string message(const std::string& subject, const std::string& body) {
     return "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: " + subject +
@@ -134,18 +113,11 @@ TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
 
 TEST_F(DovecotClient, RealWorldMessagesComeBackByteForByte) {
     dovecot().addUser("corpus", password);
-    std::vector<std::string> delivered;
-    for (const test::CorpusMessage& corpus : test::corpusMessages()) {
-        // Bare CRs and NULs are Dovecot's to rewrite; those aren't the client's to prove.
-        if (corpus.bytes.find('\0') != std::string::npos || corpus.bytes.size() < 64 ||
-            hasBareCR(corpus.bytes)) {
-            continue;
-        }
-        delivered.push_back(withCRLF(corpus.bytes));
-        if (delivered.size() == 40) {
-            break;
-        }
-    }
+    // Dovecot keeps messages with LF line ends and serves them with CR LF; delivering CR LF text
+    // makes what comes back comparable byte for byte. Bare CRs and NULs are Dovecot's to
+    // rewrite; those aren't the client's to prove.
+    std::vector<std::string> delivered =
+        test::corpusMail(40, {64, std::numeric_limits<size_t>::max(), false, false, true});
     ASSERT_GE(delivered.size(), 20u);
     std::vector<uint32_t> stored = dovecot().deliverAll("corpus", "INBOX", delivered);
     IMAPClient& client = signIn("corpus");

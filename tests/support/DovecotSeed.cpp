@@ -1,0 +1,94 @@
+#include "support/DovecotSeed.h"
+
+#include "support/Corpus.h"
+#include "support/Subprocess.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace qs::test {
+
+namespace fs = std::filesystem;
+
+std::string withCRLF(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 40);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
+            out += '\r';
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+bool hasBareCR(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> corpusMail(size_t count, const CorpusMailFilter& filter) {
+    std::vector<std::string> mail;
+    for (const auto& message : corpusMessages()) {
+        const std::string& bytes = message.bytes;
+        if (bytes.size() < filter.minBytes || bytes.size() > filter.maxBytes ||
+            bytes.find('\0') != std::string::npos ||
+            (filter.crlfToo ? hasBareCR(bytes) : bytes.find('\r') != std::string::npos) ||
+            (filter.fromFirst && !bytes.starts_with("From:")) ||
+            (filter.endsWithNewline && !bytes.ends_with("\n"))) {
+            continue;
+        }
+        mail.push_back(withCRLF(bytes));
+        if (mail.size() == count) {
+            break;
+        }
+    }
+    return mail;
+}
+
+void seedFolders(const fs::path& directory, const fs::path& config, const std::string& user,
+                 const std::map<std::string, std::vector<SeedMessage>>& folders) {
+    fs::path source = directory / ("seed-" + user);
+    fs::remove_all(source);
+    int counter = 0;
+    for (const auto& [folder, messages] : folders) {
+        fs::path base = folder == "INBOX" ? source : source / folder;
+        for (const char* sub : {"cur", "new", "tmp"}) {
+            fs::create_directories(base / sub);
+        }
+        for (const SeedMessage& message : messages) {
+            char name[64];
+            std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
+            fs::path file = base / "cur" / name;
+            std::ofstream(file, std::ios::binary) << message.bytes;
+            // Dovecot takes a Maildir file's modification time as the message's INTERNALDATE.
+            if (message.arrival) {
+                const timespec times[2] = {{static_cast<time_t>(*message.arrival), 0},
+                                           {static_cast<time_t>(*message.arrival), 0}};
+                if (::utimensat(AT_FDCWD, file.c_str(), times, 0) != 0) {
+                    throw fs::filesystem_error("utimensat", file,
+                                               std::error_code(errno, std::generic_category()));
+                }
+            }
+        }
+    }
+    // Dovecot serves mail as nobody, and won't read what it doesn't own.
+    runChecked({"chown", "-R", "65534:65534", source.string()});
+    runChecked({"doveadm", "-c", config.string(), "import", "-u", user,
+                "maildir:" + source.string() + ":LAYOUT=fs", "", "all"});
+    fs::remove_all(source);
+}
+
+void seedFolders(DovecotFixture& dovecot, const std::string& user,
+                 const std::map<std::string, std::vector<SeedMessage>>& folders) {
+    seedFolders(dovecot.directory(), dovecot.configFile(), user, folders);
+}
+
+} // namespace qs::test
