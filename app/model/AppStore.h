@@ -8,6 +8,7 @@
 #include "model/MessageListModel.h"
 #include "model/MonthGroup.h"
 #include "model/OpenMessage.h"
+#include "model/RecordCatalog.h"
 #include "model/SavedSearch.h"
 #include "model/SidebarItem.h"
 #include "model/SmartFilter.h"
@@ -153,7 +154,7 @@ public:
     void reloadArchive();
 
     /// All live messages, newest first.
-    const std::vector<RecordRef>& records() const { return records_; }
+    const std::vector<RecordRef>& records() const { return catalog_->records; }
     /// The list now shown, and the same by month.
     const std::vector<RecordRef>& visible() const { return visible_; }
     const std::vector<MonthGroup>& groups() const { return list_->groups(); }
@@ -164,12 +165,14 @@ public:
     const std::string& query() const { return query_; }
     const std::optional<std::string>& selectedPath() const { return selectedPath_; }
     const std::optional<Indexing>& indexing() const { return indexing_; }
-    const std::map<std::string, std::vector<FolderSummary>>& folders() const { return folders_; }
-    const std::map<SmartFilter, int64_t>& smartCounts() const { return smartCounts_; }
-    const std::vector<std::string>& recordAccounts() const { return recordAccounts_; }
-    int64_t totalBytes() const { return totalBytes_; }
-    const std::set<std::string>& knownDomains() const { return knownDomains_; }
-    const std::map<std::string, std::string>& knownNames() const { return knownNames_; }
+    const std::map<std::string, std::vector<FolderSummary>>& folders() const {
+        return catalog_->folders;
+    }
+    const std::map<SmartFilter, int64_t>& smartCounts() const { return catalog_->smartCounts; }
+    const std::vector<std::string>& recordAccounts() const { return catalog_->accounts; }
+    int64_t totalBytes() const { return catalog_->totalBytes; }
+    const std::set<std::string>& knownDomains() const { return catalog_->knownDomains; }
+    const std::map<std::string, std::string>& knownNames() const { return catalog_->knownNames; }
     int scrubToken() const { return scrubToken_; }
     const SearchIndex& index() const { return index_; }
     TimelineModel& timeline() const { return *timeline_; }
@@ -233,6 +236,10 @@ public:
     const std::map<std::string, int64_t>& serverSizes() const { return serverSizes_; }
     /// Rebuilds `serverSizes` from the accounts' sync files; unreadable ones give nothing.
     void loadServerSizes();
+    /// The server's size of each message file of these accounts, by vault path, as
+    /// `loadServerSizes` reads it; touches nothing of a store, so any thread may call it.
+    static std::map<std::string, int64_t> readServerSizes(const ArchiveLayout& layout,
+                                                          const std::vector<MailAccount>& accounts);
     /// Shows the selected message's file in the desktop's file manager (the folder, when the
     /// file manager can't be asked to select it). Nothing with no selection.
     Q_INVOKABLE void revealSelected();
@@ -366,19 +373,15 @@ private:
     /// Forgets the old vault's index and records before a root change reloads.
     void clearArchive();
     void publishRecords(std::vector<MessageRecord> records);
-    /// The same for records already shared and sorted newest first (stably), as the scan
-    /// prepares them off the main thread.
-    void publishSorted(std::vector<RecordRef> records);
-    void refreshCaches();
-    std::map<std::string, std::vector<FolderSummary>> computeFolders() const;
-    void learnSenders();
+    /// The same for a catalog already built, as the scan builds it off the main thread. The
+    /// catalog it replaces is let go on a worker thread: freeing a large one takes a while.
+    void publishCatalog(std::shared_ptr<const RecordCatalog> catalog);
     void setIndexing(std::optional<Indexing> indexing);
     std::string effectiveQuery(const std::string& typed) const;
 
     SearchIndex index_;
-    std::vector<RecordRef> records_;
-    // Keys view the paths of `records_`, to map search hits onto the shared records.
-    std::unordered_map<std::string_view, RecordRef> recordsByPath_;
+    // Shared with the tasks that open messages, which read its familiar senders.
+    std::shared_ptr<const RecordCatalog> catalog_ = std::make_shared<const RecordCatalog>();
     std::vector<RecordRef> visible_;
     MessageListModel* list_ = new MessageListModel(this);
     TimelineModel* timeline_ = new TimelineModel(this);
@@ -388,12 +391,6 @@ private:
     std::string query_;
     std::optional<std::string> selectedPath_;
     std::optional<Indexing> indexing_;
-    std::map<std::string, std::vector<FolderSummary>> folders_;
-    std::map<SmartFilter, int64_t> smartCounts_;
-    std::vector<std::string> recordAccounts_;
-    int64_t totalBytes_ = 0;
-    std::set<std::string> knownDomains_;
-    std::map<std::string, std::string> knownNames_;
     int scrubToken_ = 0;
     std::optional<std::stop_source> scanTask_;
 

@@ -5,14 +5,12 @@
 
 #include "model/ArchiveScan.h"
 #include "model/Fmt.h"
-#include "safety/Domains.h"
 
 #include <QCoreApplication>
 #include <QLocale>
 #include <QPointer>
 #include <QThreadPool>
 #include <algorithm>
-#include <unicode/coll.h>
 #include <unordered_map>
 
 namespace qs {
@@ -47,17 +45,18 @@ QString text(std::string_view s) {
     return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
 }
 
-// The records shared and sorted by date, newest first, stably: the costly half of a
-// publication, done by the scan on its own thread so the main thread only takes the result.
-std::vector<RecordRef> sortedNewestFirst(std::vector<MessageRecord> records) {
-    std::vector<RecordRef> shared;
-    shared.reserve(records.size());
-    for (auto& record : records) {
-        shared.push_back(std::make_shared<const MessageRecord>(std::move(record)));
-    }
-    std::ranges::stable_sort(
-        shared, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
-    return shared;
+// Progress reaches the window every `ArchiveScan::publishEvery` files, but the list is
+// published again only once it would grow by this fraction (1/n) of what it shows: each
+// publication copies every record, so a fixed step would make a first scan of a large vault
+// quadratic, while growth by a fraction keeps the copying within a few times the vault.
+constexpr size_t interimGrowthDivisor = 4;
+
+// Lets `value` go on a worker thread: freeing a vault's worth of records or a whole index
+// would otherwise hold up the main thread for as long as it takes.
+template <typename T>
+void releaseInBackground(T value) {
+    auto held = std::make_shared<T>(std::move(value));
+    QThreadPool::globalInstance()->start([held]() mutable { held.reset(); });
 }
 
 } // namespace
@@ -69,9 +68,8 @@ AppStore::~AppStore() {
 }
 
 void AppStore::clearArchive() {
-    index_ = SearchIndex();
-    records_.clear();
-    recordsByPath_.clear();
+    releaseInBackground(std::exchange(index_, SearchIndex()));
+    releaseInBackground(std::exchange(catalog_, std::make_shared<const RecordCatalog>()));
     emit recordsChanged();
 }
 
@@ -84,35 +82,48 @@ void AppStore::reloadArchive() {
     setIndexing(std::nullopt);
 
     QPointer<AppStore> store(this);
-    auto root = layout_.root;
-    auto indexFile = layout_.indexURL();
+    auto layout = layout_;
+    auto accounts = accounts_;
     auto stop = source.get_token();
-    QThreadPool::globalInstance()->start([store, root, indexFile, stop] {
+    QThreadPool::globalInstance()->start([store, layout, accounts, stop] {
         ArchiveScan::Hooks hooks;
         hooks.started = [&](size_t total) {
             hop(store, stop, [total](AppStore& s) {
                 s.setIndexing(total == 0 ? std::nullopt : std::optional(Indexing{0, total}));
             });
         };
-        hooks.progress = [&](size_t done, size_t total, std::vector<MessageRecord> records) {
-            auto sorted = sortedNewestFirst(std::move(records));
-            hop(store, stop, [done, total, sorted = std::move(sorted)](AppStore& s) mutable {
+        size_t published = 0;
+        hooks.progress = [&](size_t done, size_t total, const SearchIndex& index) {
+            std::shared_ptr<const RecordCatalog> catalog;
+            if (index.count() >=
+                published + std::max(ArchiveScan::publishEvery, published / interimGrowthDivisor)) {
+                published = index.count();
+                catalog = std::make_shared<const RecordCatalog>(
+                    RecordCatalog::build(index.liveRecords()));
+            }
+            hop(store, stop, [done, total, catalog](AppStore& s) {
                 s.setIndexing(Indexing{done, total});
-                s.publishSorted(std::move(sorted));
+                if (catalog) {
+                    s.publishCatalog(catalog);
+                }
             });
         };
-        auto result = ArchiveScan::run(root, indexFile, stop, hooks);
+        auto result = ArchiveScan::run(layout.root, layout.indexURL(), stop, hooks);
         if (!result) {
             return;
         }
-        auto records = sortedNewestFirst(result->index.liveRecords());
+        auto catalog = std::make_shared<const RecordCatalog>(
+            RecordCatalog::build(result->index.liveRecords()));
+        // Read here rather than in the hop: an account's sync file can be large.
+        auto sizes = std::make_shared<std::map<std::string, int64_t>>(
+            AppStore::readServerSizes(layout, accounts));
         // The index crosses to the main thread whole; no other thread touches it afterwards.
         auto index = std::make_shared<SearchIndex>(std::move(result->index));
-        hop(store, stop, [index, records = std::move(records)](AppStore& s) mutable {
-            s.index_ = std::move(*index);
+        hop(store, stop, [index, catalog, sizes](AppStore& s) {
+            releaseInBackground(std::exchange(s.index_, std::move(*index)));
             s.scanTask_.reset();
-            s.loadServerSizes();
-            s.publishSorted(std::move(records));
+            s.serverSizes_ = std::move(*sizes);
+            s.publishCatalog(catalog);
             s.setIndexing(std::nullopt);
             emit s.scanFinished();
         });
@@ -127,132 +138,17 @@ void AppStore::setIndexing(std::optional<Indexing> indexing) {
 }
 
 void AppStore::publishRecords(std::vector<MessageRecord> records) {
-    publishSorted(sortedNewestFirst(std::move(records)));
+    publishCatalog(std::make_shared<const RecordCatalog>(RecordCatalog::build(std::move(records))));
 }
 
-void AppStore::publishSorted(std::vector<RecordRef> records) {
-    records_ = std::move(records);
-    recordsByPath_.clear();
-    recordsByPath_.reserve(records_.size());
-    for (const auto& record : records_) {
-        recordsByPath_.emplace(record->path, record);
-    }
-    refreshCaches();
-    learnSenders();
+void AppStore::publishCatalog(std::shared_ptr<const RecordCatalog> catalog) {
+    auto previous = std::exchange(catalog_, std::move(catalog));
+    emit foldersChanged();
     emit recordsChanged();
     emit archiveAccountsChanged();
     refreshVisible();
-}
-
-void AppStore::refreshCaches() {
-    folders_ = computeFolders();
-    emit foldersChanged();
-
-    smartCounts_.clear();
-    for (auto filter : SmartFilters::all) {
-        auto now = std::chrono::system_clock::now();
-        smartCounts_[filter] = std::ranges::count_if(
-            records_, [&](const RecordRef& r) { return SmartFilters::contains(filter, *r, now); });
-    }
-
-    std::set<std::string_view> accounts;
-    totalBytes_ = 0;
-    for (const auto& record : records_) {
-        accounts.insert(record->account);
-        totalBytes_ += record->size;
-    }
-    recordAccounts_.assign(accounts.begin(), accounts.end());
-}
-
-std::map<std::string, std::vector<FolderSummary>> AppStore::computeFolders() const {
-    std::map<std::string_view, std::map<std::string_view, int64_t>> tally;
-    for (const auto& record : records_) {
-        ++tally[record->account][record->folder];
-    }
-    // The desktop's order for names: the locale's collation with digits compared as numbers
-    // ("Box 9" before "Box 10"). ICU directly, since Qt's collator gives plain code-point
-    // order under the C locale; for a C or POSIX locale the root collation stands in, as ICU's
-    // POSIX tailoring would sort capitals before all small letters.
-    icu::Locale locale = icu::Locale::getDefault();
-    if (std::string_view(locale.getVariant()) == "POSIX" || *locale.getLanguage() == '\0') {
-        locale = icu::Locale::getRoot();
-    }
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(locale, status));
-    if (collator) {
-        collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
-    }
-    auto before = [&](const std::string& a, const std::string& b) {
-        if (!collator) {
-            return a < b;
-        }
-        UErrorCode error = U_ZERO_ERROR;
-        return collator->compareUTF8(a, b, error) == UCOL_LESS;
-    };
-    std::map<std::string, std::vector<FolderSummary>> folders;
-    for (const auto& [account, counts] : tally) {
-        std::vector<FolderSummary> summaries;
-        for (const auto& [folder, count] : counts) {
-            summaries.push_back({std::string(account), std::string(folder), count});
-        }
-        std::ranges::sort(summaries, [&](const FolderSummary& a, const FolderSummary& b) {
-            bool aInbox = a.folder == "INBOX";
-            bool bInbox = b.folder == "INBOX";
-            if (aInbox != bInbox) {
-                return aInbox;
-            }
-            return before(a.folder, b.folder);
-        });
-        folders[std::string(account)] = std::move(summaries);
-    }
-    return folders;
-}
-
-void AppStore::learnSenders() {
-    // A domain or a name becomes familiar only from mail whose sender was proven, seen twice.
-    constexpr int64_t familiarCount = 2;
-    std::map<std::string, int64_t> domains;
-    std::map<std::string, std::map<std::string, int64_t>> names;
-    for (const auto& record : records_) {
-        if (record->trust != SenderTrust::verified) {
-            continue;
-        }
-        std::string_view email = record->fromEmail;
-        std::string_view last;
-        size_t start = 0;
-        while (start <= email.size()) {
-            size_t at = email.find('@', start);
-            auto piece =
-                email.substr(start, at == std::string_view::npos ? email.npos : at - start);
-            if (!piece.empty()) {
-                last = piece;
-            }
-            if (at == std::string_view::npos) {
-                break;
-            }
-            start = at + 1;
-        }
-        if (last.empty()) {
-            continue;
-        }
-        std::string domain = Domains::registrable(last);
-        ++domains[domain];
-        if (!record->fromName.empty()) {
-            ++names[QString::fromStdString(record->fromName).toLower().toStdString()][domain];
-        }
-    }
-    knownDomains_.clear();
-    for (const auto& [domain, count] : domains) {
-        if (count >= familiarCount) {
-            knownDomains_.insert(domain);
-        }
-    }
-    knownNames_.clear();
-    for (const auto& [name, byDomain] : names) {
-        if (byDomain.size() == 1 && domains[byDomain.begin()->first] >= familiarCount) {
-            knownNames_.emplace(name, byDomain.begin()->first);
-        }
-    }
+    // After the list let go of its own references, so that the records die with the catalog.
+    releaseInBackground(std::move(previous));
 }
 
 std::string AppStore::effectiveQuery(const std::string& typed) const {
@@ -291,24 +187,24 @@ void AppStore::refreshVisible() {
         bool everything =
             sidebar_.kind == SidebarItem::Kind::all || sidebar_.kind == SidebarItem::Kind::saved;
         if (everything) {
-            visible = records_;
+            visible = catalog_->records;
         } else {
-            for (const auto& record : records_) {
+            for (const auto& record : catalog_->records) {
                 if (keep(*record)) {
                     visible.push_back(record);
                 }
             }
         }
     } else {
-        for (const MessageRecord* hit : index_.search(effective)) {
+        auto hits = index_.search(effective);
+        visible.reserve(hits.size());
+        for (const MessageRecord* hit : hits) {
             if (!keep(*hit)) {
                 continue;
             }
-            auto found = recordsByPath_.find(hit->path);
+            const RecordRef* found = catalog_->find(*hit);
             // During a scan the index may know a record the list doesn't hold yet.
-            visible.push_back(found != recordsByPath_.end()
-                                  ? found->second
-                                  : std::make_shared<const MessageRecord>(*hit));
+            visible.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
         }
     }
     visible_ = std::move(visible);
@@ -446,10 +342,10 @@ QString AppStore::sidebarTitle() const {
 
 QString AppStore::vaultSummary() const {
     QLocale locale;
-    auto n = static_cast<qint64>(records_.size());
+    auto n = static_cast<qint64>(catalog_->records.size());
     QStringList parts{locale.toString(n) +
                           (n == 1 ? QStringLiteral(" message") : QStringLiteral(" messages")),
-                      locale.formattedDataSize(totalBytes_, 1, QLocale::DataSizeSIFormat)};
+                      locale.formattedDataSize(catalog_->totalBytes, 1, QLocale::DataSizeSIFormat)};
     std::optional<Date> last;
     for (const auto& account : accounts_) {
         if (account.lastBackup && (!last || *account.lastBackup > *last)) {
@@ -466,7 +362,7 @@ int AppStore::count(const QString& account, const QString& folderDir) const {
     auto a = account.toStdString();
     auto f = folderDir.toStdString();
     return static_cast<int>(std::ranges::count_if(
-        records_, [&](const RecordRef& r) { return r->account == a && r->folder == f; }));
+        catalog_->records, [&](const RecordRef& r) { return r->account == a && r->folder == f; }));
 }
 
 std::vector<std::string> AppStore::archiveAccounts() const {
@@ -474,7 +370,7 @@ std::vector<std::string> AppStore::archiveAccounts() const {
     for (const auto& account : accounts_) {
         names.push_back(account.directoryName());
     }
-    for (const auto& name : recordAccounts_) {
+    for (const auto& name : catalog_->accounts) {
         if (std::ranges::find(names, name) == names.end()) {
             names.push_back(name);
         }
@@ -538,7 +434,7 @@ QVariant AppStore::indexingForView() const {
 
 QVariantMap AppStore::foldersForView() const {
     QVariantMap map;
-    for (const auto& [account, summaries] : folders_) {
+    for (const auto& [account, summaries] : catalog_->folders) {
         QVariantList list;
         for (const auto& summary : summaries) {
             list.append(QVariantMap{{"account", text(summary.account)},

@@ -24,8 +24,8 @@ void AppStore::openSelected() {
         clear();
         return;
     }
-    auto found = recordsByPath_.find(*selectedPath_);
-    if (found == recordsByPath_.end()) {
+    auto found = catalog_->byPath.find(*selectedPath_);
+    if (found == catalog_->byPath.end()) {
         clear();
         return;
     }
@@ -38,36 +38,42 @@ void AppStore::openSelected() {
         serverSize = size->second;
     }
     QPointer<AppStore> store(this);
-    QThreadPool::globalInstance()->start([store, file, record = std::move(record), serverSize,
-                                          domains = knownDomains_, names = knownNames_]() mutable {
-        std::string data;
-        try {
-            data = FileIO::read(file);
-        } catch (const std::exception&) {
-            return; // the reader keeps what it shows
-        }
-        std::string path = record.path;
-        auto message = std::make_shared<OpenMessage>(
-            OpenMessage::build(std::move(data), std::move(record), serverSize, domains, names));
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [store, path, message] {
-                // Only the latest selection reaches the reader, whatever order tasks end in.
-                if (store && store->selectedPath_ == path) {
-                    store->openMessage_ = std::move(*message);
-                    emit store->openMessageChanged();
-                }
-            },
-            Qt::QueuedConnection);
-    });
+    QThreadPool::globalInstance()->start(
+        [store, file, record = std::move(record), serverSize, catalog = catalog_]() mutable {
+            std::string data;
+            try {
+                data = FileIO::read(file);
+            } catch (const std::exception&) {
+                return; // the reader keeps what it shows
+            }
+            std::string path = record.path;
+            auto message = std::make_shared<OpenMessage>(
+                OpenMessage::build(std::move(data), std::move(record), serverSize,
+                                   catalog->knownDomains, catalog->knownNames));
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [store, path, message] {
+                    // Only the latest selection reaches the reader, whatever order tasks end in.
+                    if (store && store->selectedPath_ == path) {
+                        store->openMessage_ = std::move(*message);
+                        emit store->openMessageChanged();
+                    }
+                },
+                Qt::QueuedConnection);
+        });
 }
 
 void AppStore::loadServerSizes() {
+    serverSizes_ = readServerSizes(layout_, accounts_);
+}
+
+std::map<std::string, int64_t> AppStore::readServerSizes(const ArchiveLayout& layout,
+                                                         const std::vector<MailAccount>& accounts) {
     std::map<std::string, int64_t> sizes;
-    for (const auto& account : accounts_) {
+    for (const auto& account : accounts) {
         AccountSyncState state;
         try {
-            state = layout_.loadSync(account);
+            state = layout.loadSync(account);
         } catch (const std::exception&) {
             continue;
         }
@@ -82,7 +88,7 @@ void AppStore::loadServerSizes() {
             }
         }
     }
-    serverSizes_ = std::move(sizes);
+    return sizes;
 }
 
 void AppStore::allowImages(const QString& path) {

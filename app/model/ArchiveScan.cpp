@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace qs::ArchiveScan {
 
@@ -23,46 +26,61 @@ bool isMessageFile(const std::string& name) {
     return extension == "eml";
 }
 
-double modificationTime(const fs::path& path) {
-    struct ::stat facts {};
-    if (::stat(path.c_str(), &facts) != 0) {
-        return 0;
-    }
+double seconds(const struct ::stat& facts) {
     return static_cast<double>(facts.st_mtim.tv_sec) +
            static_cast<double>(facts.st_mtim.tv_nsec) / 1e9;
 }
 
-void walkFolder(const fs::path& folder, const std::string& prefix,
-                std::map<std::string, double>& found) {
-    std::error_code error;
-    fs::directory_iterator entries(folder, fs::directory_options::skip_permission_denied, error);
-    if (error) {
+// Walks by directory descriptors, so each entry is looked at relative to its folder (no path
+// resolved again from the root) and the entry type comes from the listing where it can.
+void walkFolder(int folder, const std::string& prefix, std::map<std::string, double>& found) {
+    DIR* listing = ::fdopendir(folder);
+    if (listing == nullptr) {
+        ::close(folder);
         return;
     }
-    for (auto end = fs::directory_iterator(); entries != end; entries.increment(error)) {
-        if (error) {
-            return;
-        }
-        const auto& entry = *entries;
-        std::string name = entry.path().filename().string();
+    while (const ::dirent* entry = ::readdir(listing)) {
+        std::string name = entry->d_name;
         if (name.empty() || name.front() == '.') {
             continue;
         }
         std::string key = prefix.empty() ? name : prefix + "/" + name;
-        std::error_code ignored;
-        if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
-            walkFolder(entry.path(), key, found);
-        } else if (isMessageFile(name) && entry.is_regular_file(ignored)) {
-            found.emplace(std::move(key), modificationTime(entry.path()));
+        unsigned char type = entry->d_type;
+        if (type == DT_UNKNOWN) {
+            struct ::stat facts {};
+            if (::fstatat(::dirfd(listing), name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
+                continue;
+            }
+            type = S_ISDIR(facts.st_mode) ? DT_DIR : S_ISLNK(facts.st_mode) ? DT_LNK : DT_REG;
+        }
+        if (type == DT_DIR) {
+            int child = ::openat(::dirfd(listing), name.c_str(),
+                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (child >= 0) {
+                walkFolder(child, key, found);
+            }
+        } else if ((type == DT_REG || type == DT_LNK) && isMessageFile(name)) {
+            // A link to a message counts as the message; a link to a folder isn't followed.
+            struct ::stat facts {};
+            if (::fstatat(::dirfd(listing), name.c_str(), &facts, 0) != 0) {
+                continue;
+            }
+            if (S_ISREG(facts.st_mode)) {
+                found.emplace(std::move(key), seconds(facts));
+            }
         }
     }
+    ::closedir(listing);
 }
 
 } // namespace
 
 std::map<std::string, double> walk(const fs::path& root) {
     std::map<std::string, double> found;
-    walkFolder(root, {}, found);
+    int folder = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) {
+        walkFolder(folder, {}, found);
+    }
     return found;
 }
 
@@ -75,11 +93,16 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
         return std::nullopt;
     }
 
-    for (const auto& record : index.liveRecords()) {
-        if (!files.contains(record.path)) {
-            index.remove(record.path);
-            result.changed = true;
+    std::vector<std::string> gone;
+    for (int64_t id = 0; id < static_cast<int64_t>(index.slotCount()); ++id) {
+        const MessageRecord* record = index.slot(id);
+        if (record != nullptr && !files.contains(record->path)) {
+            gone.push_back(record->path);
         }
+    }
+    for (const auto& path : gone) {
+        index.remove(path);
+        result.changed = true;
     }
 
     std::vector<const std::pair<const std::string, double>*> pending;
@@ -110,7 +133,7 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
         index.add(std::move(entry.record), entry.text);
         result.changed = true;
         if ((i + 1) % publishEvery == 0 && hooks.progress) {
-            hooks.progress(i + 1, pending.size(), index.liveRecords());
+            hooks.progress(i + 1, pending.size(), index);
         }
     }
     if (stop.stop_requested()) {

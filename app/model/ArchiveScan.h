@@ -33,8 +33,10 @@ std::map<std::string, double> walk(const std::filesystem::path& root);
 struct Hooks {
     /// Once, with the number of files that need reading (0 when none do).
     std::function<void(size_t total)> started;
-    /// After every `publishEvery` files read: files done, the total, all live records.
-    std::function<void(size_t done, size_t total, std::vector<MessageRecord> records)> progress;
+    /// After every `publishEvery` files read: files done, the total, and the scan's index as
+    /// it stands, to be read during the call only (its live records are what a publication
+    /// shows; copying them all each time is left to the hook to decide).
+    std::function<void(size_t done, size_t total, const SearchIndex& index)> progress;
 };
 
 struct Result {

@@ -5,6 +5,7 @@
 #include "support/Corpus.h"
 
 #include <functional>
+#include <unistd.h>
 
 namespace {
 
@@ -49,13 +50,24 @@ TEST_F(ScanTest, ReconcilesTheIndexWithTheFiles) {
     put(vault() / ".quernstead" / "stray.eml", message("Meta", midMonth(2020, 1)));
 
     AppStore store;
-    QSignalSpy published(&store, &AppStore::recordsChanged);
+    std::vector<size_t> published;
+    QObject::connect(&store, &AppStore::recordsChanged,
+                     [&] { published.push_back(store.records().size()); });
+    QSignalSpy progress(&store, &AppStore::indexingChanged);
     ASSERT_TRUE(scan(store));
     EXPECT_EQ(store.records().size(), expected);
     EXPECT_FALSE(store.indexing());
     EXPECT_EQ(store.index().count(), expected);
-    // Interim publications every 50 files, then the final one.
-    EXPECT_GE(published.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
+    // Progress every 50 files; the list fills as the scan goes, each interim publication a
+    // quarter larger than the one before, then the final one.
+    EXPECT_GE(progress.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
+    ASSERT_GE(published.size(), 5u);
+    EXPECT_LT(published.size(), expected / qs::ArchiveScan::publishEvery);
+    EXPECT_EQ(published.front(), qs::ArchiveScan::publishEvery);
+    for (size_t i = 1; i + 1 < published.size(); ++i) {
+        EXPECT_GE(published[i], published[i - 1] + published[i - 1] / 4) << i;
+    }
+    EXPECT_EQ(published.back(), expected);
     for (size_t i = 1; i < store.records().size(); ++i) {
         ASSERT_GE(store.records()[i - 1]->date, store.records()[i]->date) << i;
     }
@@ -93,6 +105,34 @@ TEST_F(ScanTest, ReconcilesTheIndexWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected - 1);
     auto listed = paths(store.records());
     EXPECT_EQ(std::ranges::count(listed, deleted), 0);
+}
+
+// Links: one to a message counts under its own name; one to a folder is not entered, so mail
+// is never listed twice; a dangling link and a folder that can't be opened are passed over.
+TEST_F(ScanTest, WalkFollowsLinksToMessagesButNotToFolders) {
+    put(vault() / "A" / "INBOX" / "1.eml", message("One", midMonth(2020, 1)));
+    put(vault() / "A" / "Locked" / "2.eml", message("Two", midMonth(2020, 2)));
+    put(vault() / "elsewhere.eml", message("Linked", midMonth(2020, 3)));
+    qs::test::setModificationTime(vault() / "A" / "INBOX" / "1.eml", 1'600'000'000.25);
+    fs::create_symlink(vault() / "elsewhere.eml", vault() / "A" / "INBOX" / "link.eml");
+    fs::create_symlink(vault() / "A" / "INBOX", vault() / "A" / "Mirror");
+    fs::create_symlink(vault() / "gone.eml", vault() / "A" / "INBOX" / "dangling.eml");
+    fs::permissions(vault() / "A" / "Locked", fs::perms::none);
+    const bool locked = ::access((vault() / "A" / "Locked").c_str(), R_OK) != 0;
+
+    auto files = qs::ArchiveScan::walk(vault());
+    fs::permissions(vault() / "A" / "Locked", fs::perms::owner_all);
+
+    std::vector<std::string> expected{"A/INBOX/1.eml", "A/INBOX/link.eml", "elsewhere.eml"};
+    if (!locked) { // running as root: permissions don't stop the walk
+        expected.insert(expected.begin() + 2, "A/Locked/2.eml");
+    }
+    std::vector<std::string> found;
+    for (const auto& [path, mtime] : files) {
+        found.push_back(path);
+    }
+    EXPECT_EQ(found, expected);
+    EXPECT_DOUBLE_EQ(files["A/INBOX/1.eml"], 1'600'000'000.25);
 }
 
 TEST_F(ScanTest, EmptyVaultShowsNothingAndWritesNothing) {

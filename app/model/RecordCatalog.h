@@ -1,0 +1,58 @@
+#pragma once
+
+#include "model/FolderSummary.h"
+#include "model/MonthGroup.h"
+#include "model/SmartFilter.h"
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace qs {
+
+/// The live records of the vault with everything the sidebar derives from them alone: the
+/// costly half of a publication. It is built whole on any thread (the scan builds it on its
+/// own) and then handed to the main thread, which only swaps it in. Immutable once built.
+struct RecordCatalog {
+    /// Newest first; records of the same date keep their order (a stable sort).
+    std::vector<RecordRef> records;
+    /// Keys view the paths of `records`.
+    std::unordered_map<std::string_view, RecordRef> byPath;
+    /// The records by their index slot (`id`); empty slots hold nothing.
+    std::vector<RecordRef> bySlot;
+    /// Each account's folders: "INBOX" first, then by the locale's order with numbers
+    /// compared as numbers.
+    std::map<std::string, std::vector<FolderSummary>> folders;
+    /// Messages per smart filter, regardless of any query; "recent" as of the build.
+    std::map<SmartFilter, int64_t> smartCounts;
+    /// The distinct accounts of the records, ascending.
+    std::vector<std::string> accounts;
+    int64_t totalBytes = 0;
+    /// Registrable domains seen at least twice on mail whose sender was proven.
+    std::set<std::string> knownDomains;
+    /// Lower-cased display names of proven mail, each with the one familiar domain it came
+    /// from; a name seen under two domains has no entry.
+    std::map<std::string, std::string> knownNames;
+
+    /// The shared record for a search hit: found by its slot when the catalog was built from
+    /// the index that answered (the usual case, and no string is hashed), else by its path.
+    /// Null when the catalog doesn't hold it.
+    const RecordRef* find(const MessageRecord& hit) const;
+
+    /// Sorts `records` by date, newest first, and derives the rest.
+    static RecordCatalog build(std::vector<MessageRecord> records);
+
+    /// The folders of `records` as `folders` holds them.
+    static std::map<std::string, std::vector<FolderSummary>>
+    computeFolders(const std::vector<RecordRef>& records);
+
+private:
+    void refreshCaches();
+    void learnSenders();
+};
+
+} // namespace qs
