@@ -346,9 +346,10 @@ QString AppStore::vaultSummary() const {
     QStringList parts{locale.toString(n) +
                           (n == 1 ? QStringLiteral(" message") : QStringLiteral(" messages")),
                       locale.formattedDataSize(catalog_->totalBytes, 1, QLocale::DataSizeSIFormat)};
-    std::optional<Date> last;
+    // This run's end when there was one, else the latest account's last backup.
+    std::optional<Date> last = backup_.lastFinished;
     for (const auto& account : accounts_) {
-        if (account.lastBackup && (!last || *account.lastBackup > *last)) {
+        if (!backup_.lastFinished && account.lastBackup && (!last || *account.lastBackup > *last)) {
             last = account.lastBackup;
         }
     }

@@ -4,6 +4,7 @@
 #include "model/AppStore.h"
 #include "model/BackupStatus.h"
 #include "model/Credentials.h"
+#include "model/Fmt.h"
 #include "model/SettingsKeys.h"
 #include "model/VerifyPacing.h"
 
@@ -163,6 +164,28 @@ TEST_F(AppStoreBackupTest, OneAccountFailingAtLoginDoesNotStopTheNext) {
     EXPECT_EQ(store.toast()->text, "Everything was already in the vault");
     EXPECT_EQ(store.toast()->symbol, "checkmark.shield.fill");
     EXPECT_EQ(store.backupProblems().size(), 1u);
+}
+
+// "Last checked" tells when the last run ended, even one in which every account failed; with
+// no run yet, when an account was last backed up.
+TEST_F(AppStoreBackupTest, SummaryTellsWhenTheVaultWasLastChecked) {
+    AppStore store;
+    auto broken = account("Broken", freshUser("broken"));
+    const auto longAgo = std::chrono::system_clock::now() - std::chrono::hours(24 * 800);
+    broken.lastBackup = longAgo;
+    store.addAccount(broken, "not the password");
+    EXPECT_TRUE(store.vaultSummary().endsWith(" · last checked " + qs::Fmt::ago(longAgo)))
+        << store.vaultSummary().toStdString();
+
+    QSignalSpy finished(&store, &AppStore::backupFinished);
+    store.backUpNow();
+    ASSERT_TRUE(waitFor(finished));
+    ASSERT_TRUE(store.backup().lastFinished);
+    EXPECT_EQ(stored(store, broken).lastBackup, longAgo);
+    const auto ended = qs::Fmt::ago(*store.backup().lastFinished);
+    ASSERT_NE(ended, qs::Fmt::ago(longAgo));
+    EXPECT_TRUE(store.vaultSummary().endsWith(" · last checked " + ended))
+        << store.vaultSummary().toStdString();
 }
 
 TEST_F(AppStoreBackupTest, StopDuringTheSecondOfThreeAccounts) {
