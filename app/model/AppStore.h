@@ -375,13 +375,16 @@ private:
     void publishRecords(std::vector<MessageRecord> records);
     /// The same for a catalog already built, as the scan builds it off the main thread. The
     /// catalog it replaces is let go on a worker thread: freeing a large one takes a while.
-    void publishCatalog(std::shared_ptr<const RecordCatalog> catalog);
+    /// `ofIndex` tells that it was built from the very index now in `index_`.
+    void publishCatalog(std::shared_ptr<const RecordCatalog> catalog, bool ofIndex = false);
     void setIndexing(std::optional<Indexing> indexing);
     std::string effectiveQuery(const std::string& typed) const;
 
     SearchIndex index_;
     // Shared with the tasks that open messages, which read its familiar senders.
     std::shared_ptr<const RecordCatalog> catalog_ = std::make_shared<const RecordCatalog>();
+    // Whether the catalog was built from `index_` itself, so that hits map by slot alone.
+    bool catalogOfIndex_ = true;
     std::vector<RecordRef> visible_;
     MessageListModel* list_ = new MessageListModel(this);
     TimelineModel* timeline_ = new TimelineModel(this);

@@ -70,6 +70,7 @@ AppStore::~AppStore() {
 void AppStore::clearArchive() {
     releaseInBackground(std::exchange(index_, SearchIndex()));
     releaseInBackground(std::exchange(catalog_, std::make_shared<const RecordCatalog>()));
+    catalogOfIndex_ = true;
     emit recordsChanged();
 }
 
@@ -123,7 +124,7 @@ void AppStore::reloadArchive() {
             releaseInBackground(std::exchange(s.index_, std::move(*index)));
             s.scanTask_.reset();
             s.serverSizes_ = std::move(*sizes);
-            s.publishCatalog(catalog);
+            s.publishCatalog(catalog, true);
             s.setIndexing(std::nullopt);
             emit s.scanFinished();
         });
@@ -141,8 +142,9 @@ void AppStore::publishRecords(std::vector<MessageRecord> records) {
     publishCatalog(std::make_shared<const RecordCatalog>(RecordCatalog::build(std::move(records))));
 }
 
-void AppStore::publishCatalog(std::shared_ptr<const RecordCatalog> catalog) {
+void AppStore::publishCatalog(std::shared_ptr<const RecordCatalog> catalog, bool ofIndex) {
     auto previous = std::exchange(catalog_, std::move(catalog));
+    catalogOfIndex_ = ofIndex;
     emit foldersChanged();
     emit recordsChanged();
     emit archiveAccountsChanged();
@@ -202,7 +204,8 @@ void AppStore::refreshVisible() {
             if (!keep(*hit)) {
                 continue;
             }
-            const RecordRef* found = catalog_->find(*hit);
+            const RecordRef* found =
+                catalogOfIndex_ ? catalog_->atSlot(hit->id) : catalog_->find(*hit);
             // During a scan the index may know a record the list doesn't hold yet.
             visible.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
         }

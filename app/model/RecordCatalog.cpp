@@ -76,12 +76,16 @@ RecordCatalog RecordCatalog::build(std::vector<MessageRecord> records) {
     return catalog;
 }
 
+const RecordRef* RecordCatalog::atSlot(int64_t id) const {
+    if (id < 0 || static_cast<size_t>(id) >= bySlot.size() || !bySlot[static_cast<size_t>(id)]) {
+        return nullptr;
+    }
+    return &bySlot[static_cast<size_t>(id)];
+}
+
 const RecordRef* RecordCatalog::find(const MessageRecord& hit) const {
-    if (hit.id >= 0 && static_cast<size_t>(hit.id) < bySlot.size()) {
-        const RecordRef& candidate = bySlot[static_cast<size_t>(hit.id)];
-        if (candidate && candidate->path == hit.path) {
-            return &candidate;
-        }
+    if (const RecordRef* candidate = atSlot(hit.id); candidate && (*candidate)->path == hit.path) {
+        return candidate;
     }
     auto found = byPath.find(hit.path);
     return found != byPath.end() ? &found->second : nullptr;

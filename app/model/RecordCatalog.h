@@ -42,6 +42,9 @@ struct RecordCatalog {
     /// the index that answered (the usual case, and no string is hashed), else by its path.
     /// Null when the catalog doesn't hold it.
     const RecordRef* find(const MessageRecord& hit) const;
+    /// The record in slot `id`, or null: for hits of the very index the catalog was built
+    /// from, where no path needs comparing.
+    const RecordRef* atSlot(int64_t id) const;
 
     /// Sorts `records` by date, newest first, and derives the rest.
     static RecordCatalog build(std::vector<MessageRecord> records);

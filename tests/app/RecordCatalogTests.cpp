@@ -48,6 +48,11 @@ TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
             EXPECT_EQ(found->get(), catalog.byPath.at(c.expected).get());
         }
     }
+    // By slot alone: what the slot holds, whatever its path, and nothing where it's empty.
+    EXPECT_EQ((*catalog.atSlot(0))->path, "a.eml");
+    EXPECT_EQ(catalog.atSlot(1), nullptr);
+    EXPECT_EQ(catalog.atSlot(6), nullptr);
+    EXPECT_EQ(catalog.atSlot(-1), nullptr);
 }
 
 } // namespace
