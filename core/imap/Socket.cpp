@@ -1,5 +1,6 @@
 #include "imap/Socket.h"
 
+#include "imap/HostResolver.h"
 #include "imap/IMAPError.h"
 #include "support/Cancellation.h"
 
@@ -84,17 +85,7 @@ std::unique_ptr<Socket> Socket::connect(const std::string& host, uint16_t port,
                                         std::chrono::milliseconds timeout, std::stop_token stop) {
     checkCancelled(stop);
     auto deadline = std::chrono::steady_clock::now() + timeout;
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_ADDRCONFIG;
-    addrinfo* found = nullptr;
-    std::string service = std::to_string(port);
-    if (int rc = ::getaddrinfo(host.c_str(), service.c_str(), &hints, &found); rc != 0) {
-        throw IMAPError::connectionFailed(rc == EAI_SYSTEM ? systemText(errno)
-                                                           : ::gai_strerror(rc));
-    }
-    std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, ::freeaddrinfo);
+    auto addresses = HostResolver::resolve(host, port, deadline, stop);
 
     // Every address in turn, as a name may resolve to one that doesn't listen (::1 before
     // 127.0.0.1); the last failure is the one reported.

@@ -15,7 +15,7 @@ namespace qs {
 class Socket {
 public:
     /// Resolves `host` and connects to the first of its addresses that accepts, all within
-    /// `timeout`. Throws IMAPError::connectionFailed with the system's text
+    /// `timeout`, the lookup included. Throws IMAPError::connectionFailed with the system's text
     /// (gai_strerror, strerror: "Name or service not known", "Connection refused"),
     /// IMAPError::timeout when no address answered in time, CancellationError on a stop.
     static std::unique_ptr<Socket> connect(const std::string& host, uint16_t port,
