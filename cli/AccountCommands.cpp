@@ -6,6 +6,7 @@
 #include "imap/IMAPClient.h"
 #include "model/Fmt.h"
 #include "model/FriendlyError.h"
+#include "model/ProviderPreset.h"
 #include "support/UUID.h"
 
 #include <QLocale>
@@ -44,18 +45,33 @@ std::optional<MailAccount> accountLabelled(const AppStore& store, const std::str
 }
 
 int accountAdd(AppStore& store, const AccountAddOptions& options) {
+    const ProviderPreset& preset = ProviderPreset::named(options.provider);
+    const std::string host = options.host.empty() ? preset.host : options.host;
+    if (host.empty()) {
+        std::cerr << "Name the IMAP server with --host, or pick a provider with --provider.\n";
+        return usage;
+    }
+    if (!options.passwordStdin && preset.helpURL) {
+        // The password asked for is an app password, which few people have at hand.
+        std::cerr << "To make an app password for " << preset.name << ":\n";
+        for (size_t i = 0; i < preset.steps.size(); ++i) {
+            std::cerr << "  " << i + 1 << ". " << preset.steps[i] << "\n";
+        }
+        std::cerr << "  " << *preset.helpURL << "\n";
+    }
     std::optional<std::string> password =
-        options.passwordStdin
-            ? readLine()
-            : readSecret("Password for " + options.user + " at " + options.host + ": ");
+        options.passwordStdin ? readLine()
+                              : readSecret("Password for " + options.user + " at " + host + ": ");
+    if (password) {
+        password = preset.passwordForUse(*password);
+    }
     if (!password || password->empty()) {
         std::cerr << "No password given.\n";
         return usage;
     }
-    IMAPServer server{options.host, options.port,
-                      options.plaintextLocal && options.host == "127.0.0.1"};
+    IMAPServer server{host, options.port, options.plaintextLocal && host == "127.0.0.1"};
     std::vector<IMAPMailbox> mailboxes;
-    std::cerr << "Signing in to " << options.host << "…\n";
+    std::cerr << "Signing in to " << host << "…\n";
     try {
         IMAPClient client(server, signInTimeout);
         client.connect();
@@ -63,16 +79,19 @@ int accountAdd(AppStore& store, const AccountAddOptions& options) {
         mailboxes = client.list();
         client.logout();
     } catch (...) {
-        std::cerr << FriendlyError::describe(std::current_exception(), options.host).text() << "\n";
+        std::cerr << FriendlyError::describe(std::current_exception(), host).text() << "\n";
         return failed;
     }
 
     MailAccount account;
     account.id = UUID::random();
-    account.label = options.label.empty() ? options.host : options.label;
+    // Without a name: the provider's, or for another server its host name.
+    account.label = !options.label.empty()  ? options.label
+                    : preset.id == "custom" ? host
+                                            : preset.name;
     account.username = options.user;
     account.server = server;
-    account.provider = "custom";
+    account.provider = preset.id;
     account.knownFolders = mailboxes;
     if (options.folders.empty()) {
         account.folders = defaultFolders(mailboxes, account.provider);
@@ -96,7 +115,7 @@ int accountAdd(AppStore& store, const AccountAddOptions& options) {
     try {
         store.addAccount(account, *password);
     } catch (...) {
-        auto message = FriendlyError::describe(std::current_exception(), options.host);
+        auto message = FriendlyError::describe(std::current_exception(), host);
         std::cerr << "Couldn’t save the password. " << message.advice << "\n";
         return failed;
     }
@@ -106,6 +125,9 @@ int accountAdd(AppStore& store, const AccountAddOptions& options) {
         std::cout << " " << displayNameOf(account, name);
     }
     std::cout << "\n";
+    if (preset.note) {
+        std::cout << *preset.note << "\n";
+    }
     return ok;
 }
 

@@ -15,6 +15,8 @@ enum Exit : int { ok = 0, failed = 1, usage = 2 };
 struct AccountAddOptions {
     std::string label;
     std::string user;
+    /// A provider preset's id; its server stands in for an empty `host`.
+    std::string provider = "custom";
     std::string host;
     uint16_t port = 993;
     std::vector<std::string> folders;

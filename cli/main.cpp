@@ -2,6 +2,7 @@
 // application model as the window, on a Qt Core event loop with no display, so every rule and
 // every sentence is the same in both.
 #include "Commands.h"
+#include "model/ProviderPreset.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
@@ -22,7 +23,15 @@ int main(int argc, char** argv) {
     auto* accountAdd = account->add_subcommand("add", "Sign in and add an account");
     accountAdd->add_option("--label", add.label, "Name in the sidebar");
     accountAdd->add_option("--user", add.user, "Email address (login name)")->required();
-    accountAdd->add_option("--host", add.host, "IMAP server")->required();
+    std::vector<std::string> providers;
+    for (const auto& preset : qs::ProviderPreset::all())
+        providers.push_back(preset.id);
+    accountAdd
+        ->add_option("--provider", add.provider,
+                     "gmail, icloud, yahoo, fastmail, outlook, or custom (then --host)")
+        ->check(CLI::IsMember(providers))
+        ->capture_default_str();
+    accountAdd->add_option("--host", add.host, "IMAP server (else the provider's)");
     accountAdd->add_option("--port", add.port, "IMAP port (TLS)")->capture_default_str();
     accountAdd->add_option("--folder", add.folders, "A folder to back up (repeatable)");
     accountAdd->add_flag("--plaintext-local", add.plaintextLocal,

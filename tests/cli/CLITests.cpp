@@ -6,6 +6,8 @@
 #include "support/FileIO.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
+#include "vault/ArchiveLayout.h"
+#include "vault/MailAccount.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -291,6 +293,33 @@ TEST_F(CLITest, CtrlCStopsABackupCleanlyAndTheNextRunCompletesIt) {
     EXPECT_EQ(messageFiles().size(), big.size() + 1);
 }
 
+// A provider preset names the account and carries its advice; Gmail's app password may be
+// pasted in its groups of four, as Google shows it.
+TEST_F(CLITest, ProviderPresetNamesTheAccountAndTakesGroupedPasswords) {
+    const std::string user = user_ + "g";
+    dovecot().addUser(user, "abcdefghijklmnop");
+    ProcessResult added =
+        cli({"account", "add", "--provider", "gmail", "--user", user, "--host", "127.0.0.1",
+             "--port", std::to_string(dovecot().imapsPort()), "--password-stdin"},
+            "abcd efgh ijkl mnop\n");
+    ASSERT_EQ(added.exitCode, 0) << added.output;
+    EXPECT_NE(added.output.find("Added Gmail"), std::string::npos) << added.output;
+    EXPECT_NE(added.output.find("“[Gmail]/All Mail” holds every message once"), std::string::npos)
+        << added.output;
+    auto accounts = MailAccount::decodeList(FileIO::read(ArchiveLayout{vault()}.accountsURL()));
+    ASSERT_TRUE(accounts);
+    ASSERT_EQ(accounts->size(), 1u);
+    EXPECT_EQ(accounts->front().provider, "gmail");
+    EXPECT_EQ(accounts->front().label, "Gmail");
+
+    // Other providers keep the blanks: this one's password has none, so grouping breaks it.
+    ProcessResult refused = cli({"account", "add", "--provider", "fastmail", "--label", "Fast",
+                                 "--user", user, "--host", "127.0.0.1", "--port",
+                                 std::to_string(dovecot().imapsPort()), "--password-stdin"},
+                                "abcd efgh ijkl mnop\n");
+    EXPECT_EQ(refused.exitCode, 1) << refused.output;
+}
+
 TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
     struct Case {
         std::vector<std::string> arguments;
@@ -306,6 +335,11 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
          "wrong\n",
          1,
          ""},
+        {{"account", "add", "--user", user_, "--password-stdin"}, "x\n", 2, "Name the IMAP server"},
+        {{"account", "add", "--provider", "aol", "--user", user_, "--host", "127.0.0.1"},
+         "",
+         2,
+         "aol"},
         {{"backup"}, "", 1, "No accounts yet"},
         {{"show", "Demo/INBOX/2020/nothing.eml"}, "", 1, "No message at"},
     };
