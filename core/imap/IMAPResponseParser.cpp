@@ -91,12 +91,51 @@ std::string codePoint(unsigned char byte) {
     return {char(0xC0 | (byte >> 6)), char(0x80 | (byte & 0x3F))};
 }
 
-/// A cursor over the bytes of one raw response.
+/// Thrown when a parse over a response with held literals reaches the end of the text before
+/// one of them other than as a literal value: the whole bytes must be parsed instead.
+struct Crossing {};
+
+/// A cursor over the bytes of one raw response. When the response's literals are held apart,
+/// `bytes` is one stretch of its text at a time, from one held literal to the next: reading a
+/// held literal's announcement moves the cursor on to the next stretch, and any other read
+/// reaching the end of a stretch that isn't the last throws `Crossing`.
 struct Scanner {
     std::string_view bytes;
     std::size_t pos = 0;
 
-    bool atEnd() const { return pos >= bytes.size(); }
+    // Held literals, when there are any.
+    std::string_view text = {};
+    std::size_t textAt = 0;
+    std::span<HeldLiteral> held = {};
+    std::size_t nextHeld = 0;            // the literal ending the current stretch
+    std::size_t strings = 0;             // string values made so far, in order
+    std::vector<std::size_t> taken = {}; // which of them stand for held literals
+
+    bool last() const { return nextHeld == held.size(); }
+
+    /// Called where a read meets the end of `bytes`.
+    void atEndOfBytes() const {
+        if (!last()) {
+            throw Crossing{};
+        }
+    }
+
+    /// Moves on to the stretch between held literal `nextHeld` and the one after it.
+    void nextStretch() {
+        std::size_t from = held[nextHeld].at - textAt;
+        ++nextHeld;
+        std::size_t to = last() ? text.size() : held[nextHeld].at - textAt;
+        bytes = text.substr(from, to - from);
+        pos = 0;
+    }
+
+    bool atEnd() const {
+        if (pos >= bytes.size()) {
+            atEndOfBytes();
+            return true;
+        }
+        return false;
+    }
     unsigned char peek() const { return static_cast<unsigned char>(bytes[pos]); }
 
     void skipSpaces() {
@@ -113,14 +152,23 @@ struct Scanner {
         }
         std::size_t from = pos;
         std::size_t space = bytes.find(' ', pos);
+        if (space == std::string_view::npos) {
+            atEndOfBytes();
+        }
         pos = space == std::string_view::npos ? bytes.size() : space;
         return repaired(bytes.substr(from, pos - from));
     }
 
     std::string rest() {
+        atEndOfBytes();
         std::string text = repaired(bytes.substr(std::min(pos, bytes.size())));
         pos = bytes.size();
         return text;
+    }
+
+    IMAPValue string(std::string bytes) {
+        ++strings;
+        return IMAPValue::string(std::move(bytes));
     }
 };
 
@@ -144,6 +192,9 @@ CodeAndText readCodeAndText(Scanner& scanner) {
             }
         }
         // A code that is never closed runs to the end of the response.
+        if (at == bytes.size()) {
+            scanner.atEndOfBytes();
+        }
         result.code = repaired(bytes.substr(from, at - from));
         scanner.pos = at < bytes.size() ? at + 1 : bytes.size();
         scanner.skipSpaces();
@@ -160,19 +211,21 @@ IMAPValue readQuoted(Scanner& scanner) {
         // Runs between quotes and backslashes are taken whole.
         std::size_t special = bytes.find_first_of("\"\\", at);
         if (special == std::string_view::npos) {
+            scanner.atEndOfBytes();
             scanner.pos = bytes.size();
             throw IMAPParseError(Kind::unterminatedString);
         }
         out.append(bytes.substr(at, special - at));
         if (bytes[special] == '"') {
             scanner.pos = special + 1;
-            return IMAPValue::string(std::move(out));
+            return scanner.string(std::move(out));
         }
         if (special + 1 < bytes.size()) {
             out += bytes[special + 1];
             at = special + 2;
         } else {
             // A final backslash stays an ordinary byte; the string then has no closing quote.
+            scanner.atEndOfBytes();
             out += '\\';
             scanner.pos = bytes.size();
             throw IMAPParseError(Kind::unterminatedString);
@@ -195,12 +248,18 @@ IMAPValue readLiteral(Scanner& scanner) {
         }
         ++at;
     }
+    if (at == bytes.size()) {
+        scanner.atEndOfBytes();
+    }
     if (at == digitsFrom || overflow) {
         scanner.pos = at;
         throw IMAPParseError(Kind::badLiteral);
     }
     if (at < bytes.size() && bytes[at] == '+') {
         ++at;
+        if (at == bytes.size()) {
+            scanner.atEndOfBytes();
+        }
     }
     if (at >= bytes.size() || bytes[at] != '}') {
         scanner.pos = at;
@@ -213,13 +272,24 @@ IMAPValue readLiteral(Scanner& scanner) {
     if (at < bytes.size() && bytes[at] == '\n') {
         ++at;
     }
+    if (at == bytes.size() && !scanner.last()) {
+        // The announcement of a held literal (a stretch ends just past its line feed, and the
+        // digits before it are the ones the reader saw): its bytes are moved in afterwards.
+        if (scanner.held[scanner.nextHeld].bytes.size() != std::uint64_t(length)) {
+            throw Crossing{};
+        }
+        scanner.taken.push_back(scanner.strings);
+        scanner.nextStretch();
+        return scanner.string({});
+    }
     // Checked before anything is allocated, so an announced length costs nothing by itself.
     if (std::uint64_t(length) > bytes.size() - at) {
+        scanner.atEndOfBytes();
         scanner.pos = at;
         throw IMAPParseError(Kind::shortLiteral);
     }
     scanner.pos = at + std::size_t(length);
-    return IMAPValue::string(std::string(bytes.substr(at, std::size_t(length))));
+    return scanner.string(std::string(bytes.substr(at, std::size_t(length))));
 }
 
 bool endsAtom(unsigned char byte) {
@@ -242,6 +312,9 @@ IMAPValue readAtom(Scanner& scanner) {
         } else if (depth == 0 && endsAtom(byte)) {
             break;
         }
+    }
+    if (at == bytes.size()) {
+        scanner.atEndOfBytes();
     }
     if (at == from) {
         scanner.pos = at + 1;
@@ -314,9 +387,10 @@ std::vector<IMAPValue> readValues(Scanner& scanner) {
 
 } // namespace
 
-IMAPResponse parse(std::string_view raw) {
-    Scanner scanner{raw};
-    if (!raw.empty() && raw.front() == '+') {
+namespace {
+
+IMAPResponse parse(Scanner& scanner) {
+    if (!scanner.atEnd() && scanner.peek() == '+') {
         scanner.pos = 1;
         if (!scanner.atEnd() && scanner.peek() == ' ') {
             scanner.skipSpaces();
@@ -346,11 +420,79 @@ IMAPResponse parse(std::string_view raw) {
     std::optional<std::string> second = scanner.readWord();
     std::optional<IMAPStatus> status = second ? statusWord(*second) : std::nullopt;
     if (!status) {
-        throw IMAPParseError(Kind::badTaggedResponse, repaired(raw.substr(0, quotedLineLimit)));
+        if (!scanner.held.empty()) {
+            throw Crossing{}; // the quoted start may run into a held literal
+        }
+        throw IMAPParseError(Kind::badTaggedResponse,
+                             repaired(scanner.bytes.substr(0, quotedLineLimit)));
     }
     scanner.skipSpaces();
     auto [code, text] = readCodeAndText(scanner);
     return IMAPResponse::Tagged{std::move(*first), *status, std::move(code), std::move(text)};
+}
+
+/// Moves each held literal into the string value that stands for it: the `taken[i]`-th string
+/// value in reading order, which is the order of a walk of the values, lists before their
+/// contents.
+void moveLiteralsIn(std::vector<IMAPValue>& values, std::span<const std::size_t> taken,
+                    std::span<HeldLiteral> held) {
+    std::size_t ordinal = 0;
+    std::size_t next = 0;
+    std::vector<std::span<IMAPValue>> open{std::span<IMAPValue>(values)};
+    while (!open.empty() && next < taken.size()) {
+        std::span<IMAPValue>& rest = open.back();
+        if (rest.empty()) {
+            open.pop_back();
+            continue;
+        }
+        IMAPValue& value = rest.front();
+        rest = rest.subspan(1);
+        if (value.isString()) {
+            if (ordinal == taken[next]) {
+                value = IMAPValue::string(std::move(held[next].bytes));
+                ++next;
+            }
+            ++ordinal;
+        } else if (value.isList()) {
+            open.push_back(value.items());
+        }
+    }
+}
+
+} // namespace
+
+IMAPResponse parse(std::string_view raw) {
+    Scanner scanner{raw};
+    return parse(scanner);
+}
+
+IMAPResponse parse(std::string_view text, std::size_t textAt, std::span<HeldLiteral> literals) {
+    if (literals.empty()) {
+        return parse(text);
+    }
+    try {
+        Scanner scanner{text.substr(0, literals.front().at - textAt)};
+        scanner.text = text;
+        scanner.textAt = textAt;
+        scanner.held = literals;
+        IMAPResponse response = parse(scanner);
+        // Every held literal was read as a literal value, hence the response is untagged.
+        if (IMAPResponse::Untagged* untagged = response.untagged();
+            untagged && scanner.last() && scanner.taken.size() == literals.size()) {
+            moveLiteralsIn(untagged->values, scanner.taken, literals);
+            return response;
+        }
+    } catch (const Crossing&) {
+    }
+    std::string whole;
+    std::size_t from = 0;
+    for (const HeldLiteral& literal : literals) {
+        whole.append(text.substr(from, literal.at - textAt - from));
+        whole.append(literal.bytes);
+        from = literal.at - textAt;
+    }
+    whole.append(text.substr(from));
+    return parse(std::string_view(whole));
 }
 
 std::vector<IMAPValue> tokens(std::string_view text) {

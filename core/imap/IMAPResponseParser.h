@@ -4,6 +4,9 @@
 #include "imap/IMAPResponse.h"
 #include "imap/IMAPValue.h"
 
+#include <cstddef>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -23,6 +26,23 @@ namespace IMAPResponseParser {
 /// "unterminated string", "unterminated list", "bad literal", "bad literal close",
 /// "short literal".
 IMAPResponse parse(std::string_view raw);
+
+/// A literal that was announced at the end of a line and is held apart from the text of its
+/// response: `bytes` belong at position `at` of the response (just past the line feed of the
+/// line that announced them), in the coordinates its holder gave the text.
+struct HeldLiteral {
+    std::size_t at = 0;
+    std::string bytes;
+    bool operator==(const HeldLiteral&) const = default;
+};
+
+/// Parses the response whose bytes are `text` with each of `literals` (in order) inserted at
+/// its `at`, where `text` itself begins at `textAt`: the result and the errors are exactly
+/// those of `parse` over the whole bytes. Where such a literal is read as a literal value, its
+/// bytes are moved into that value, not copied; the others are left as they are. A response
+/// that reads across a held literal in any other way (a quoted string or bracketed atom running
+/// over it, or it falling into free text) is put together and parsed whole.
+IMAPResponse parse(std::string_view text, std::size_t textAt, std::span<HeldLiteral> literals);
 
 /// Reads values from `text` to its end, skipping spaces between them, exactly as the body of
 /// an untagged response is read. Throws `IMAPParseError` as `parse` does.

@@ -2,6 +2,7 @@
 
 #include "imap/IMAPResponseParser.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -44,125 +45,192 @@ std::optional<std::size_t> literalMarker(std::string_view buffer, std::size_t li
 } // namespace
 
 void IMAPResponseReader::append(std::string_view bytes) {
-    buffer_.append(bytes);
+    while (!bytes.empty()) {
+        if (filling_) {
+            // A literal's bytes go straight to its own string, unexamined.
+            std::size_t count = std::min(fillingLeft_, bytes.size());
+            filling_->bytes.append(bytes.data(), count);
+            fillingLeft_ -= count;
+            pendingLiteralBytes_ += count;
+            bytes.remove_prefix(count);
+            if (fillingLeft_ == 0) {
+                endLiteral();
+            }
+            continue;
+        }
+        if (lineStart_ - origin_ < lines_.size()) {
+            // A line begun by an earlier append is finished first, where its start can be seen.
+            const void* found = std::memchr(bytes.data(), '\n', bytes.size());
+            if (!found) {
+                lines_.append(bytes);
+                return;
+            }
+            std::size_t count = std::size_t(static_cast<const char*>(found) - bytes.data()) + 1;
+            lines_.append(bytes.data(), count);
+            bytes.remove_prefix(count);
+            endLine();
+            continue;
+        }
+        // Whole lines in the new bytes are framed where they are, and the run up to the first
+        // line announcing a literal (or all of it) is added in one go.
+        std::size_t base = origin_ + lines_.size();
+        std::size_t lineFrom = 0;
+        bool literal = false;
+        while (lineFrom < bytes.size()) {
+            const void* found = std::memchr(bytes.data() + lineFrom, '\n', bytes.size() - lineFrom);
+            if (!found) {
+                break;
+            }
+            std::size_t lineFeed = std::size_t(static_cast<const char*>(found) - bytes.data());
+            std::size_t lineEnd = lineFeed;
+            if (lineEnd > lineFrom && bytes[lineEnd - 1] == '\r') {
+                --lineEnd;
+            }
+            if (lineEnd > lineFrom && bytes[lineEnd - 1] == '}') {
+                // Perhaps a marker: framed by endLine, which sees the line in place.
+                lines_.append(bytes.data(), lineFeed + 1);
+                bytes.remove_prefix(lineFeed + 1);
+                lineStart_ = base + lineFrom;
+                endLine();
+                literal = true;
+                break;
+            }
+            framed_.push_back(Framed{base + lineEnd, base + lineFeed + 1, literalsSoFar_});
+            literalsSoFar_ = 0;
+            lineFrom = lineFeed + 1;
+        }
+        if (!literal) {
+            lines_.append(bytes);
+            lineStart_ = base + lineFrom;
+            return;
+        }
+    }
 }
 
 void IMAPResponseReader::append(std::span<const std::byte> bytes) {
-    buffer_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    append(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-void IMAPResponseReader::append(std::string&& bytes) {
-    // Adopting the chunk saves a copy only when the buffer has no room of its own; otherwise
-    // the room it keeps (perhaps reserved for a large body) is worth more.
-    if (buffer_.empty() && buffer_.capacity() < bytes.size()) {
-        buffer_ = std::move(bytes);
-    } else {
-        buffer_.append(bytes);
+void IMAPResponseReader::endLine() {
+    std::size_t lineStart = lineStart_ - origin_;
+    std::size_t lineFeed = lines_.size() - 1;
+    std::size_t lineEnd = lineFeed;
+    if (lineEnd > lineStart && lines_[lineEnd - 1] == '\r') {
+        --lineEnd;
     }
-}
-
-std::optional<std::size_t> IMAPResponseReader::findResponseEnd(std::size_t& consumedUpTo) {
-    std::string_view buffer = buffer_;
-    if (start_ >= buffer.size()) {
-        return std::nullopt;
-    }
-    // The scan resumes where the last call stopped: bytes are only ever appended while start_
-    // stays put, so what was seen then still holds.
-    for (;;) {
-        if (literalLength_ > 0) {
-            if (buffer.size() - lineStart_ < literalLength_) {
-                reserveForLiteral();
-                return std::nullopt;
-            }
-            // The literal's bytes are skipped whole, never looked at for line ends or markers.
-            lineStart_ += literalLength_;
-            scanFrom_ = lineStart_;
-            literalLength_ = 0;
-        }
-        if (scanFrom_ >= buffer.size()) {
-            return std::nullopt;
-        }
-        const void* found = std::memchr(buffer.data() + scanFrom_, '\n', buffer.size() - scanFrom_);
-        if (!found) {
-            scanFrom_ = buffer.size();
-            return std::nullopt;
-        }
-        std::size_t lineFeed = std::size_t(static_cast<const char*>(found) - buffer.data());
-        std::size_t lineEnd = lineFeed;
-        if (lineEnd > lineStart_ && buffer[lineEnd - 1] == '\r') {
-            --lineEnd;
-        }
-        std::optional<std::size_t> literal = literalMarker(buffer, lineStart_, lineEnd);
-        if (!literal) {
-            consumedUpTo = lineFeed + 1;
-            return lineEnd;
-        }
-        lineStart_ = lineFeed + 1;
-        scanFrom_ = lineStart_;
-        literalLength_ = *literal;
-    }
-}
-
-void IMAPResponseReader::reserveForLiteral() {
-    // Room for the literal, the line end after it and one more receive, so that the chunk that
-    // completes the body doesn't move it.
-    constexpr std::size_t slack = 0x40000 + 2;
-    if (literalLength_ > literalReserveLimit) {
+    lineStart_ = origin_ + lines_.size();
+    std::optional<std::size_t> literal = literalMarker(lines_, lineStart, lineEnd);
+    if (!literal) {
+        framed_.push_back(Framed{origin_ + lineEnd, lineStart_, literalsSoFar_});
+        literalsSoFar_ = 0;
         return;
     }
-    std::size_t wanted = lineStart_ + literalLength_ + slack;
-    if (buffer_.capacity() < wanted) {
-        buffer_.reserve(wanted);
+    // The next line starts after the literal, at the same position among the line bytes.
+    filling_.emplace(HeldLiteral{lineStart_, {}});
+    filling_->bytes.reserve(std::min(*literal, literalReserveLimit));
+    fillingLeft_ = *literal;
+    if (fillingLeft_ == 0) {
+        endLiteral();
     }
 }
 
-void IMAPResponseReader::consume(std::size_t upTo) {
-    start_ = upTo;
-    lineStart_ = scanFrom_ = start_;
-    literalLength_ = 0;
+void IMAPResponseReader::endLiteral() {
+    literals_.push_back(std::move(*filling_));
+    filling_.reset();
+    ++literalsSoFar_;
+}
+
+std::size_t IMAPResponseReader::consume(const Framed& framed) {
+    std::size_t first = firstPending_;
+    for (std::size_t i = first; i < first + framed.literals; ++i) {
+        pendingLiteralBytes_ -= literals_[i].bytes.size();
+        consumedLiteralBytes_ += literals_[i].bytes.size();
+    }
+    firstPending_ += framed.literals;
+    start_ = framed.next - origin_;
+    return first;
 }
 
 void IMAPResponseReader::compactIfNeeded() {
-    if (start_ > compactionThreshold) {
-        buffer_.erase(0, start_);
+    if (start() > compactionThreshold || start_ == lines_.size()) {
+        // Pending bytes are mostly line bytes, the literals being apart: little to move.
+        lines_.erase(0, start_);
+        origin_ += start_;
         start_ = 0;
-    } else if (start_ == buffer_.size()) {
-        buffer_.clear();
-        start_ = 0;
-    } else {
-        return;
+        literals_.erase(literals_.begin(), literals_.begin() + std::ptrdiff_t(firstPending_));
+        firstPending_ = 0;
+        consumedLiteralBytes_ = 0;
     }
-    lineStart_ = scanFrom_ = start_;
-    literalLength_ = 0;
+}
+
+std::string IMAPResponseReader::buffer() const {
+    std::string out;
+    std::size_t from = 0;
+    auto insert = [&](const HeldLiteral& literal) {
+        std::size_t at = literal.at - origin_;
+        out.append(lines_, from, at - from);
+        out.append(literal.bytes);
+        from = at;
+    };
+    for (const HeldLiteral& literal : literals_) {
+        insert(literal);
+    }
+    if (filling_) {
+        insert(*filling_);
+    }
+    out.append(lines_, from);
+    return out;
 }
 
 std::optional<std::string> IMAPResponseReader::nextRawResponse() {
-    std::size_t consumedUpTo = 0;
-    std::optional<std::size_t> end = findResponseEnd(consumedUpTo);
-    if (!end) {
+    if (framed_.empty()) {
         return std::nullopt;
     }
-    std::string raw = buffer_.substr(start_, *end - start_);
-    consume(consumedUpTo);
+    Framed framed = framed_.front();
+    framed_.pop_front();
+    std::size_t from = start_;
+    std::string raw;
+    for (std::size_t i = firstPending_; i < firstPending_ + framed.literals; ++i) {
+        std::size_t at = literals_[i].at - origin_;
+        raw.append(lines_, from, at - from);
+        raw.append(literals_[i].bytes);
+        from = at;
+    }
+    raw.append(lines_, from, framed.end - origin_ - from);
+    consume(framed);
     compactIfNeeded();
     return raw;
 }
 
 std::optional<IMAPResponse> IMAPResponseReader::next() {
-    std::size_t consumedUpTo = 0;
-    std::optional<std::size_t> end = findResponseEnd(consumedUpTo);
-    if (!end) {
+    if (framed_.empty()) {
         return std::nullopt;
     }
-    // Parsed in place, before compaction can move the bytes: the raw response is never copied
-    // as a whole, and a literal is copied once, into its value.
-    std::string_view raw = std::string_view(buffer_).substr(start_, *end - start_);
-    consume(consumedUpTo);
-    struct CompactOnExit {
+    Framed framed = framed_.front();
+    framed_.pop_front();
+    // Parsed in place, before compaction can move the bytes: the raw response is never put
+    // together, and a held literal is moved into its value.
+    std::size_t from = start_;
+    std::string_view text = std::string_view(lines_).substr(from, framed.end - origin_ - from);
+    std::size_t first = consume(framed);
+    struct Cleanup {
         IMAPResponseReader& reader;
-        ~CompactOnExit() { reader.compactIfNeeded(); }
-    } compactOnExit{*this};
-    return IMAPResponseParser::parse(raw);
+        std::size_t first;
+        ~Cleanup() {
+            // The response's literals were moved into it, or are dropped with it.
+            if (reader.firstPending_ == reader.literals_.size()) {
+                reader.literals_.clear();
+                reader.firstPending_ = 0;
+            } else {
+                for (std::size_t i = first; i < reader.firstPending_; ++i) {
+                    reader.literals_[i].bytes = std::string();
+                }
+            }
+            reader.compactIfNeeded();
+        }
+    } cleanup{*this, first};
+    return IMAPResponseParser::parse(
+        text, origin_ + from, std::span<HeldLiteral>(literals_.data() + first, framed.literals));
 }
 
 } // namespace qs

@@ -2,12 +2,15 @@
 
 #include "imap/IMAPParseError.h"
 #include "imap/IMAPResponse.h"
+#include "imap/IMAPResponseParser.h"
 
 #include <cstddef>
+#include <deque>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qs {
 
@@ -21,8 +24,10 @@ namespace qs {
 /// There is no limit on the size of a response; at most `literalReserveLimit` bytes are reserved
 /// ahead of the bytes that actually arrive, however large a literal is announced.
 ///
-/// Work per received byte is bounded: a partial response is not rescanned from its start when
-/// more bytes arrive, the scan resumes where it stopped.
+/// Framing happens as bytes are appended, and each byte is looked at once: the lines are
+/// scanned for their line feeds, and a literal's bytes, once its announcement has been seen,
+/// are copied straight into a string of their own, which `next` then moves into the literal's
+/// value. So a message body is copied once on its way through, however it is cut into chunks.
 class IMAPResponseReader {
 public:
     /// Consumed bytes are only removed from the front of the buffer once more than this many
@@ -30,54 +35,77 @@ public:
     /// while a stream of large bodies doesn't keep them all.
     static constexpr std::size_t compactionThreshold = 0x100000;
 
-    /// When a literal is announced, room for it is made at once (saving the buffer's repeated
+    /// When a literal is announced, room for it is made at once (saving its string's repeated
     /// regrowth under a large body) only up to this size: a hostile length can't make the
     /// reader allocate more ahead of the bytes that actually arrive. Larger literals still
-    /// arrive, the buffer just grows as they do.
+    /// arrive, their string just grows as they do.
     static constexpr std::size_t literalReserveLimit = 0x2000000;
 
-    /// Adds received bytes at the end of the buffer.
+    /// Adds received bytes at the end of the stream.
     void append(std::string_view bytes);
     void append(std::span<const std::byte> bytes);
-    /// The same; when nothing is pending and the buffer has no room, the chunk itself becomes
-    /// the buffer, without a copy.
-    void append(std::string&& bytes);
+    void append(std::string&& bytes) { append(std::string_view(bytes)); }
 
     /// Bytes received and not yet consumed.
-    std::size_t bufferedByteCount() const { return buffer_.size() - start_; }
+    std::size_t bufferedByteCount() const { return lines_.size() - start_ + pendingLiteralBytes_; }
 
     /// The next complete response, its final line ending removed (earlier line endings and
     /// literal bytes stay inside), copied out and consumed. Nothing while no complete response
     /// is buffered.
     std::optional<std::string> nextRawResponse();
 
-    /// The next complete response, parsed straight out of the buffer (a literal's bytes are
-    /// copied once, into their `string` value). Nothing while none is complete. Throws
-    /// `IMAPParseError` for a malformed response, which is consumed all the same: the next
-    /// call goes on with the response after it.
+    /// The next complete response, parsed (a literal announced at a line end is moved into its
+    /// `string` value, not copied). Nothing while none is complete. Throws `IMAPParseError`
+    /// for a malformed response, which is consumed all the same: the next call goes on with
+    /// the response after it.
     std::optional<IMAPResponse> next();
 
-    /// All bytes received and not yet discarded, and the index in it of the next response;
-    /// for tests and diagnostics.
-    std::string_view buffer() const { return buffer_; }
-    std::size_t start() const { return start_; }
+    /// All bytes received and not yet discarded, put together, and the index in them of the
+    /// next response; for tests and diagnostics. The bytes of a literal that `next` moved into
+    /// its value are discarded at once, although `start` still counts them until the consumed
+    /// bytes are removed from the front.
+    std::string buffer() const;
+    std::size_t start() const { return start_ + consumedLiteralBytes_; }
 
 private:
-    /// Finds the next complete response at `start_`; its bytes are [start_, *end). On success
-    /// `consumedUpTo` is set to just past its final line feed. Nothing is consumed here.
-    std::optional<std::size_t> findResponseEnd(std::size_t& consumedUpTo);
-    void reserveForLiteral();
-    void consume(std::size_t upTo);
+    using HeldLiteral = IMAPResponseParser::HeldLiteral;
+
+    /// A framed response, by positions in the stream of line bytes (every byte outside the
+    /// literals, counted from the first one ever appended).
+    struct Framed {
+        std::size_t end = 0;      // its last line's end, line ending excluded
+        std::size_t next = 0;     // just past its last line feed
+        std::size_t literals = 0; // how many literals it holds
+    };
+
+    /// Ends the line whose line feed was just appended to `lines_`.
+    void endLine();
+    /// The literal being filled has all its bytes.
+    void endLiteral();
+    /// Consumes the response at the front of `framed_`; the first of its literals in
+    /// `literals_` is at the index returned.
+    std::size_t consume(const Framed& framed);
     void compactIfNeeded();
 
-    std::string buffer_;
+    // Line bytes: all bytes but those of literals announced at line ends. lines_[0] is at
+    // position origin_ of the stream of line bytes; start_ indexes the next response.
+    std::string lines_;
+    std::size_t origin_ = 0;
     std::size_t start_ = 0;
+    // Where the line being received starts (a position), and how many literals the response
+    // being received holds so far.
+    std::size_t lineStart_ = 0;
+    std::size_t literalsSoFar_ = 0;
+    std::deque<Framed> framed_;
 
-    // Where the scan for the response at start_ stopped, so that it resumes there when more
-    // bytes arrive. Only ever ahead of start_; reset whenever start_ moves.
-    std::size_t lineStart_ = 0;     // first byte of the line being scanned
-    std::size_t scanFrom_ = 0;      // next byte to look at for a line feed
-    std::size_t literalLength_ = 0; // bytes of a literal awaited from lineStart_, 0 if none
+    // Literals with their positions among the line bytes: [0, firstPending_) belong to
+    // consumed responses (those taken by `next` are empty), the rest to pending ones.
+    std::vector<HeldLiteral> literals_;
+    std::size_t firstPending_ = 0;
+    std::optional<HeldLiteral> filling_;   // the literal being received
+    std::size_t fillingLeft_ = 0;          // its bytes still to come
+    std::size_t pendingLiteralBytes_ = 0;  // bytes in pending literals and in filling_
+    std::size_t consumedLiteralBytes_ = 0; // bytes in [0, firstPending_), taken or not
 };
 
 } // namespace qs
