@@ -1,13 +1,15 @@
 // HTML inspection over arbitrary bytes: must never crash; the hand-written tag and attribute
-// scanners give exactly the matches of the ICU patterns they stand for; the document made for
-// display always carries the script ban. (It may still hold a tracker by the patterns' reading:
-// an image tag left open at the end of the mail is closed by the wrapper's "</body>".)
+// scanners, and the search for a domain in ASCII link text, give exactly the matches of the ICU
+// patterns they stand for; the document made for display always carries the script ban. (It
+// may still hold a tracker by the patterns' reading: an image tag left open at the end of the
+// mail is closed by the wrapper's "</body>".)
 #include "safety/HTMLInspector.h"
 #include "safety/HTMLPatterns.h"
 #include "safety/HTMLScanner.h"
 #include "safety/SenderCheck.h"
 #include "support/Unicode.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -23,6 +25,17 @@ std::vector<std::string> patternMatches(const qs::Regex& regex, std::string_view
     UErrorCode status = U_ZERO_ERROR;
     while (matcher->find(status) && U_SUCCESS(status)) {
         out.push_back(qs::Unicode::toUTF8(matcher->group(status)));
+    }
+    return out;
+}
+
+std::vector<std::string> patternGroups(const qs::Regex& regex, std::string_view text, int group) {
+    icu::UnicodeString unicode = qs::Unicode::fromUTF8(text);
+    auto matcher = regex.matcher(unicode);
+    std::vector<std::string> out;
+    UErrorCode status = U_ZERO_ERROR;
+    while (matcher->find(status) && U_SUCCESS(status)) {
+        out.push_back(qs::Unicode::toUTF8(matcher->group(group, status)));
     }
     return out;
 }
@@ -57,6 +70,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         anchors.push_back(repaired(anchor.whole));
     }
     check(anchors == patternMatches(qs::HTMLPatterns::anchorRegex(), html));
+
+    // The first domain named in ASCII text, as the link judgement reads the shown text.
+    if (size <= 400 && std::all_of(html.begin(), html.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        auto groups = patternGroups(qs::HTMLPatterns::domainInText(), html, 1);
+        auto domain = qs::HTMLScanner::domainInASCIIText(html);
+        check(groups.empty() ? !domain : domain && *domain == groups.front());
+    }
 
     qs::HTMLReport report = qs::HTMLInspector::inspect(html);
     check(report.trackerHosts.size() <= size_t(report.trackerCount));

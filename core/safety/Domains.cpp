@@ -118,12 +118,11 @@ size_t schemeLength(std::string_view text) {
 }
 
 // The text is well formed, so every "%" has two hex digits after it.
-std::string percentDecoded(std::string_view text) {
+void appendPercentDecoded(std::string& out, std::string_view text) {
     if (text.find('%') == std::string_view::npos) {
-        return std::string(text);
+        out.append(text);
+        return;
     }
-    std::string out;
-    out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '%') {
             int high = hexValue(text[i + 1]);
@@ -134,20 +133,27 @@ std::string percentDecoded(std::string_view text) {
             out.push_back(text[i]);
         }
     }
-    return out;
 }
 
 } // namespace
 
 std::optional<std::string> host(std::string_view url) {
+    std::string out;
+    if (!host(url, out)) {
+        return std::nullopt;
+    }
+    return out;
+}
+
+bool host(std::string_view url, std::string& out) {
     std::string_view text = TextUtil::trimWhitespace(url);
     if (text.empty() || !wellFormed(text)) {
-        return std::nullopt;
+        return false;
     }
     size_t scheme = schemeLength(text);
     std::string_view rest = scheme > 0 ? text.substr(scheme + 1) : text;
     if (rest.substr(0, 2) != "//") {
-        return std::nullopt;
+        return false;
     }
     rest.remove_prefix(2);
     std::string_view authority = rest.substr(0, TextUtil::findFirstOf(rest, "/?#"));
@@ -159,13 +165,13 @@ std::optional<std::string> host(std::string_view url) {
     if (!authority.empty() && authority[0] == '[') {
         size_t close = authority.find(']');
         if (close == std::string_view::npos) {
-            return std::nullopt;
+            return false;
         }
         hostPart = authority.substr(1, close - 1);
         std::string_view after = authority.substr(close + 1);
         if (!after.empty()) {
             if (after[0] != ':') {
-                return std::nullopt;
+                return false;
             }
             port = after.substr(1);
         }
@@ -176,20 +182,21 @@ std::optional<std::string> host(std::string_view url) {
             port = authority.substr(colon + 1);
         }
         if (TextUtil::findFirstOf(hostPart, "[]") != std::string_view::npos) {
-            return std::nullopt;
+            return false;
         }
     }
     for (char c : port) {
         if (!isDigit(c)) {
-            return std::nullopt;
+            return false;
         }
     }
     if (hostPart.empty()) {
-        return std::nullopt;
+        return false;
     }
-    std::string out = percentDecoded(hostPart);
+    out.clear();
+    appendPercentDecoded(out, hostPart);
     TextUtil::lowerASCIIInPlace(out);
-    return out;
+    return true;
 }
 
 bool isTwoLevelSuffix(std::string_view suffix) {

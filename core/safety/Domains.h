@@ -15,6 +15,10 @@ namespace qs::Domains {
 /// (or an empty) host, as with "mailto:" and relative links.
 std::optional<std::string> host(std::string_view url);
 
+/// `host(url)` written into `out`, reusing its buffer, for callers that look at many URLs:
+/// true with the host in `out`, or false (and `out` unspecified) where `host` gives nothing.
+bool host(std::string_view url, std::string& out);
+
 /// The registrable domain of a host name: its last two labels, or its last three when the last
 /// two form one of 18 known two-label public suffixes (co.uk, com.au, co.jp, ...). The name is
 /// lower-cased and trimmed of "." and blanks first; a name of fewer than three labels comes back

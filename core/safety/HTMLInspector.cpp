@@ -4,6 +4,7 @@
 #include "safety/Domains.h"
 #include "safety/HTMLPatterns.h"
 #include "safety/HTMLScanner.h"
+#include "safety/HostMemo.h"
 #include "safety/TextUtil.h"
 #include "safety/ThreadMatcher.h"
 #include "safety/TrackerTables.h"
@@ -15,7 +16,6 @@
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
-#include <unordered_set>
 
 namespace qs::HTMLInspector {
 
@@ -64,28 +64,52 @@ const std::string* find(const TagAttributes& attributes, std::string_view key) {
     return it == attributes.end() ? nullptr : &it->second;
 }
 
-// An attribute's value as the dictionary holds it: a quoted value loses its first and last
-// character (whether or not the last is the closing quote), then entities are decoded.
-std::string attributeValue(std::string_view value) {
+// An attribute's value without its quotes: a quoted value loses its first and last character
+// (whether or not the last is the closing quote).
+std::string_view unquoted(std::string_view value) {
     if (value.front() == '"' || value.front() == '\'') {
-        value = value.size() >= 2 ? value.substr(1, value.size() - 2) : std::string_view();
+        return value.size() >= 2 ? value.substr(1, value.size() - 2) : std::string_view();
     }
+    return value;
+}
+
+// An attribute's value as the dictionary holds it: unquoted, then entities decoded.
+std::string attributeValue(std::string_view value) {
+    value = unquoted(value);
     return value.find('&') == std::string_view::npos ? std::string(value)
                                                      : HTMLText::decodeEntities(value);
+}
+
+// The same value as a view: of the tag itself when there is nothing to decode (most values),
+// else of `decoded`.
+std::string_view attributeValue(std::string_view value, std::string& decoded) {
+    value = unquoted(value);
+    if (value.find('&') == std::string_view::npos) {
+        return value;
+    }
+    decoded = HTMLText::decodeEntities(value);
+    return decoded;
 }
 
 bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && TextUtil::startsWithIgnoringCase(a, b);
 }
 
-// What the tracker test reads of an <img> tag.
+// What the tracker test reads of an <img> tag: views of the tag's text, or of `decoded` for
+// values with entities, so it stays where it was filled in.
 struct ImageFacts {
-    std::optional<std::string> source;
-    std::optional<std::string> width;
-    std::optional<std::string> height;
-    std::optional<std::string> style;
+    ImageFacts() = default;
+    ImageFacts(const ImageFacts&) = delete;
+    ImageFacts& operator=(const ImageFacts&) = delete;
+
+    std::optional<std::string_view> source;
+    std::optional<std::string_view> width;
+    std::optional<std::string_view> height;
+    std::optional<std::string_view> style;
     /// A `hidden` attribute with a value, or the word among the valueless ones.
     bool hidden = false;
+    /// The decoded values of source, width, height and style, where they needed decoding.
+    std::array<std::string, 4> decoded;
 };
 
 // True when a piece of a tag outside its name=value pairs holds the word "hidden" once split
@@ -113,8 +137,7 @@ bool holdsHiddenWord(std::string_view text) {
 
 // The facts straight from the tag's text, reading the same attributes as `attributes` would
 // but decoding only the few values the test needs.
-ImageFacts factsOf(std::string_view tag) {
-    ImageFacts facts;
+void readFacts(std::string_view tag, ImageFacts& facts) {
     size_t copied = 0;
     for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
         size_t start = size_t(attribute.whole.data() - tag.data());
@@ -122,26 +145,46 @@ ImageFacts factsOf(std::string_view tag) {
         copied = start + attribute.whole.size();
         std::string_view name = attribute.name;
         if (equalsIgnoringASCIICase(name, "src")) {
-            facts.source = attributeValue(attribute.value);
+            facts.source = attributeValue(attribute.value, facts.decoded[0]);
         } else if (equalsIgnoringASCIICase(name, "width")) {
-            facts.width = attributeValue(attribute.value);
+            facts.width = attributeValue(attribute.value, facts.decoded[1]);
         } else if (equalsIgnoringASCIICase(name, "height")) {
-            facts.height = attributeValue(attribute.value);
+            facts.height = attributeValue(attribute.value, facts.decoded[2]);
         } else if (equalsIgnoringASCIICase(name, "style")) {
-            facts.style = attributeValue(attribute.value);
+            facts.style = attributeValue(attribute.value, facts.decoded[3]);
         } else if (equalsIgnoringASCIICase(name, "hidden")) {
             facts.hidden = true;
         }
     }
     facts.hidden = facts.hidden || holdsHiddenWord(tag.substr(copied));
-    return facts;
 }
 
 // A width or height as a number of pixels: lower-cased, "px" deleted, trimmed, and then the
 // whole of it a floating-point number. "100%" or "auto" is no size at all.
-std::optional<double> pixelSize(const std::string& value) {
-    std::string text = TextUtil::lower(value);
-    TextUtil::replaceAll(text, "px", "");
+std::optional<double> pixelSize(std::string_view value) {
+    // Short ASCII values, which is what sizes are, are worked on in place: lowering ASCII
+    // doesn't need the Unicode rules, and deleting "px" goes left to right as `replaceAll` does.
+    constexpr size_t kShortValue = 64;
+    std::array<char, kShortValue> buffer;
+    std::string slow;
+    std::string_view text;
+    if (value.size() <= kShortValue && TextUtil::isASCII(value)) {
+        size_t length = 0;
+        for (size_t i = 0; i < value.size(); ++i) {
+            char c = value[i];
+            char next = i + 1 < value.size() ? value[i + 1] : '\0';
+            if ((c == 'p' || c == 'P') && (next == 'x' || next == 'X')) {
+                ++i;
+                continue;
+            }
+            buffer[length++] = (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+        }
+        text = std::string_view(buffer.data(), length);
+    } else {
+        slow = TextUtil::lower(value);
+        TextUtil::replaceAll(slow, "px", "");
+        text = slow;
+    }
     std::string_view number = trimASCIISpace(text);
     if (number.size() > 1 && number[0] == '+' && number[1] != '-') {
         number.remove_prefix(1);
@@ -157,13 +200,53 @@ std::optional<double> pixelSize(const std::string& value) {
     return result;
 }
 
-// The registrable domain of an image's source, if it has a host.
-std::optional<std::string> sourceSite(std::string_view source) {
-    auto host = Domains::host(source);
-    if (!host) {
-        return std::nullopt;
+// The style rules that hide an image, looked for in the style lower-cased and without blanks.
+constexpr std::array<std::string_view, 7> kHidingRules = {
+    "display:none", "visibility:hidden", "opacity:0", "width:1px",
+    "height:1px",   "width:0",           "height:0"};
+
+// Whether one of the hiding rules stands in the style. ASCII styles are searched as they are,
+// passing over blanks and lowering letters on the way, rather than copied compact and lower.
+bool hidesImage(std::string_view style) {
+    if (!TextUtil::isASCII(style)) {
+        std::string compact;
+        compact.reserve(style.size());
+        for (char c : TextUtil::lower(style)) {
+            if (!isASCIISpace(c)) {
+                compact.push_back(c);
+            }
+        }
+        return std::any_of(kHidingRules.begin(), kHidingRules.end(), [&](std::string_view rule) {
+            return compact.find(rule) != std::string::npos;
+        });
     }
-    return Domains::registrable(*host);
+    auto lowered = [](char c) {
+        return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+    };
+    for (size_t start = 0; start < style.size(); ++start) {
+        char first = lowered(style[start]);
+        if (first != 'd' && first != 'v' && first != 'o' && first != 'w' && first != 'h') {
+            continue; // no rule starts here (nor does one start at a blank)
+        }
+        for (std::string_view rule : kHidingRules) {
+            size_t at = start;
+            size_t matched = 0;
+            while (matched < rule.size() && at < style.size()) {
+                if (isASCIISpace(style[at])) {
+                    ++at;
+                } else if (lowered(style[at]) == rule[matched]) {
+                    ++at;
+                    ++matched;
+                } else {
+                    break;
+                }
+            }
+            if (matched == rule.size()) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 bool containsWord(std::string_view words, std::string_view word) {
@@ -239,16 +322,17 @@ bool isFileExtension(std::string_view label) {
     return std::find(extensions.begin(), extensions.end(), label) != extensions.end();
 }
 
-// The link's content as plain text (before trimming). Plain words without markup, entities or
-// more than two line feeds are what most links hold; for them the conversion comes down to
-// collapsing runs of blanks, done here directly, which gives the same text once trimmed.
-std::string linkText(std::string_view content) {
+// The link's content as plain text (before trimming), written into `out`. Plain words without
+// markup, entities or more than two line feeds are what most links hold; for them the
+// conversion comes down to collapsing runs of blanks, done here directly, which gives the same
+// text once trimmed.
+void linkText(std::string_view content, std::string& out) {
     if (TextUtil::findFirstOf(content, "<&") != std::string_view::npos ||
         std::count(content.begin(), content.end(), '\n') > 2 || !Unicode::isValidUTF8(content)) {
-        return HTMLText::toPlain(content);
+        out = HTMLText::toPlain(content);
+        return;
     }
-    std::string out;
-    out.reserve(content.size());
+    out.clear();
     bool inBlanks = false;
     for (size_t i = 0; i < content.size(); ++i) {
         bool blank = content[i] == ' ' || content[i] == '\t';
@@ -268,46 +352,89 @@ std::string linkText(std::string_view content) {
             inBlanks = false;
         }
     }
-    return out;
 }
 
-std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
-    if (!mayNameDomain(anchor.content)) {
-        return std::nullopt;
-    }
-    // Read from "<a " + group 1 + ">" as written: the leading "a" can itself take a value
-    // ("<a =href=...>"), so the group alone would not always read the same.
+// What one inspection reuses from tag to tag: the facts of the hosts it has met, and buffers
+// whose room stays allocated.
+struct Inspection {
+    HostMemo hosts;
+    std::string host;
     std::string tag;
-    tag.reserve(anchor.attributes.size() + 4);
-    tag.append("<a ").append(anchor.attributes).append(">");
-    std::optional<std::string> href;
-    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
-        if (equalsIgnoringASCIICase(attribute.name, "href")) {
-            href = attributeValue(attribute.value);
+    std::string text;
+    std::string domain;
+};
+
+// The text to read a link's attributes from: "<a " + group 1 + ">", as the pattern reads it.
+// The leading "a" takes a value only when the group's first character after blanks is "=";
+// otherwise, the group alone reads the same (it starts at a character that isn't a letter, by
+// the pattern's word boundary), and is used without copying. A first character outside ASCII
+// might be a blank to the pattern, so that case too is copied.
+std::string_view linkTag(std::string_view group, std::string& buffer) {
+    size_t first = 0;
+    while (first < group.size() && isASCIISpace(group[first])) {
+        ++first;
+    }
+    if (first == group.size() ||
+        (group[first] != '=' && static_cast<unsigned char>(group[first]) < 0x80)) {
+        return group;
+    }
+    buffer.assign("<a ").append(group).append(">");
+    return buffer;
+}
+
+// The first domain named in a link's shown text, lower-cased, written into `out`; false when
+// it names none. ASCII text, nearly all of it, is searched without converting it to UTF-16.
+bool domainShown(std::string_view shown, std::string& out) {
+    if (TextUtil::isASCII(shown)) {
+        auto domain = HTMLScanner::domainInASCIIText(shown);
+        if (!domain) {
+            return false;
         }
-    }
-    if (!href || !TextUtil::startsWithIgnoringCase(*href, "http")) {
-        return std::nullopt;
-    }
-    auto actualHost = Domains::host(*href);
-    if (!actualHost) {
-        return std::nullopt;
-    }
-    std::string plain = linkText(anchor.content);
-    std::string_view shown = TextUtil::trimWhitespace(plain);
-    if (shown.empty() || (shown.size() > kMaxShownTextCharacters &&
-                          Unicode::graphemeCount(shown) > kMaxShownTextCharacters)) {
-        return std::nullopt;
+        out.assign(*domain);
+        TextUtil::lowerASCIIInPlace(out);
+        return true;
     }
     icu::UnicodeString shownText = Unicode::fromUTF8(shown);
     icu::RegexMatcher& matcher = threadMatcher(HTMLPatterns::domainInText(), shownText);
     UErrorCode status = U_ZERO_ERROR;
     if (!matcher.find(0, status) || U_FAILURE(status)) {
-        return std::nullopt;
+        return false;
     }
     icu::UnicodeString domainText = matcher.group(1, status);
     domainText.toLower(icu::Locale::getRoot());
-    std::string shownDomain = Unicode::toUTF8(domainText);
+    out = Unicode::toUTF8(domainText);
+    return true;
+}
+
+std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor, Inspection& inspection) {
+    if (!mayNameDomain(anchor.content)) {
+        return std::nullopt;
+    }
+    std::optional<std::string_view> href;
+    std::string decodedHref;
+    for (const HTMLScanner::Attribute& attribute :
+         HTMLScanner::attributes(linkTag(anchor.attributes, inspection.tag))) {
+        if (equalsIgnoringASCIICase(attribute.name, "href")) {
+            href = attributeValue(attribute.value, decodedHref);
+        }
+    }
+    if (!href || !TextUtil::startsWithIgnoringCase(*href, "http")) {
+        return std::nullopt;
+    }
+    std::string& actualHost = inspection.host;
+    if (!Domains::host(*href, actualHost)) {
+        return std::nullopt;
+    }
+    linkText(anchor.content, inspection.text);
+    std::string_view shown = TextUtil::trimWhitespace(inspection.text);
+    if (shown.empty() || (shown.size() > kMaxShownTextCharacters &&
+                          Unicode::graphemeCount(shown) > kMaxShownTextCharacters)) {
+        return std::nullopt;
+    }
+    std::string& shownDomain = inspection.domain;
+    if (!domainShown(shown, shownDomain)) {
+        return std::nullopt;
+    }
     std::string_view lastLabel = shownDomain;
     if (size_t dot = lastLabel.rfind('.'); dot != std::string_view::npos) {
         lastLabel.remove_prefix(dot + 1);
@@ -315,60 +442,42 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor) {
     if (lastLabel.size() < 2 || !TextUtil::isAllLetters(lastLabel) || isFileExtension(lastLabel)) {
         return std::nullopt;
     }
-    if (Domains::registrable(shownDomain) == Domains::registrable(*actualHost)) {
+    if (inspection.hosts.sameRegistrable(shownDomain, actualHost)) {
         return std::nullopt;
     }
-    return LinkWarning{std::string(shown), std::move(shownDomain), std::move(*actualHost), *href};
+    return LinkWarning{std::string(shown), shownDomain, actualHost, std::string(*href)};
 }
 
-bool isTracker(const ImageFacts& facts) {
-    const std::optional<std::string>& source = facts.source;
+std::vector<LinkWarning> linkWarnings(std::string_view html, Inspection& inspection) {
+    std::vector<LinkWarning> out;
+    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
+        if (auto warning = judgeLink(anchor, inspection)) {
+            out.push_back(std::move(*warning));
+        }
+    }
+    return out;
+}
+
+bool isTracker(const ImageFacts& facts, Inspection& inspection) {
+    const std::optional<std::string_view>& source = facts.source;
     if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
         return false;
     }
-    for (const std::optional<std::string>* dimension : {&facts.width, &facts.height}) {
+    for (const std::optional<std::string_view>* dimension : {&facts.width, &facts.height}) {
         if (*dimension) {
             if (auto size = pixelSize(**dimension); size && *size <= 2.0) {
                 return true;
             }
         }
     }
-    if (const std::optional<std::string>& style = facts.style) {
-        std::string compact;
-        compact.reserve(style->size());
-        for (char c : TextUtil::lower(*style)) {
-            if (!isASCIISpace(c)) {
-                compact.push_back(c);
-            }
-        }
-        static constexpr std::array<std::string_view, 7> hiding = {
-            "display:none", "visibility:hidden", "opacity:0", "width:1px",
-            "height:1px",   "width:0",           "height:0"};
-        for (std::string_view rule : hiding) {
-            if (compact.find(rule) != std::string::npos) {
-                return true;
-            }
-        }
+    if (facts.style && hidesImage(*facts.style)) {
+        return true;
     }
     if (facts.hidden) {
         return true;
     }
-    auto host = Domains::host(*source);
-    if (!host) {
-        return false;
-    }
-    // The host itself, each of its parent domains, and its registrable domain, looked up in a
-    // set of the service domains rather than compared with each of them.
-    static const std::unordered_set<std::string_view> services(
-        TrackerTables::trackerDomains.begin(), TrackerTables::trackerDomains.end());
-    std::string_view h = *host;
-    bool knownService = services.contains(h);
-    for (size_t dot = h.find('.'); !knownService && dot != std::string_view::npos;
-         dot = h.find('.', dot + 1)) {
-        knownService = services.contains(h.substr(dot + 1));
-    }
-    knownService = knownService || services.contains(Domains::registrable(h));
-    if (!knownService) {
+    if (!Domains::host(*source, inspection.host) ||
+        !inspection.hosts.isTrackerService(inspection.host)) {
         return false;
     }
     std::string lowerSource = TextUtil::lower(*source);
@@ -422,52 +531,51 @@ TagAttributes attributes(std::string_view tag) {
 
 bool isTracker(const TagAttributes& attrs) {
     ImageFacts facts;
-    auto copy = [&](std::string_view key, std::optional<std::string>& into) {
+    auto view = [&](std::string_view key, std::optional<std::string_view>& into) {
         if (const std::string* value = find(attrs, key)) {
             into = *value;
         }
     };
-    copy("src", facts.source);
-    copy("width", facts.width);
-    copy("height", facts.height);
-    copy("style", facts.style);
+    view("src", facts.source);
+    view("width", facts.width);
+    view("height", facts.height);
+    view("style", facts.style);
     const std::string* bare = find(attrs, "__bare");
     facts.hidden = find(attrs, "hidden") || (bare && containsWord(*bare, "hidden"));
-    return isTracker(facts);
+    Inspection inspection;
+    return isTracker(facts, inspection);
 }
 
 HTMLReport inspect(std::string_view html) {
     HTMLReport report;
-    std::vector<std::string> hosts;
+    Inspection inspection;
     for (std::string_view tag : HTMLScanner::imgTags(html)) {
-        ImageFacts facts = factsOf(tag);
-        const std::optional<std::string>& source = facts.source;
+        ImageFacts facts;
+        readFacts(tag, facts);
+        const std::optional<std::string_view>& source = facts.source;
         if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
             continue;
         }
-        if (isTracker(facts)) {
-            ++report.trackerCount;
-            if (auto site = sourceSite(*source);
-                site && std::find(report.trackerHosts.begin(), report.trackerHosts.end(), *site) ==
-                            report.trackerHosts.end()) {
-                report.trackerHosts.push_back(std::move(*site));
-            }
-        } else {
+        if (!isTracker(facts, inspection)) {
             ++report.remoteImageCount;
+            continue;
+        }
+        ++report.trackerCount;
+        if (Domains::host(*source, inspection.host)) {
+            const std::string& site = inspection.hosts.registrable(inspection.host);
+            if (std::find(report.trackerHosts.begin(), report.trackerHosts.end(), site) ==
+                report.trackerHosts.end()) {
+                report.trackerHosts.push_back(site);
+            }
         }
     }
-    report.linkWarnings = linkWarnings(html);
+    report.linkWarnings = linkWarnings(html, inspection);
     return report;
 }
 
 std::vector<LinkWarning> linkWarnings(std::string_view html) {
-    std::vector<LinkWarning> out;
-    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
-        if (auto warning = judgeLink(anchor)) {
-            out.push_back(std::move(*warning));
-        }
-    }
-    return out;
+    Inspection inspection;
+    return linkWarnings(html, inspection);
 }
 
 std::string prepareForDisplay(std::string_view html, const std::vector<MailAttachment>& attachments,
@@ -495,8 +603,11 @@ std::string prepareForDisplay(std::string_view html, const std::vector<MailAttac
     std::string cleaned;
     cleaned.reserve(current.size() + kHeadBlock.size() + 64);
     size_t copied = 0;
+    Inspection inspection;
     for (std::string_view tag : HTMLScanner::imgTags(current)) {
-        if (!isTracker(factsOf(tag))) {
+        ImageFacts facts;
+        readFacts(tag, facts);
+        if (!isTracker(facts, inspection)) {
             continue;
         }
         size_t start = size_t(tag.data() - current.data());

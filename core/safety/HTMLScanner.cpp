@@ -250,6 +250,123 @@ std::vector<Attribute> attributes(std::string_view tag) {
     return out;
 }
 
+namespace {
+
+bool isASCIILetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isLabelCharacter(char c) {
+    return isASCIILetter(c) || (c >= '0' && c <= '9') || c == '-';
+}
+
+// The pattern's last label: at most this many letters.
+constexpr size_t kMaxLastLabel = 24;
+
+// A try at the labels from one offset.
+struct DomainTry {
+    /// The end of group 1, or npos when no match starts there.
+    size_t end = std::string_view::npos;
+    /// Where the labels joined by dots stop: the end of the last run of label characters
+    /// looked at.
+    size_t stop = 0;
+    /// Where that last run starts.
+    size_t lastRun = 0;
+};
+
+// Each repetition of `[a-z0-9-]+\.` takes a whole run of label characters and the dot after
+// it (giving back part of a run leaves a label character where the dot must be); backtracking
+// gives up whole repetitions, so the domain ends at the last dot that at least 2 letters
+// follow, with up to 24 of them. The optional tail after it always matches.
+DomainTry tryDomain(std::string_view text, size_t at) {
+    DomainTry out;
+    size_t i = at;
+    while (true) {
+        size_t run = i;
+        while (run < text.size() && isLabelCharacter(text[run])) {
+            ++run;
+        }
+        out.stop = run;
+        out.lastRun = i;
+        if (run == i || run >= text.size() || text[run] != '.') {
+            return out;
+        }
+        i = run + 1;
+        size_t letters = 0;
+        while (i + letters < text.size() && letters < kMaxLastLabel &&
+               isASCIILetter(text[i + letters])) {
+            ++letters;
+        }
+        if (letters >= 2) {
+            out.end = i + letters;
+        }
+    }
+}
+
+// The length of an "http://" or "https://" (any case) at `at`, or 0.
+size_t schemePrefix(std::string_view text, size_t at) {
+    for (std::string_view prefix : {std::string_view("http://"), std::string_view("https://")}) {
+        if (text.size() - at < prefix.size()) {
+            continue;
+        }
+        bool same = true;
+        for (size_t i = 0; i < prefix.size() && same; ++i) {
+            same = lowerASCII(text[at + i]) == prefix[i];
+        }
+        if (same) {
+            return prefix.size();
+        }
+    }
+    return 0;
+}
+
+// Group 1 of a match after a scheme at `at`, if one stands there and a domain follows it.
+std::optional<std::string_view> domainAfterScheme(std::string_view text, size_t at) {
+    size_t prefix = schemePrefix(text, at);
+    if (prefix == 0) {
+        return std::nullopt;
+    }
+    size_t end = tryDomain(text, at + prefix).end;
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    return text.substr(at + prefix, end - at - prefix);
+}
+
+} // namespace
+
+std::optional<std::string_view> domainInASCIIText(std::string_view text) {
+    // A match starts at a label character (a scheme starts with "h", one too). A start later
+    // in the same labels joined by dots sees the same dots as an earlier one, only fewer of
+    // them: once the first start fails, they all fail, except with a scheme, whose "http" or
+    // "https" can only stand at the end of the last run (its ":" is neither a label character
+    // nor a dot). So each character is looked at a bounded number of times.
+    size_t at = 0;
+    while (at < text.size()) {
+        if (!isLabelCharacter(text[at])) {
+            ++at;
+            continue;
+        }
+        if (auto domain = domainAfterScheme(text, at)) {
+            return domain;
+        }
+        DomainTry attempt = tryDomain(text, at);
+        if (attempt.end != std::string_view::npos) {
+            return text.substr(at, attempt.end - at);
+        }
+        for (size_t schemeName : {5, 4}) {
+            size_t start = attempt.stop - std::min(attempt.stop, schemeName);
+            if (start > at && start >= attempt.lastRun && attempt.stop - start == schemeName) {
+                if (auto domain = domainAfterScheme(text, start)) {
+                    return domain;
+                }
+            }
+        }
+        at = std::max(attempt.stop, at + 1);
+    }
+    return std::nullopt;
+}
+
 std::optional<size_t> endOfHeadTag(std::string_view html) {
     size_t at = findOpening(html, "head", 0);
     if (at == std::string_view::npos) {

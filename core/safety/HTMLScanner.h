@@ -39,6 +39,13 @@ struct Attribute {
 /// Every attribute match in the text of one tag, in order.
 std::vector<Attribute> attributes(std::string_view tag);
 
+/// Group 1 of the first match of
+/// `(?:https?://)?((?:[a-z0-9-]+\.)+[a-z]{2,24})(?:[/:?#]\S*)?` (ignoring case) in ASCII text:
+/// the first domain named in it, as written. Nothing without a match. For ASCII text only:
+/// ignoring case, the pattern's letters also take a few other characters (the Kelvin sign, the
+/// long s), so other text is for the pattern itself.
+std::optional<std::string_view> domainInASCIIText(std::string_view text);
+
 /// The offset just after the first match of `<head[^>]*>` (ignoring case), or nothing.
 std::optional<size_t> endOfHeadTag(std::string_view html);
 

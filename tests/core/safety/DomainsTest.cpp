@@ -34,8 +34,15 @@ TEST(DomainsTest, HostOfURL) {
         {"two fragments", "http://example.com/#a#b", std::nullopt},
         {"empty", "   ", std::nullopt},
     };
+    // One buffer through all the cases: what a longer earlier host left in it must not show.
+    std::string reused = "left over from an earlier, longer host";
     for (const HostCase& c : cases) {
         EXPECT_EQ(Domains::host(c.url), c.host) << c.name;
+        bool found = Domains::host(c.url, reused);
+        EXPECT_EQ(found, c.host.has_value()) << c.name;
+        if (found && c.host) {
+            EXPECT_EQ(reused, *c.host) << c.name;
+        }
     }
 }
 

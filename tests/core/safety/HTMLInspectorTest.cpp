@@ -69,6 +69,16 @@ TEST(HTMLInspectorTest, TrackerTest) {
         {"line height of 1px matches", R"(<img src="https://u.example/a" style="line-height:1px">)",
          true},
         {"visible style", R"(<img src="https://u.example/a.png" style="border:0">)", false},
+        {"blanks inside the words of a rule",
+         R"(<img src="https://u.example/a.png" style="max-width:600px; DIS PLAY : No ne">)", true},
+        {"a rule's start that doesn't go on",
+         R"(<img src="https://u.example/a.png" style="display:block;width:10px;height:0">)", true},
+        {"a no-break space is not a blank here",
+         "<img src=\"https://u.example/a.png\" style=\"width:\xC2\xA0"
+         "1px\">",
+         false},
+        {"px deleted once, left to right", R"(<img src="https://u.example/a.png" width="1ppxx">)",
+         false},
         {"hidden attribute with value", R"(<img src="https://u.example/a.png" hidden="hidden">)",
          true},
         {"bare hidden word", R"(<img hidden src="https://u.example/a.png">)", true},
@@ -212,6 +222,53 @@ TEST(HTMLInspectorTest, LinkWarningsInDocumentOrder) {
     EXPECT_EQ(warnings[0].actualHost, "one.example.net");
     EXPECT_EQ(warnings[1].actualHost, "two.example.net");
     EXPECT_EQ(HTMLInspector::inspect(html).linkWarnings, warnings);
+}
+
+TEST(HTMLInspectorTest, OneDocumentJudgesEachHostAsAlone) {
+    // Hosts that differ only in case, percent escapes or IDNA form, next to each other in one
+    // mail: what the inspection learns about one host must not decide another. Each piece is
+    // judged alone, and the whole document must add up to exactly those judgements.
+    const std::vector<std::string> pieces = {
+        R"(<a href="https://Shop.Example.COM/a">shop.example.com</a>)",
+        R"(<a href="https://shop.example.com.evil.example/a">shop.example.com</a>)",
+        R"(<a href="https://xn--bcher-kva.example/">b%C3%BCcher.example</a>)",
+        R"(<a href="https://b%C3%BCcher.example/">xn--bcher-kva.example</a>)",
+        "<a href=\"https://B%C3%9CCHER.example/\">b\xC3\xBC"
+        "cher.example</a>",
+        "<a href=\"https://b%C3%BCcher.example/\">B\xC3\x9C"
+        "CHER.EXAMPLE</a>",
+        "<a href=\"https://shop.example.co.uk/\">\xE2\x84\xAA"
+        "shop.example.co.uk</a>",
+        R"(<a href="https://www.shop.example.co.uk/">SHOP.EXAMPLE.CO.UK</a>)",
+        R"(<img src="https://X.LIST-MANAGE.COM/a.png" width="600">)",
+        R"(<img src="https://x.list-manage.com.evil.example/a.png">)",
+        R"(<img src="https://list-manage.com/track/a.png" width="600">)",
+        R"(<img src="https://%6Cist-manage.com/a.png">)",
+        R"(<img src="https://lists-manage.com/a.png">)",
+        R"(<img src="https://cdn.example.com/a.png" style="width:1PX">)",
+    };
+    std::string whole;
+    HTMLReport expected;
+    for (const std::string& piece : pieces) {
+        whole += piece + "\n";
+        HTMLReport alone = HTMLInspector::inspect(piece);
+        expected.remoteImageCount += alone.remoteImageCount;
+        expected.trackerCount += alone.trackerCount;
+        for (const std::string& host : alone.trackerHosts) {
+            if (std::find(expected.trackerHosts.begin(), expected.trackerHosts.end(), host) ==
+                expected.trackerHosts.end()) {
+                expected.trackerHosts.push_back(host);
+            }
+        }
+        expected.linkWarnings.insert(expected.linkWarnings.end(), alone.linkWarnings.begin(),
+                                     alone.linkWarnings.end());
+    }
+    EXPECT_EQ(HTMLInspector::inspect(whole), expected);
+    // The pieces are chosen to give both answers.
+    EXPECT_GE(expected.linkWarnings.size(), 3u);
+    EXPECT_LT(expected.linkWarnings.size(), 8u);
+    EXPECT_GE(expected.trackerCount, 2);
+    EXPECT_GE(expected.remoteImageCount, 2);
 }
 
 MailAttachment inlineImage(std::string contentID, std::string data) {

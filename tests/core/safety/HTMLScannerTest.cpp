@@ -169,6 +169,82 @@ TEST(HTMLScannerTest, AgreesWithThePatternsOnTheCorpus) {
     EXPECT_GT(htmlBodies, 150u);
 }
 
+// Group 1 of the first match of the pattern, or nothing.
+std::optional<std::string> patternDomain(std::string_view text) {
+    auto groups = regexMatches(HTMLPatterns::domainInText(), text, {1});
+    if (groups.empty()) {
+        return std::nullopt;
+    }
+    return groups.front();
+}
+
+std::optional<std::string> scannedDomain(std::string_view text) {
+    if (auto domain = HTMLScanner::domainInASCIIText(text)) {
+        return std::string(*domain);
+    }
+    return std::nullopt;
+}
+
+TEST(HTMLScannerTest, DomainInTextAgreesWithThePattern) {
+    const char* cases[] = {
+        "",
+        "www.shop.example.com",
+        "Visit WWW.Shop.Example.COM/deals today",
+        "https://www.bank.example/login",
+        "HTTP://x.y",
+        "hhttp://a.com",
+        "1.9http://a.com",
+        "x.http://a.com",
+        "http://1.2.3.4 then b.cd",
+        "www.shop.example.c0m",
+        "foo.bar. baz",
+        "a.b",
+        "a..bc",
+        "a.b.c.d.e.f.g.h",
+        "report.pdf",
+        "-.-.co",
+        "x.abcdefghijklmnopqrstuvwxyzabcdef",
+        "under_score.com",
+        "https://",
+        "https://.com x.io",
+        "no domain here.",
+        "1.9http://-:1.9http://-: a.bc",
+    };
+    for (const char* text : cases) {
+        EXPECT_EQ(scannedDomain(text), patternDomain(text)) << text;
+    }
+    const std::vector<std::string> pieces = {"h",     "H",       "t",
+                                             "T",     "p",       "s",
+                                             ":",     "/",       ".",
+                                             ".",     "a",       "bc",
+                                             "Z",     "0",       "-",
+                                             " ",     "_",       "com",
+                                             "co.uk", "http://", "HTTPS://",
+                                             "x.",    "ab.",     "\n",
+                                             "#",     "?",       "abcdefghijklmnopqrstuvwxyzab"};
+    std::mt19937 random(41);
+    for (int round = 0; round < 20000; ++round) {
+        std::string text;
+        int length = int(random() % 14);
+        for (int i = 0; i < length; ++i) {
+            text += pieces[random() % pieces.size()];
+        }
+        EXPECT_EQ(scannedDomain(text), patternDomain(text)) << text;
+    }
+}
+
+TEST(HTMLScannerTest, DomainInTextStaysLinear) {
+    // Dotted runs that never end in two letters, and schemes that lead nowhere: each start
+    // would rescan the rest in a naive search.
+    std::string text;
+    for (int i = 0; i < 100'000; ++i) {
+        text += "1.9http://-:";
+    }
+    EXPECT_EQ(HTMLScanner::domainInASCIIText(text), std::nullopt);
+    text += " a.bc";
+    EXPECT_EQ(HTMLScanner::domainInASCIIText(text), "a.bc");
+}
+
 TEST(HTMLScannerTest, HeadTag) {
     EXPECT_EQ(HTMLScanner::endOfHeadTag("<html><Head class=x><title>"), 20u);
     EXPECT_EQ(HTMLScanner::endOfHeadTag("<header>"), 8u); // the pattern has no word boundary
