@@ -200,13 +200,54 @@ std::optional<double> pixelSize(std::string_view value) {
     return result;
 }
 
-// The style rules that hide an image, looked for in the style lower-cased and without blanks.
-constexpr std::array<std::string_view, 7> kHidingRules = {
-    "display:none", "visibility:hidden", "opacity:0", "width:1px",
-    "height:1px",   "width:0",           "height:0"};
+// The style rules that hide an image, looked for in the style lower-cased and without blanks:
+// a property name, a colon and the start of a value.
+struct HidingRule {
+    std::string_view property;
+    std::string_view value;
+};
+constexpr std::array<HidingRule, 7> kHidingRules = {{{"display", "none"},
+                                                     {"visibility", "hidden"},
+                                                     {"opacity", "0"},
+                                                     {"width", "1px"},
+                                                     {"height", "1px"},
+                                                     {"width", "0"},
+                                                     {"height", "0"}}};
 
-// Whether one of the hiding rules stands in the style. ASCII styles are searched as they are,
-// passing over blanks and lowering letters on the way, rather than copied compact and lower.
+char lowerASCII(char c) {
+    return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+}
+
+// Whether `word` ends just before `end` (or, for `wordAfter`, starts at `start`) once blanks
+// are dropped and letters lowered.
+bool wordBefore(std::string_view text, size_t end, std::string_view word) {
+    for (size_t k = word.size(); k > 0; --k, --end) {
+        while (end > 0 && isASCIISpace(text[end - 1])) {
+            --end;
+        }
+        if (end == 0 || lowerASCII(text[end - 1]) != word[k - 1]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool wordAfter(std::string_view text, size_t start, std::string_view word) {
+    for (size_t k = 0; k < word.size(); ++k, ++start) {
+        while (start < text.size() && isASCIISpace(text[start])) {
+            ++start;
+        }
+        if (start == text.size() || lowerASCII(text[start]) != word[k]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether one of the hiding rules stands in the style. Every rule holds one colon, so in an
+// ASCII style each colon is looked at, with the rule's property before it and its value after
+// it, passing over blanks and lowering letters on the way: the same as searching a compact
+// lower-case copy, without making one.
 bool hidesImage(std::string_view style) {
     if (!TextUtil::isASCII(style)) {
         std::string compact;
@@ -216,32 +257,16 @@ bool hidesImage(std::string_view style) {
                 compact.push_back(c);
             }
         }
-        return std::any_of(kHidingRules.begin(), kHidingRules.end(), [&](std::string_view rule) {
-            return compact.find(rule) != std::string::npos;
+        return std::any_of(kHidingRules.begin(), kHidingRules.end(), [&](const HidingRule& rule) {
+            std::string text = std::string(rule.property) + ":" + std::string(rule.value);
+            return compact.find(text) != std::string::npos;
         });
     }
-    auto lowered = [](char c) {
-        return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
-    };
-    for (size_t start = 0; start < style.size(); ++start) {
-        char first = lowered(style[start]);
-        if (first != 'd' && first != 'v' && first != 'o' && first != 'w' && first != 'h') {
-            continue; // no rule starts here (nor does one start at a blank)
-        }
-        for (std::string_view rule : kHidingRules) {
-            size_t at = start;
-            size_t matched = 0;
-            while (matched < rule.size() && at < style.size()) {
-                if (isASCIISpace(style[at])) {
-                    ++at;
-                } else if (lowered(style[at]) == rule[matched]) {
-                    ++at;
-                    ++matched;
-                } else {
-                    break;
-                }
-            }
-            if (matched == rule.size()) {
+    for (size_t colon = style.find(':'); colon != std::string_view::npos;
+         colon = style.find(':', colon + 1)) {
+        for (const HidingRule& rule : kHidingRules) {
+            if (wordAfter(style, colon + 1, rule.value) &&
+                wordBefore(style, colon, rule.property)) {
                 return true;
             }
         }
@@ -293,12 +318,22 @@ void appendBase64(std::string& out, std::string_view bytes) {
 // else the conversion removes around it; a "." anywhere else may, and so may an entity that
 // can turn into one: a numeric one, or one that "&amp;", "&zwj;" or "&zwnj;" completes.
 bool mayNameDomain(std::string_view content) {
+    // A tag such as an image's runs long, so its end, and any "<" before that end, are found
+    // with byte searches rather than a loop over its characters. The next ">" is kept until
+    // passed, so that many "<" with no ">" after them don't each search to the end.
+    constexpr size_t npos = std::string_view::npos;
+    size_t close = 0;
+    bool closeFound = false;
     size_t i = 0;
     while (i < content.size()) {
         char c = content[i];
         if (c == '<') {
-            size_t close = TextUtil::findFirstOf(content, "<>", i + 1);
-            if (close != std::string_view::npos && content[close] == '>' && close > i + 1) {
+            if (!closeFound || (close != npos && close <= i)) {
+                close = content.find('>', i + 1);
+                closeFound = true;
+            }
+            if (close != npos && close > i + 1 &&
+                content.substr(i + 1, close - i - 1).find('<') == npos) {
                 i = close + 1;
                 continue;
             }
