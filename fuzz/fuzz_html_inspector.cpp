@@ -70,6 +70,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         anchors.push_back(repaired(anchor.whole));
     }
     check(anchors == patternMatches(qs::HTMLPatterns::anchorRegex(), html));
+    qs::HTMLScanner::Tags tags = qs::HTMLScanner::tags(html);
+    check(tags.images == qs::HTMLScanner::imgTags(html));
+    std::vector<std::string> together;
+    for (const auto& anchor : tags.anchors) {
+        together.push_back(repaired(anchor.whole));
+    }
+    check(together == anchors);
 
     // The first domain named in ASCII text, as the link judgement reads the shown text.
     if (size <= 400 && std::all_of(html.begin(), html.end(),

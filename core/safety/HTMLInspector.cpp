@@ -483,9 +483,10 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor, Inspecti
     return LinkWarning{std::string(shown), shownDomain, actualHost, std::string(*href)};
 }
 
-std::vector<LinkWarning> linkWarnings(std::string_view html, Inspection& inspection) {
+std::vector<LinkWarning> linkWarnings(const std::vector<HTMLScanner::Anchor>& anchors,
+                                      Inspection& inspection) {
     std::vector<LinkWarning> out;
-    for (const HTMLScanner::Anchor& anchor : HTMLScanner::anchors(html)) {
+    for (const HTMLScanner::Anchor& anchor : anchors) {
         if (auto warning = judgeLink(anchor, inspection)) {
             out.push_back(std::move(*warning));
         }
@@ -584,7 +585,8 @@ bool isTracker(const TagAttributes& attrs) {
 HTMLReport inspect(std::string_view html) {
     HTMLReport report;
     Inspection inspection;
-    for (std::string_view tag : HTMLScanner::imgTags(html)) {
+    HTMLScanner::Tags tags = HTMLScanner::tags(html);
+    for (std::string_view tag : tags.images) {
         ImageFacts facts;
         readFacts(tag, facts);
         const std::optional<std::string_view>& source = facts.source;
@@ -604,13 +606,13 @@ HTMLReport inspect(std::string_view html) {
             }
         }
     }
-    report.linkWarnings = linkWarnings(html, inspection);
+    report.linkWarnings = linkWarnings(tags.anchors, inspection);
     return report;
 }
 
 std::vector<LinkWarning> linkWarnings(std::string_view html) {
     Inspection inspection;
-    return linkWarnings(html, inspection);
+    return linkWarnings(HTMLScanner::anchors(html), inspection);
 }
 
 std::string prepareForDisplay(std::string_view html, const std::vector<MailAttachment>& attachments,

@@ -1,5 +1,6 @@
 #include "safety/HTMLScanner.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
@@ -110,72 +111,95 @@ std::optional<size_t> closingAnchorAt(std::string_view text, size_t at) {
 
 } // namespace
 
-std::vector<std::string_view> imgTags(std::string_view html) {
-    std::vector<std::string_view> out;
-    size_t from = 0;
-    while (true) {
-        size_t at = findOpening(html, "img", from);
-        if (at == std::string_view::npos) {
-            break;
-        }
-        if (!boundaryAt(html, at + 4)) {
-            from = at + 1;
-            continue;
-        }
-        size_t close = html.find('>', at + 4);
-        if (close == std::string_view::npos) {
-            break; // no later tag can end either
-        }
-        out.push_back(html.substr(at, close + 1 - at));
-        from = close + 1;
-    }
-    return out;
-}
+namespace {
 
-std::vector<Anchor> anchors(std::string_view html) {
-    std::vector<Anchor> out;
+// Both searches in one walk over the "<" of the text (either may be left out). Each keeps the
+// offset its pattern's search would go on from, and gives up on its own once nothing later
+// can match; a "<" is looked at by a search only at or past that offset.
+void scan(std::string_view html, std::vector<std::string_view>* images,
+          std::vector<Anchor>* anchors) {
+    constexpr size_t npos = std::string_view::npos;
+    const char* base = html.data();
+    size_t size = html.size();
+    size_t imagesFrom = images ? 0 : npos;
+    size_t anchorsFrom = anchors ? 0 : npos;
     // The next closing tag found so far; start offsets only grow, so each byte is searched
     // for closing tags at most once.
     size_t closingStart = 0;
     size_t closingEnd = 0;
     bool haveClosing = false;
-    size_t from = 0;
+    size_t position = 0;
     while (true) {
-        size_t at = findOpening(html, "a", from);
-        if (at == std::string_view::npos) {
+        size_t from = std::max(position, std::min(imagesFrom, anchorsFrom));
+        if (from >= size) {
             break;
         }
-        if (!boundaryAt(html, at + 2)) {
-            from = at + 1;
-            continue;
-        }
-        size_t gt = html.find('>', at + 2);
-        if (gt == std::string_view::npos) {
+        const void* hit = std::memchr(base + from, '<', size - from);
+        if (!hit) {
             break;
         }
-        if (!haveClosing || closingStart <= gt) {
-            haveClosing = false;
-            for (size_t search = gt + 1; search < html.size();) {
-                size_t lt = html.find('<', search);
-                if (lt == std::string_view::npos) {
-                    break;
-                }
-                if (auto end = closingAnchorAt(html, lt)) {
-                    closingStart = lt;
-                    closingEnd = *end;
-                    haveClosing = true;
-                    break;
-                }
-                search = lt + 1;
+        size_t at = size_t(static_cast<const char*>(hit) - base);
+        position = at + 1;
+        char next = at + 1 < size ? lowerASCII(base[at + 1]) : '\0';
+        if (next == 'i' && at >= imagesFrom && size - at > 3 && lowerASCII(base[at + 2]) == 'm' &&
+            lowerASCII(base[at + 3]) == 'g' && boundaryAt(html, at + 4)) {
+            size_t close = html.find('>', at + 4);
+            if (close == npos) {
+                imagesFrom = npos; // no later tag can end either
+                continue;
             }
-            if (!haveClosing) {
-                break; // no closing tag after here: no later link can match either
+            images->push_back(html.substr(at, close + 1 - at));
+            imagesFrom = close + 1;
+        } else if (next == 'a' && at >= anchorsFrom && boundaryAt(html, at + 2)) {
+            size_t gt = html.find('>', at + 2);
+            if (gt == npos) {
+                anchorsFrom = npos;
+                continue;
             }
+            if (!haveClosing || closingStart <= gt) {
+                haveClosing = false;
+                for (size_t search = gt + 1; search < size;) {
+                    size_t lt = html.find('<', search);
+                    if (lt == npos) {
+                        break;
+                    }
+                    if (auto end = closingAnchorAt(html, lt)) {
+                        closingStart = lt;
+                        closingEnd = *end;
+                        haveClosing = true;
+                        break;
+                    }
+                    search = lt + 1;
+                }
+                if (!haveClosing) {
+                    anchorsFrom = npos; // no closing tag after here: no later link can match
+                    continue;
+                }
+            }
+            anchors->push_back({html.substr(at, closingEnd - at), html.substr(at + 2, gt - at - 2),
+                                html.substr(gt + 1, closingStart - gt - 1)});
+            anchorsFrom = closingEnd;
         }
-        out.push_back({html.substr(at, closingEnd - at), html.substr(at + 2, gt - at - 2),
-                       html.substr(gt + 1, closingStart - gt - 1)});
-        from = closingEnd;
     }
+}
+
+} // namespace
+
+std::vector<std::string_view> imgTags(std::string_view html) {
+    std::vector<std::string_view> out;
+    scan(html, &out, nullptr);
+    return out;
+}
+
+std::vector<Anchor> anchors(std::string_view html) {
+    std::vector<Anchor> out;
+    scan(html, nullptr, &out);
+    return out;
+}
+
+Tags tags(std::string_view html) {
+    Tags out;
+    scan(html, &out.images, &out.anchors);
     return out;
 }
 

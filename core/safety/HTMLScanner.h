@@ -27,6 +27,14 @@ struct Anchor {
 /// Every anchor match, in order.
 std::vector<Anchor> anchors(std::string_view html);
 
+/// The images and the anchors together, found in one walk over the text: exactly what
+/// `imgTags` and `anchors` give.
+struct Tags {
+    std::vector<std::string_view> images;
+    std::vector<Anchor> anchors;
+};
+Tags tags(std::string_view html);
+
 /// One match of `([a-zA-Z-]+)\s*=\s*("[^"]*"|'[^']*'|[^\s>]+)`: an attribute with its value.
 struct Attribute {
     std::string_view whole;

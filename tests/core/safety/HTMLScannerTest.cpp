@@ -5,6 +5,7 @@
 #include "support/Corpus.h"
 #include "support/Unicode.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -62,6 +63,18 @@ void expectSameAttributes(std::string_view tag, const std::string& label) {
 
 void expectSameAsPatterns(std::string_view html, const std::string& label) {
     EXPECT_EQ(scannedImages(html), regexMatches(HTMLPatterns::imgRegex(), html, {0})) << label;
+    // The walk that finds both at once finds the same as each alone (whose results are views
+    // of the same text, so they compare exactly).
+    HTMLScanner::Tags tags = HTMLScanner::tags(html);
+    EXPECT_EQ(tags.images, HTMLScanner::imgTags(html)) << label;
+    auto sameAnchor = [](const HTMLScanner::Anchor& a, const HTMLScanner::Anchor& b) {
+        return a.whole.data() == b.whole.data() && a.whole.size() == b.whole.size() &&
+               a.attributes.size() == b.attributes.size() && a.content.size() == b.content.size();
+    };
+    auto anchors = HTMLScanner::anchors(html);
+    EXPECT_TRUE(std::equal(tags.anchors.begin(), tags.anchors.end(), anchors.begin(), anchors.end(),
+                           sameAnchor))
+        << label;
     EXPECT_EQ(scannedAnchors(html), regexMatches(HTMLPatterns::anchorRegex(), html, {0, 1, 2}))
         << label;
     for (std::string_view tag : HTMLScanner::imgTags(html)) {
