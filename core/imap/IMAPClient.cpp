@@ -91,9 +91,17 @@ IMAPResponse IMAPClient::readResponse() {
         if (!transport_) {
             throw IMAPError::closed();
         }
-        std::string chunk = transport_->receive(maximumChunk, timeout_);
-        bytesRead_.fetch_add(static_cast<int64_t>(chunk.size()), std::memory_order_relaxed);
-        reader_.append(std::move(chunk));
+        // Received straight into the reader: a body's bytes land in their own string.
+        std::span<char> area = reader_.receiveArea(maximumChunk);
+        std::size_t count = 0;
+        try {
+            count = transport_->receive(area, timeout_);
+        } catch (...) {
+            reader_.commit(0);
+            throw;
+        }
+        bytesRead_.fetch_add(static_cast<int64_t>(count), std::memory_order_relaxed);
+        reader_.commit(count);
     }
 }
 

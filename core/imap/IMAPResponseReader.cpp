@@ -111,6 +111,41 @@ void IMAPResponseReader::append(std::span<const std::byte> bytes) {
     append(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
+std::span<char> IMAPResponseReader::receiveArea(std::size_t maximum) {
+    if (!filling_) {
+        areaInLiteral_ = false;
+        if (scratch_.size() < maximum) {
+            scratch_.resize(maximum);
+        }
+        return {scratch_.data(), maximum};
+    }
+    // The literal's string is lengthened to take the bytes, which fills the new part with
+    // zeros first: the area grows with what receives actually bring (from a floor of a few
+    // packets), so that a slow connection doesn't pay for clearing room it doesn't fill.
+    constexpr std::size_t areaFloor = 0x4000;
+    std::size_t count = std::min({fillingLeft_, maximum, std::max(fillingArea_, areaFloor)});
+    areaInLiteral_ = true;
+    areaSize_ = count;
+    std::string& bytes = filling_->bytes;
+    bytes.resize(bytes.size() + count);
+    return {bytes.data() + bytes.size() - count, count};
+}
+
+void IMAPResponseReader::commit(std::size_t count) {
+    if (!areaInLiteral_) {
+        append(std::string_view(scratch_.data(), count));
+        return;
+    }
+    areaInLiteral_ = false;
+    filling_->bytes.resize(filling_->bytes.size() - (areaSize_ - count));
+    fillingArea_ = 2 * count;
+    fillingLeft_ -= count;
+    pendingLiteralBytes_ += count;
+    if (fillingLeft_ == 0) {
+        endLiteral();
+    }
+}
+
 void IMAPResponseReader::endLine() {
     std::size_t lineStart = lineStart_ - origin_;
     std::size_t lineFeed = lines_.size() - 1;

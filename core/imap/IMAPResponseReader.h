@@ -46,6 +46,14 @@ public:
     void append(std::span<const std::byte> bytes);
     void append(std::string&& bytes) { append(std::string_view(bytes)); }
 
+    /// Room for up to `maximum` (at least 1) bytes to be received straight into, so that a
+    /// literal's bytes go from the connection to their own string with no copy in between:
+    /// the missing part of the literal being received (or the start of it), else a scratch
+    /// area whose bytes `commit` appends. Write at its start, then call `commit` with how many
+    /// bytes were written (0 too, as when the receive failed) before any other call.
+    std::span<char> receiveArea(std::size_t maximum);
+    void commit(std::size_t count);
+
     /// Bytes received and not yet consumed.
     std::size_t bufferedByteCount() const { return lines_.size() - start_ + pendingLiteralBytes_; }
 
@@ -104,6 +112,10 @@ private:
     std::size_t firstPending_ = 0;
     std::optional<HeldLiteral> filling_;   // the literal being received
     std::size_t fillingLeft_ = 0;          // its bytes still to come
+    std::size_t fillingArea_ = 0;          // how much of a literal to offer `receiveArea`
+    bool areaInLiteral_ = false;           // where the open receive area is
+    std::size_t areaSize_ = 0;             // its size, when in a literal
+    std::string scratch_;                  // the receive area outside literals
     std::size_t pendingLiteralBytes_ = 0;  // bytes in pending literals and in filling_
     std::size_t consumedLiteralBytes_ = 0; // bytes in [0, firstPending_), taken or not
 };

@@ -36,15 +36,14 @@ void PlainTransport::send(std::string_view bytes) {
     }
 }
 
-std::string PlainTransport::receive(std::size_t maximum, std::chrono::milliseconds timeout) {
-    scratch_.resize(maximum);
+std::size_t PlainTransport::receive(std::span<char> into, std::chrono::milliseconds timeout) {
     for (;;) {
         if (socket_->fd() < 0) {
             throw notConnected();
         }
-        ssize_t count = ::recv(socket_->fd(), scratch_.data(), maximum, 0);
+        ssize_t count = ::recv(socket_->fd(), into.data(), into.size(), 0);
         if (count > 0) {
-            return std::string(scratch_.data(), static_cast<size_t>(count));
+            return static_cast<std::size_t>(count);
         }
         if (count == 0) {
             throw IMAPError::closed();

@@ -3,8 +3,6 @@
 #include "imap/Socket.h"
 #include "imap/Transport.h"
 
-#include <vector>
-
 namespace qs {
 
 /// Bare TCP, for a developer's local server on 127.0.0.1 only (the session enforces that).
@@ -13,12 +11,11 @@ public:
     explicit PlainTransport(std::unique_ptr<Socket> socket);
 
     void send(std::string_view bytes) override;
-    std::string receive(std::size_t maximum, std::chrono::milliseconds timeout) override;
+    std::size_t receive(std::span<char> into, std::chrono::milliseconds timeout) override;
     void close() override;
 
 private:
     std::unique_ptr<Socket> socket_;
-    std::vector<char> scratch_;
 };
 
 } // namespace qs

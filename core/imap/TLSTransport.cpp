@@ -196,8 +196,8 @@ void TLSTransport::send(std::string_view bytes) {
     }
 }
 
-std::string TLSTransport::receive(std::size_t maximum, std::chrono::milliseconds timeout) {
-    scratch_.resize(maximum);
+std::size_t TLSTransport::receive(std::span<char> into, std::chrono::milliseconds timeout) {
+    std::size_t maximum = into.size();
     for (;;) {
         if (socket_->fd() < 0) {
             throw IMAPError::connectionFailed(std::strerror(ENOTCONN));
@@ -205,18 +205,18 @@ std::string TLSTransport::receive(std::size_t maximum, std::chrono::milliseconds
         ERR_clear_error();
         link_.error = 0;
         size_t count = 0;
-        int result = SSL_read_ex(ssl_.get(), scratch_.data(), maximum, &count);
+        int result = SSL_read_ex(ssl_.get(), into.data(), maximum, &count);
         if (result == 1) {
             // One call yields one TLS record (16 KiB at most); take what else has already
             // arrived, so a large body reaches the reader in few, large chunks. A failure here
             // is left for the next call, after the data.
             size_t more = 0;
             while (count < maximum && (ERR_clear_error(), true) &&
-                   SSL_read_ex(ssl_.get(), scratch_.data() + count, maximum - count, &more) == 1) {
+                   SSL_read_ex(ssl_.get(), into.data() + count, maximum - count, &more) == 1) {
                 count += more;
             }
             ERR_clear_error();
-            return std::string(scratch_.data(), count);
+            return count;
         }
         int error = SSL_get_error(ssl_.get(), result);
         switch (error) {

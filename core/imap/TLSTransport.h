@@ -4,7 +4,6 @@
 #include "imap/Transport.h"
 
 #include <openssl/types.h>
-#include <vector>
 
 namespace qs {
 
@@ -22,7 +21,7 @@ public:
                  std::chrono::milliseconds timeout);
 
     void send(std::string_view bytes) override;
-    std::string receive(std::size_t maximum, std::chrono::milliseconds timeout) override;
+    std::size_t receive(std::span<char> into, std::chrono::milliseconds timeout) override;
     void close() override;
 
     /// The state the socket BIO shares with the transport: the descriptor and the errno of
@@ -43,7 +42,6 @@ private:
     std::unique_ptr<Socket> socket_;
     std::unique_ptr<SSL_CTX, Free> context_;
     std::unique_ptr<SSL, Free> ssl_;
-    std::vector<char> scratch_;
 };
 
 } // namespace qs

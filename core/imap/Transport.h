@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -30,10 +31,11 @@ public:
     /// Sends all of `bytes`. No time limit of its own (commands are small).
     virtual void send(std::string_view bytes) = 0;
 
-    /// Waits for between 1 and `maximum` bytes and returns them. `timeout` bounds the silence
-    /// before any byte arrives; when it passes, the transport closes itself and throws
-    /// IMAPError::timeout. The end of the stream throws IMAPError::closed.
-    virtual std::string receive(std::size_t maximum, std::chrono::milliseconds timeout) = 0;
+    /// Waits for between 1 and `into.size()` (at least 1) bytes, writes them at the start of
+    /// `into` and returns how many. `timeout` bounds the silence before any byte arrives; when
+    /// it passes, the transport closes itself and throws IMAPError::timeout. The end of the
+    /// stream throws IMAPError::closed.
+    virtual std::size_t receive(std::span<char> into, std::chrono::milliseconds timeout) = 0;
 
     /// Closes the connection from this side, sending nothing. Idempotent. Later sends and
     /// receives fail with connectionFailed.

@@ -9,6 +9,7 @@
 #include "ParserValueBuilders.h"
 #include "support/FakeIMAPServer.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 #include <variant>
@@ -92,6 +93,44 @@ TEST(ReaderLiteral, CutAtEveryByteAndIntoEveryChunkSize) {
             cuts.push_back(at);
         }
         ASSERT_EQ(fed(cuts), expected) << "chunks of " << size;
+    }
+}
+
+TEST(ReaderLiteral, ReceivedIntoItsAreaAsIntoAppend) {
+    // Receives of every size up to what the area offers, failed ones (nothing written)
+    // between them: the bytes land in literals or lines as if appended.
+    const std::string first = body(70000);
+    const std::string stream = "* OK hi\r\n* 1 FETCH (BODY[] {70000}\r\n" + first +
+                               " BODY[TEXT] {3}\r\nabc)\r\n* 2 FETCH (UID 3)\r\nM1 OK\r\n";
+    IMAPResponseReader appended;
+    appended.append(stream);
+    std::vector<Outcome> expected;
+    drain(appended, expected);
+    ASSERT_EQ(expected.size(), 4u);
+    for (std::size_t most : {1, 2, 5, 100, 4096, 65536, 262144}) {
+        IMAPResponseReader reader;
+        std::vector<Outcome> out;
+        std::size_t at = 0;
+        std::size_t turn = 0;
+        while (at < stream.size()) {
+            std::span<char> area = reader.receiveArea(most);
+            ASSERT_GE(area.size(), 1u);
+            ASSERT_LE(area.size(), most);
+            std::size_t before = reader.bufferedByteCount();
+            if (++turn % 5 == 0) {
+                reader.commit(0); // a receive that failed
+                ASSERT_EQ(reader.bufferedByteCount(), before);
+                continue;
+            }
+            std::size_t count = std::min({area.size(), stream.size() - at, 1 + turn % most});
+            std::copy_n(stream.data() + at, count, area.data());
+            reader.commit(count);
+            at += count;
+            ASSERT_EQ(reader.bufferedByteCount(), before + count);
+            drain(reader, out);
+        }
+        EXPECT_EQ(out, expected) << "receives of at most " << most;
+        EXPECT_EQ(reader.bufferedByteCount(), 0u);
     }
 }
 
