@@ -241,7 +241,27 @@ int main(int argc, char** argv) {
     // The probe first, which also brings the server's files into the page cache for everyone.
     auto probe = measure({self, "--probe", port, user});
     auto vault = (work / "vault").string();
-    auto backup = measure({self, "--backup", port, user, vault});
+    // QS_BENCH_BACKUP_WRAP, when set, is a command put in front of the full backup (a profiler,
+    // "strace -c"), split at spaces.
+    std::vector<std::string> backupCommand;
+    if (const char* wrap = std::getenv("QS_BENCH_BACKUP_WRAP")) {
+        std::string word;
+        for (const char* c = wrap;; ++c) {
+            if (*c == ' ' || *c == '\0') {
+                if (!word.empty()) {
+                    backupCommand.push_back(std::move(word));
+                    word.clear();
+                }
+                if (*c == '\0') {
+                    break;
+                }
+            } else {
+                word += *c;
+            }
+        }
+    }
+    backupCommand.insert(backupCommand.end(), {self, "--backup", port, user, vault});
+    auto backup = measure(backupCommand);
     auto rerun = measure({self, "--backup", port, user, vault});
     auto config = work / "mbsyncrc";
     writeMbsyncConfig(config, work / "maildir", dovecot.imapsPort(), user, dovecot.caFile());

@@ -1,6 +1,7 @@
 #include "backup/BackupRunner.h"
 
 #include "backup/BackupPlan.h"
+#include "backup/FilingWorker.h"
 #include "imap/IMAPClient.h"
 #include "mime/EncodedWords.h"
 #include "mime/MIMEParser.h"
@@ -26,6 +27,11 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     });
 }
 
+// Most bytes of fetched bodies waiting for the filing worker: enough to keep it busy through a
+// batch of small messages while the next are downloaded, small against the memory a large
+// message takes anyway.
+constexpr size_t filingBudget = 16'000'000;
+
 // One filed message: where it is and how many body bytes it has.
 struct Filed {
     std::uint32_t uid = 0;
@@ -42,6 +48,8 @@ struct Run {
     AccountSyncState sync;
     BackupSummary summary;
     BackupProgress last;
+    /// What the filing worker has filed of the batch it is on.
+    std::vector<Filed> results;
 
     void report(BackupProgress report) {
         report.account = runner.account.label;
@@ -67,7 +75,9 @@ struct Run {
     void visit(const IMAPMailbox& mailbox);
     int file(const IMAPMailbox& mailbox, FolderState& state, const std::vector<std::uint32_t>& uids,
              const std::map<std::uint64_t, std::vector<std::string>>& bySize);
-    void fileMessage(IMAPFetchItem& item, const FolderState& state,
+    void commit(FolderState& state, const std::unordered_map<std::uint32_t, std::int64_t>& sizes,
+                BackupProgress& folder);
+    void fileMessage(const IMAPFetchItem& item, const FolderState& state,
                      const std::map<std::uint64_t, std::vector<std::string>>& bySize,
                      std::vector<Filed>& results) const;
 };
@@ -147,40 +157,56 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
     report(folder);
 
     auto batches = BackupPlan::batches(uids, sizes, runner.batchCount, runner.batchBytes);
+    // Declared after everything its jobs use, so that on a way out by error it first finishes
+    // the jobs handed to it (a whole batch fetched is still saved) while those are alive.
+    FilingWorker worker(filingBudget);
     for (const auto& batch : batches) {
         checkCancelled(stop);
-        std::vector<Filed> results;
-        client.fetchBodies(
-            batch, [&](IMAPFetchItem&& item) { fileMessage(item, state, bySize, results); });
-        // The files must be on the disk before a saved state points at them, also those found
-        // in place, which a killed run may have left unflushed.
-        if (!results.empty()) {
-            AtomicFile::syncFileSystem(runner.layout.root);
-        }
-        folder.newFiles.clear();
-        for (auto& result : results) {
-            auto key = std::to_string(result.uid);
-            state.files[key] = result.path;
-            if (!state.sizes) {
-                state.sizes.emplace();
+        client.fetchBodies(batch, [&](IMAPFetchItem&& item) {
+            if (!item.uid || !item.body) {
+                return;
             }
-            auto known = sizes.find(result.uid);
-            (*state.sizes)[key] = known != sizes.end() ? known->second : result.bodySize;
-            state.highestUID = std::max(state.highestUID, result.uid);
-            ++folder.messagesDone;
-            ++summary.newMessages;
-            folder.bytesDone += result.bodySize;
-            summary.bytes += result.bodySize;
-            summary.files.push_back(result.path);
-            folder.newFiles.push_back(std::move(result.path));
-        }
-        save(state);
-        report(folder);
+            auto weight = item.body->size();
+            worker.post(weight, [this, &state, &bySize, item = std::move(item)] {
+                fileMessage(item, state, bySize, results);
+            });
+        });
+        worker.post(0, [this, &state, &sizes, &folder] { commit(state, sizes, folder); });
     }
+    worker.finish();
     return folder.messagesDone;
 }
 
-void Run::fileMessage(IMAPFetchItem& item, const FolderState& state,
+void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std::int64_t>& sizes,
+                 BackupProgress& folder) {
+    // The files must be on the disk before a saved state points at them, also those found
+    // in place, which a killed run may have left unflushed.
+    if (!results.empty()) {
+        AtomicFile::syncFileSystem(runner.layout.root);
+    }
+    folder.newFiles.clear();
+    for (auto& result : results) {
+        auto key = std::to_string(result.uid);
+        state.files[key] = result.path;
+        if (!state.sizes) {
+            state.sizes.emplace();
+        }
+        auto known = sizes.find(result.uid);
+        (*state.sizes)[key] = known != sizes.end() ? known->second : result.bodySize;
+        state.highestUID = std::max(state.highestUID, result.uid);
+        ++folder.messagesDone;
+        ++summary.newMessages;
+        folder.bytesDone += result.bodySize;
+        summary.bytes += result.bodySize;
+        summary.files.push_back(result.path);
+        folder.newFiles.push_back(std::move(result.path));
+    }
+    results.clear();
+    save(state);
+    report(folder);
+}
+
+void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
                       const std::map<std::uint64_t, std::vector<std::string>>& bySize,
                       std::vector<Filed>& results) const {
     if (!item.uid || !item.body) {
@@ -263,7 +289,7 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
         }
     }
 
-    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}};
+    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}};
     removeSyncLeftovers(layout, account);
     for (const auto& name : chosen) {
         checkCancelled(stop);

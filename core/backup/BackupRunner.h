@@ -25,10 +25,16 @@ namespace qs {
 /// bytes and not written again. A run leaves no temporary file behind; one left by a killed run
 /// is removed by the next run of the same account when it visits that folder.
 ///
+/// Message files are written on a second thread while the next messages are downloaded; a
+/// batch's state is saved there once its files are on the disk. On every way out, `run` first
+/// waits for that thread to finish what it was handed (a wholly fetched batch is still saved).
+///
 /// Made for one run; `run` is synchronous and blocks its thread.
 class BackupRunner {
 public:
-    /// Called with each report on the runner's thread; must not block.
+    /// Called with each report, never two at once, but not always on the same thread: the
+    /// reports after each batch come from the thread that files the messages while the next
+    /// batch is downloaded. Must not block.
     using Progress = std::function<void(const BackupProgress&)>;
 
     BackupRunner(ArchiveLayout layout, MailAccount account, std::string password);
