@@ -1,12 +1,18 @@
 // Arbitrary server bytes, delivered in chunks of sizes chosen by the input, through the reader
 // and the parser. Whatever arrives must give responses or IMAPParseError, and the chunking must
-// not change what comes out: a second reader given everything at once must agree.
+// not change what comes out: a second reader given everything at once must agree, and so must
+// a third whose raw responses are parsed whole (the reader holds literals apart from their
+// responses' text; that must make no difference to what is parsed).
 
+#include "imap/IMAPResponseParser.h"
 #include "imap/IMAPResponseReader.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <span>
 #include <string_view>
 #include <variant>
 #include <vector>
@@ -47,7 +53,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::size_t length = 1 + (state >> 16) % 64;
         std::string_view piece = stream.substr(at, length);
         if (state & 0x80000000u) {
-            chunked.append(std::string(piece)); // the overload that may adopt the chunk
+            chunked.append(std::string(piece));
+        } else if (state & 0x40000000u) {
+            // As the client receives: into the area the reader offers, which in a literal is
+            // no larger than the literal's missing part.
+            for (std::string_view rest = piece; !rest.empty();) {
+                std::span<char> area = chunked.receiveArea(rest.size());
+                std::size_t count = std::min(area.size(), rest.size());
+                std::memcpy(area.data(), rest.data(), count);
+                chunked.commit(count);
+                rest.remove_prefix(count);
+            }
         } else {
             chunked.append(piece);
         }
@@ -60,7 +76,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     whole.append(stream);
     drain(whole, wholeOut);
 
-    if (chunkedOut != wholeOut || chunked.bufferedByteCount() != whole.bufferedByteCount() ||
+    qs::IMAPResponseReader raw;
+    std::vector<Outcome> rawOut;
+    raw.append(stream);
+    while (auto bytes = raw.nextRawResponse()) {
+        try {
+            rawOut.emplace_back(qs::IMAPResponseParser::parse(*bytes));
+        } catch (const qs::IMAPParseError& error) {
+            rawOut.emplace_back(error.description());
+        }
+    }
+
+    if (chunkedOut != wholeOut || rawOut != wholeOut ||
+        raw.bufferedByteCount() != whole.bufferedByteCount() ||
+        chunked.bufferedByteCount() != whole.bufferedByteCount() ||
         chunked.bufferedByteCount() > stream.size()) {
         std::abort();
     }
