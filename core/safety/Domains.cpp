@@ -11,11 +11,11 @@ namespace qs::Domains {
 
 namespace {
 
-bool isAlpha(char c) {
+constexpr bool isAlpha(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-bool isDigit(char c) {
+constexpr bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
@@ -33,7 +33,7 @@ int hexValue(char c) {
 }
 
 // The characters a URI may hold literally (RFC 3986 unreserved, reserved and "%").
-bool isURLCharacterSlow(char c) {
+constexpr bool isURLCharacterSlow(char c) {
     if (isAlpha(c) || isDigit(c)) {
         return true;
     }
@@ -67,15 +67,17 @@ bool isURLCharacterSlow(char c) {
     }
 }
 
+// Built at compile time: a function-local table would be guarded on every character.
+constexpr std::array<bool, 256> kURLCharacters = [] {
+    std::array<bool, 256> t{};
+    for (int i = 0; i < 256; ++i) {
+        t[size_t(i)] = isURLCharacterSlow(char(i));
+    }
+    return t;
+}();
+
 bool isURLCharacter(char c) {
-    static const std::array<bool, 256> table = [] {
-        std::array<bool, 256> t{};
-        for (int i = 0; i < 256; ++i) {
-            t[size_t(i)] = isURLCharacterSlow(char(i));
-        }
-        return t;
-    }();
-    return table[static_cast<unsigned char>(c)];
+    return kURLCharacters[static_cast<unsigned char>(c)];
 }
 
 // Every character a URL character, every "%" followed by two hex digits, at most one "#".

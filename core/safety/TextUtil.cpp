@@ -9,6 +9,11 @@
 namespace qs::TextUtil {
 
 std::string_view trimWhitespace(std::string_view text) {
+    // Most text to trim starts and ends with a visible ASCII character: nothing to look up.
+    auto visibleASCII = [](char c) { return c > ' ' && c < 0x7F; };
+    if (text.empty() || (visibleASCII(text.front()) && visibleASCII(text.back()))) {
+        return text;
+    }
     const auto* s = reinterpret_cast<const uint8_t*>(text.data());
     auto length = int32_t(text.size());
     int32_t start = 0;
