@@ -112,6 +112,17 @@ struct ImageFacts {
     std::array<std::string, 4> decoded;
 };
 
+// What one inspection reuses from tag to tag: the facts of the hosts it has met, and buffers
+// whose room stays allocated.
+struct Inspection {
+    HostMemo hosts;
+    std::string host;
+    std::string tag;
+    std::string text;
+    std::string domain;
+    std::vector<HTMLScanner::Attribute> attributes;
+};
+
 // True when a piece of a tag outside its name=value pairs holds the word "hidden" once split
 // at blanks, "<", ">" and "/". Comparing ASCII letters without case is the same as lowering
 // first: no other character lowers to these letters alone.
@@ -137,9 +148,10 @@ bool holdsHiddenWord(std::string_view text) {
 
 // The facts straight from the tag's text, reading the same attributes as `attributes` would
 // but decoding only the few values the test needs.
-void readFacts(std::string_view tag, ImageFacts& facts) {
+void readFacts(std::string_view tag, ImageFacts& facts, Inspection& inspection) {
     size_t copied = 0;
-    for (const HTMLScanner::Attribute& attribute : HTMLScanner::attributes(tag)) {
+    HTMLScanner::attributes(tag, inspection.attributes);
+    for (const HTMLScanner::Attribute& attribute : inspection.attributes) {
         size_t start = size_t(attribute.whole.data() - tag.data());
         facts.hidden = facts.hidden || holdsHiddenWord(tag.substr(copied, start - copied));
         copied = start + attribute.whole.size();
@@ -367,37 +379,33 @@ void linkText(std::string_view content, std::string& out) {
         out = HTMLText::toPlain(content);
         return;
     }
-    out.clear();
-    bool inBlanks = false;
-    for (size_t i = 0; i < content.size(); ++i) {
-        bool blank = content[i] == ' ' || content[i] == '\t';
-        size_t length = 1;
-        if (content[i] == '\xC2' && i + 1 < content.size() && content[i + 1] == '\xA0') {
-            blank = true; // U+00A0
-            length = 2;
+    // A blank here: a space, a tab or U+00A0; the length of its bytes, or 0.
+    auto blankAt = [&](size_t i) -> size_t {
+        if (content[i] == ' ' || content[i] == '\t') {
+            return 1;
         }
-        if (blank) {
-            if (!inBlanks) {
-                out.push_back(' ');
+        return content[i] == '\xC2' && i + 1 < content.size() && content[i + 1] == '\xA0' ? 2 : 0;
+    };
+    out.clear();
+    size_t i = 0;
+    while (i < content.size()) {
+        size_t start = i;
+        while (i < content.size() && blankAt(i) == 0) {
+            ++i;
+        }
+        out.append(content.substr(start, i - start));
+        if (i < content.size()) {
+            out.push_back(' '); // a run of blanks becomes one space
+            while (i < content.size()) {
+                size_t length = blankAt(i);
+                if (length == 0) {
+                    break;
+                }
+                i += length;
             }
-            inBlanks = true;
-            i += length - 1;
-        } else {
-            out.push_back(content[i]);
-            inBlanks = false;
         }
     }
 }
-
-// What one inspection reuses from tag to tag: the facts of the hosts it has met, and buffers
-// whose room stays allocated.
-struct Inspection {
-    HostMemo hosts;
-    std::string host;
-    std::string tag;
-    std::string text;
-    std::string domain;
-};
 
 // The text to read a link's attributes from: "<a " + group 1 + ">", as the pattern reads it.
 // The leading "a" takes a value only when the group's first character after blanks is "=";
@@ -447,8 +455,8 @@ std::optional<LinkWarning> judgeLink(const HTMLScanner::Anchor& anchor, Inspecti
     }
     std::optional<std::string_view> href;
     std::string decodedHref;
-    for (const HTMLScanner::Attribute& attribute :
-         HTMLScanner::attributes(linkTag(anchor.attributes, inspection.tag))) {
+    HTMLScanner::attributes(linkTag(anchor.attributes, inspection.tag), inspection.attributes);
+    for (const HTMLScanner::Attribute& attribute : inspection.attributes) {
         if (equalsIgnoringASCIICase(attribute.name, "href")) {
             href = attributeValue(attribute.value, decodedHref);
         }
@@ -588,7 +596,7 @@ HTMLReport inspect(std::string_view html) {
     HTMLScanner::Tags tags = HTMLScanner::tags(html);
     for (std::string_view tag : tags.images) {
         ImageFacts facts;
-        readFacts(tag, facts);
+        readFacts(tag, facts, inspection);
         const std::optional<std::string_view>& source = facts.source;
         if (!source || !TextUtil::startsWithIgnoringCase(*source, "http")) {
             continue;
@@ -643,7 +651,7 @@ std::string prepareForDisplay(std::string_view html, const std::vector<MailAttac
     Inspection inspection;
     for (std::string_view tag : HTMLScanner::imgTags(current)) {
         ImageFacts facts;
-        readFacts(tag, facts);
+        readFacts(tag, facts, inspection);
         if (!isTracker(facts, inspection)) {
             continue;
         }

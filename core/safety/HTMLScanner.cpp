@@ -225,7 +225,12 @@ size_t skipSpaces(std::string_view text, size_t at) {
 
 std::vector<Attribute> attributes(std::string_view tag) {
     std::vector<Attribute> out;
-    out.reserve(8);
+    attributes(tag, out);
+    return out;
+}
+
+void attributes(std::string_view tag, std::vector<Attribute>& out) {
+    out.clear();
     size_t at = 0;
     while (at < tag.size()) {
         if (!isNameCharacter(tag[at])) {
@@ -271,7 +276,6 @@ std::vector<Attribute> attributes(std::string_view tag) {
                        tag.substr(valueStart, valueEnd - valueStart)});
         at = valueEnd;
     }
-    return out;
 }
 
 namespace {

@@ -47,6 +47,10 @@ struct Attribute {
 /// Every attribute match in the text of one tag, in order.
 std::vector<Attribute> attributes(std::string_view tag);
 
+/// The same, written into `out` (emptied first), for callers that read many tags and keep
+/// the vector's room.
+void attributes(std::string_view tag, std::vector<Attribute>& out);
+
 /// Group 1 of the first match of
 /// `(?:https?://)?((?:[a-z0-9-]+\.)+[a-z]{2,24})(?:[/:?#]\S*)?` (ignoring case) in ASCII text:
 /// the first domain named in it, as written. Nothing without a match. For ASCII text only:

@@ -10,14 +10,21 @@ namespace qs {
 void HostMemo::reserve(size_t count) {
     if (facts_.size() + count > kMaxEntries) {
         facts_.clear();
+        lastName_ = nullptr;
+        lastFacts_ = nullptr;
     }
 }
 
 HostMemo::Facts& HostMemo::facts(std::string_view name) {
+    if (lastName_ && *lastName_ == name) {
+        return *lastFacts_;
+    }
     auto it = facts_.find(name);
     if (it == facts_.end()) {
         it = facts_.emplace(std::string(name), Facts{Domains::registrable(name)}).first;
     }
+    lastName_ = &it->first;
+    lastFacts_ = &it->second;
     return it->second;
 }
 

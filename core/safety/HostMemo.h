@@ -46,6 +46,10 @@ private:
     Facts& facts(std::string_view name);
 
     std::unordered_map<std::string, Facts, Hash, std::equal_to<>> facts_;
+    /// The entry asked for last: links and images to one host tend to come in runs, and a
+    /// comparison is cheaper than hashing.
+    const std::string* lastName_ = nullptr;
+    Facts* lastFacts_ = nullptr;
 };
 
 } // namespace qs

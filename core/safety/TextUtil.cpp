@@ -10,7 +10,9 @@ namespace qs::TextUtil {
 
 std::string_view trimWhitespace(std::string_view text) {
     // Most text to trim starts and ends with a visible ASCII character: nothing to look up.
-    auto visibleASCII = [](char c) { return c > ' ' && c < 0x7F; };
+    auto visibleASCII = [](char c) {
+        return c > ' ' && c < 0x7F;
+    };
     if (text.empty() || (visibleASCII(text.front()) && visibleASCII(text.back()))) {
         return text;
     }
