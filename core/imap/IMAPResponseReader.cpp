@@ -186,6 +186,20 @@ std::size_t IMAPResponseReader::consume(const Framed& framed) {
     return first;
 }
 
+IMAPResponseReader::Framed IMAPResponseReader::popFramed() {
+    Framed framed = framed_[firstFramed_++];
+    // Emptied whenever all are taken, as they usually are; and trimmed now and then when one
+    // is always left pending, so the list stays as long as what is pending.
+    if (firstFramed_ == framed_.size()) {
+        framed_.clear();
+        firstFramed_ = 0;
+    } else if (firstFramed_ >= 64 && firstFramed_ * 2 >= framed_.size()) {
+        framed_.erase(framed_.begin(), framed_.begin() + std::ptrdiff_t(firstFramed_));
+        firstFramed_ = 0;
+    }
+    return framed;
+}
+
 void IMAPResponseReader::compactIfNeeded() {
     if (start() > compactionThreshold || start_ == lines_.size()) {
         // Pending bytes are mostly line bytes, the literals being apart: little to move.
@@ -218,11 +232,10 @@ std::string IMAPResponseReader::buffer() const {
 }
 
 std::optional<std::string> IMAPResponseReader::nextRawResponse() {
-    if (framed_.empty()) {
+    if (firstFramed_ == framed_.size()) {
         return std::nullopt;
     }
-    Framed framed = framed_.front();
-    framed_.pop_front();
+    Framed framed = popFramed();
     std::size_t from = start_;
     std::string raw;
     for (std::size_t i = firstPending_; i < firstPending_ + framed.literals; ++i) {
@@ -238,11 +251,10 @@ std::optional<std::string> IMAPResponseReader::nextRawResponse() {
 }
 
 std::optional<IMAPResponse> IMAPResponseReader::next() {
-    if (framed_.empty()) {
+    if (firstFramed_ == framed_.size()) {
         return std::nullopt;
     }
-    Framed framed = framed_.front();
-    framed_.pop_front();
+    Framed framed = popFramed();
     // Parsed in place, before compaction can move the bytes: the raw response is never put
     // together, and a held literal is moved into its value.
     std::size_t from = start_;

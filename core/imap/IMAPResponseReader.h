@@ -5,7 +5,6 @@
 #include "imap/IMAPResponseParser.h"
 
 #include <cstddef>
-#include <deque>
 #include <optional>
 #include <span>
 #include <string>
@@ -90,7 +89,9 @@ private:
     void endLine();
     /// The literal being filled has all its bytes.
     void endLiteral();
-    /// Consumes the response at the front of `framed_`; the first of its literals in
+    /// The next framed response, taken off the list; there must be one.
+    Framed popFramed();
+    /// Consumes a framed response; the first of its literals in
     /// `literals_` is at the index returned.
     std::size_t consume(const Framed& framed);
     void compactIfNeeded();
@@ -104,7 +105,8 @@ private:
     // being received holds so far.
     std::size_t lineStart_ = 0;
     std::size_t literalsSoFar_ = 0;
-    std::deque<Framed> framed_;
+    std::vector<Framed> framed_; // [firstFramed_, end) are pending
+    std::size_t firstFramed_ = 0;
 
     // Literals with their positions among the line bytes: [0, firstPending_) belong to
     // consumed responses (those taken by `next` are empty), the rest to pending ones.
