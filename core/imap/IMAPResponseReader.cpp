@@ -113,11 +113,16 @@ void IMAPResponseReader::append(std::span<const std::byte> bytes) {
 
 std::span<char> IMAPResponseReader::receiveArea(std::size_t maximum) {
     if (!filling_) {
+        // Right after a literal the next bytes are most likely a short line and the start of
+        // another literal, whose bytes are better received into their own string than here:
+        // the area starts small then, and grows back while receives fill it.
+        std::size_t count = std::min(maximum, lineArea_);
         areaInLiteral_ = false;
-        if (scratch_.size() < maximum) {
-            scratch_.resize(maximum);
+        areaSize_ = count;
+        if (scratch_.size() < count) {
+            scratch_.resize(count);
         }
-        return {scratch_.data(), maximum};
+        return {scratch_.data(), count};
     }
     // The literal's string is lengthened to take the bytes, which fills the new part with
     // zeros first: the area grows with what receives actually bring (from a floor of a few
@@ -133,6 +138,9 @@ std::span<char> IMAPResponseReader::receiveArea(std::size_t maximum) {
 
 void IMAPResponseReader::commit(std::size_t count) {
     if (!areaInLiteral_) {
+        if (count == areaSize_ && lineArea_ < std::numeric_limits<std::size_t>::max() / 2) {
+            lineArea_ *= 2;
+        }
         append(std::string_view(scratch_.data(), count));
         return;
     }
@@ -170,6 +178,7 @@ void IMAPResponseReader::endLine() {
 }
 
 void IMAPResponseReader::endLiteral() {
+    lineArea_ = lineAreaAfterLiteral;
     literals_.push_back(std::move(*filling_));
     filling_.reset();
     ++literalsSoFar_;

@@ -5,6 +5,7 @@
 #include "imap/IMAPResponseParser.h"
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -112,11 +113,15 @@ private:
     // consumed responses (those taken by `next` are empty), the rest to pending ones.
     std::vector<HeldLiteral> literals_;
     std::size_t firstPending_ = 0;
-    std::optional<HeldLiteral> filling_;   // the literal being received
-    std::size_t fillingLeft_ = 0;          // its bytes still to come
-    std::size_t fillingArea_ = 0;          // how much of a literal to offer `receiveArea`
-    bool areaInLiteral_ = false;           // where the open receive area is
-    std::size_t areaSize_ = 0;             // its size, when in a literal
+    std::optional<HeldLiteral> filling_; // the literal being received
+    std::size_t fillingLeft_ = 0;        // its bytes still to come
+    std::size_t fillingArea_ = 0;        // how much of a literal to offer `receiveArea`
+    bool areaInLiteral_ = false;         // where the open receive area is
+    std::size_t areaSize_ = 0;           // its size
+    std::size_t lineArea_ = std::numeric_limits<std::size_t>::max(); // the most offered outside
+                                                                     // a literal
+    // What is offered outside a literal right after one: room for a FETCH line or two.
+    static constexpr std::size_t lineAreaAfterLiteral = 0x1000;
     std::string scratch_;                  // the receive area outside literals
     std::size_t pendingLiteralBytes_ = 0;  // bytes in pending literals and in filling_
     std::size_t consumedLiteralBytes_ = 0; // bytes in [0, firstPending_), taken or not
