@@ -12,6 +12,7 @@
 #include "vault/FileNames.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <unordered_map>
@@ -32,6 +33,12 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 // message takes anyway.
 constexpr size_t filingBudget = 16'000'000;
 
+// Most batches one save may record. While the filing worker lags behind the download, a batch
+// whose successor is already queued waits for it, so that one flush of the file system and one
+// state save cover several: the save is what costs (the state grows with the folder), and a
+// crash then loses the bookkeeping of a few batches, whose files the next run finds in place.
+constexpr size_t batchesPerSave = 4;
+
 // One filed message: where it is and how many body bytes it has.
 struct Filed {
     std::uint32_t uid = 0;
@@ -50,6 +57,8 @@ struct Run {
     BackupProgress last;
     /// What the filing worker has filed of the batch it is on.
     std::vector<Filed> results;
+    /// Batches filed whose files aren't yet synced and recorded in a saved state.
+    std::vector<std::vector<Filed>> unsaved;
 
     void report(BackupProgress report) {
         report.account = runner.account.label;
@@ -159,10 +168,11 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
     auto batches = BackupPlan::batches(uids, sizes, runner.batchCount, runner.batchBytes);
     // Declared after everything its jobs use, so that on a way out by error it first finishes
     // the jobs handed to it (a whole batch fetched is still saved) while those are alive.
+    std::atomic<size_t> fetched{0};
     FilingWorker worker(filingBudget);
-    for (const auto& batch : batches) {
+    for (size_t index = 0; index < batches.size(); ++index) {
         checkCancelled(stop);
-        client.fetchBodies(batch, [&](IMAPFetchItem&& item) {
+        client.fetchBodies(batches[index], [&](IMAPFetchItem&& item) {
             if (!item.uid || !item.body) {
                 return;
             }
@@ -171,7 +181,17 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
                 fileMessage(item, state, bySize, results);
             });
         });
-        worker.post(0, [this, &state, &sizes, &folder] { commit(state, sizes, folder); });
+        // Whether a later batch is wholly queued is what lets this one's save wait for it.
+        bool later = index + 1 < batches.size();
+        worker.post(0, [this, &state, &sizes, &folder, &fetched, index, later] {
+            unsaved.push_back(std::move(results));
+            results.clear();
+            if (later && fetched.load() > index + 1 && unsaved.size() < batchesPerSave) {
+                return;
+            }
+            commit(state, sizes, folder);
+        });
+        fetched.store(index + 1);
     }
     worker.finish();
     return folder.messagesDone;
@@ -181,29 +201,37 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
                  BackupProgress& folder) {
     // The files must be on the disk before a saved state points at them, also those found
     // in place, which a killed run may have left unflushed.
-    if (!results.empty()) {
+    if (std::any_of(unsaved.begin(), unsaved.end(),
+                    [](const std::vector<Filed>& batch) { return !batch.empty(); })) {
         AtomicFile::syncFileSystem(runner.layout.root);
     }
-    folder.newFiles.clear();
-    for (auto& result : results) {
-        auto key = std::to_string(result.uid);
-        state.files[key] = result.path;
-        if (!state.sizes) {
-            state.sizes.emplace();
+    for (const auto& batch : unsaved) {
+        for (const auto& result : batch) {
+            auto key = std::to_string(result.uid);
+            state.files[key] = result.path;
+            if (!state.sizes) {
+                state.sizes.emplace();
+            }
+            auto known = sizes.find(result.uid);
+            (*state.sizes)[key] = known != sizes.end() ? known->second : result.bodySize;
+            state.highestUID = std::max(state.highestUID, result.uid);
         }
-        auto known = sizes.find(result.uid);
-        (*state.sizes)[key] = known != sizes.end() ? known->second : result.bodySize;
-        state.highestUID = std::max(state.highestUID, result.uid);
-        ++folder.messagesDone;
-        ++summary.newMessages;
-        folder.bytesDone += result.bodySize;
-        summary.bytes += result.bodySize;
-        summary.files.push_back(result.path);
-        folder.newFiles.push_back(std::move(result.path));
     }
-    results.clear();
     save(state);
-    report(folder);
+    // One report per batch, as if each had been saved by itself.
+    for (auto& batch : unsaved) {
+        folder.newFiles.clear();
+        for (auto& result : batch) {
+            ++folder.messagesDone;
+            ++summary.newMessages;
+            folder.bytesDone += result.bodySize;
+            summary.bytes += result.bodySize;
+            summary.files.push_back(result.path);
+            folder.newFiles.push_back(std::move(result.path));
+        }
+        report(folder);
+    }
+    unsaved.clear();
 }
 
 void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
@@ -289,7 +317,7 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
         }
     }
 
-    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}};
+    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}};
     removeSyncLeftovers(layout, account);
     for (const auto& name : chosen) {
         checkCancelled(stop);
