@@ -80,6 +80,20 @@ bool isURLCharacter(char c) {
     return kURLCharacters[static_cast<unsigned char>(c)];
 }
 
+constexpr std::array<bool, 256> marks(std::string_view bytes) {
+    std::array<bool, 256> t{};
+    for (char c : bytes) {
+        t[static_cast<unsigned char>(c)] = true;
+    }
+    return t;
+}
+
+// Bytes that end an authority, or (for "@") end the user information in it.
+constexpr std::array<bool, 256> kAuthorityMarks = marks("/?#@");
+
+// Bytes that end a host name (":" before a port), or make it malformed.
+constexpr std::array<bool, 256> kHostMarks = marks(":[]");
+
 // Every character a URL character, every "%" followed by two hex digits, at most one "#".
 bool wellFormed(std::string_view text) {
     // Every character first, in a loop without branches (tracking URLs run to hundreds of
@@ -157,10 +171,19 @@ bool host(std::string_view url, std::string& out) {
         return false;
     }
     rest.remove_prefix(2);
-    std::string_view authority = rest.substr(0, TextUtil::findFirstOf(rest, "/?#"));
-    if (size_t at = authority.rfind('@'); at != std::string_view::npos) {
-        authority.remove_prefix(at + 1);
+    // The authority runs to the first "/", "?" or "#"; user information ends at its last "@".
+    size_t start = 0;
+    size_t end = 0;
+    for (; end < rest.size(); ++end) {
+        char c = rest[end];
+        if (kAuthorityMarks[static_cast<unsigned char>(c)]) {
+            if (c != '@') {
+                break;
+            }
+            start = end + 1;
+        }
     }
+    std::string_view authority = rest.substr(start, end - start);
     std::string_view hostPart;
     std::string_view port;
     if (!authority.empty() && authority[0] == '[') {
@@ -177,14 +200,19 @@ bool host(std::string_view url, std::string& out) {
             port = after.substr(1);
         }
     } else {
-        size_t colon = authority.find(':');
-        hostPart = authority.substr(0, colon);
-        if (colon != std::string_view::npos) {
-            port = authority.substr(colon + 1);
+        // The name runs to a ":" before the port; a bracket in it makes the URL malformed.
+        size_t stop = 0;
+        while (stop < authority.size() &&
+               !kHostMarks[static_cast<unsigned char>(authority[stop])]) {
+            ++stop;
         }
-        if (TextUtil::findFirstOf(hostPart, "[]") != std::string_view::npos) {
-            return false;
+        if (stop < authority.size()) {
+            if (authority[stop] != ':') {
+                return false;
+            }
+            port = authority.substr(stop + 1);
         }
+        hostPart = authority.substr(0, stop);
     }
     for (char c : port) {
         if (!isDigit(c)) {

@@ -363,6 +363,9 @@ bool mayNameDomain(std::string_view content) {
 }
 
 bool isFileExtension(std::string_view label) {
+    if (label.size() < 3 || label.size() > 4) {
+        return false; // most labels, "com" aside, settled without comparing
+    }
     static constexpr std::array<std::string_view, 14> extensions = {
         "pdf", "png",  "jpg", "jpeg", "gif", "doc", "docx",
         "zip", "html", "htm", "txt",  "csv", "xls", "xlsx"};

@@ -10,21 +10,22 @@ namespace qs {
 void HostMemo::reserve(size_t count) {
     if (facts_.size() + count > kMaxEntries) {
         facts_.clear();
-        lastName_ = nullptr;
-        lastFacts_ = nullptr;
+        recent_ = {};
     }
 }
 
 HostMemo::Facts& HostMemo::facts(std::string_view name) {
-    if (lastName_ && *lastName_ == name) {
-        return *lastFacts_;
+    for (const Recent& recent : recent_) {
+        if (recent.name && *recent.name == name) {
+            return *recent.facts;
+        }
     }
     auto it = facts_.find(name);
     if (it == facts_.end()) {
         it = facts_.emplace(std::string(name), Facts{Domains::registrable(name)}).first;
     }
-    lastName_ = &it->first;
-    lastFacts_ = &it->second;
+    recent_[nextRecent_] = {&it->first, &it->second};
+    nextRecent_ = (nextRecent_ + 1) % recent_.size();
     return it->second;
 }
 

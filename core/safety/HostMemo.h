@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -46,10 +47,14 @@ private:
     Facts& facts(std::string_view name);
 
     std::unordered_map<std::string, Facts, Hash, std::equal_to<>> facts_;
-    /// The entry asked for last: links and images to one host tend to come in runs, and a
-    /// comparison is cheaper than hashing.
-    const std::string* lastName_ = nullptr;
-    Facts* lastFacts_ = nullptr;
+    /// The entries asked for last: links and images to one host tend to come in runs (or a
+    /// link's shown domain and its host in turns), and a comparison is cheaper than hashing.
+    struct Recent {
+        const std::string* name = nullptr;
+        Facts* facts = nullptr;
+    };
+    std::array<Recent, 2> recent_{};
+    size_t nextRecent_ = 0;
 };
 
 } // namespace qs
