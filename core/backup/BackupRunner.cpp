@@ -177,8 +177,20 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
                 return;
             }
             auto weight = item.body->size();
-            worker.post(weight, [this, &state, &bySize, item = std::move(item)] {
-                fileMessage(item, state, bySize, results);
+            worker.post(weight, [this, &state, &bySize, &sizes, &folder, item = std::move(item)] {
+                try {
+                    fileMessage(item, state, bySize, results);
+                } catch (...) {
+                    // The batches waiting for a shared save are whole: they are still
+                    // saved, and the run fails with the write's own error.
+                    if (!unsaved.empty()) {
+                        try {
+                            commit(state, sizes, folder);
+                        } catch (...) {
+                        }
+                    }
+                    throw;
+                }
             });
         });
         // Whether a later batch is wholly queued is what lets this one's save wait for it.

@@ -264,6 +264,36 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     EXPECT_EQ(after, before);
 }
 
+// Files are written on a second thread and several batches may share one save; whatever the
+// timing, a batch is reported only once the saved state records its files, and those are whole.
+TEST_F(RunnerWithFake, EveryReportedFileIsAlreadyInTheSavedState) {
+    mail.folders = {folder("INBOX", 200)};
+    size_t reported = 0;
+    std::vector<std::string> problems;
+    auto server = mail.serve();
+    auto backup = runner(server->port());
+    backup.batchCount = 7;
+    auto summary = backup.run([&](const BackupProgress& report) {
+        if (report.newFiles.empty()) {
+            return;
+        }
+        auto saved = layout.loadSync(account).folders["INBOX"];
+        std::set<std::string> recorded;
+        for (const auto& [uid, path] : saved.files) {
+            recorded.insert(path);
+        }
+        for (const auto& path : report.newFiles) {
+            ++reported;
+            if (!recorded.contains(path) || !fs::exists(layout.url(path))) {
+                problems.push_back(path);
+            }
+        }
+    });
+    EXPECT_EQ(summary.newMessages, 200);
+    EXPECT_EQ(reported, 200u);
+    EXPECT_TRUE(problems.empty()) << testing::PrintToString(problems);
+}
+
 TEST_F(RunnerWithFake, EmptyFolderStillFinishes) {
     mail.folders = {folder("INBOX", 0)};
     auto summary = backUp();
