@@ -128,15 +128,23 @@ size_t findTagCandidate(std::string_view text, size_t from) {
     const __m128i caseBit = _mm_set1_epi8(0x20);
     const __m128i letterA = _mm_set1_epi8('a');
     const __m128i letterI = _mm_set1_epi8('i');
-    for (; i + 17 <= size; i += 16) {
-        __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+    auto hits = [&](size_t at) {
+        __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + at));
         __m128i next =
-            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i + 1)), caseBit);
-        __m128i hit = _mm_and_si128(
+            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + at + 1)), caseBit);
+        return unsigned(_mm_movemask_epi8(_mm_and_si128(
             _mm_cmpeq_epi8(here, lessThan),
-            _mm_or_si128(_mm_cmpeq_epi8(next, letterA), _mm_cmpeq_epi8(next, letterI)));
-        if (int mask = _mm_movemask_epi8(hit)) {
-            return i + size_t(__builtin_ctz(unsigned(mask)));
+            _mm_or_si128(_mm_cmpeq_epi8(next, letterA), _mm_cmpeq_epi8(next, letterI)))));
+    };
+    // Two blocks per round, tested together: one branch per 32 bytes.
+    for (; i + 33 <= size; i += 32) {
+        if (unsigned mask = hits(i) | hits(i + 16) << 16) {
+            return i + size_t(__builtin_ctz(mask));
+        }
+    }
+    for (; i + 17 <= size; i += 16) {
+        if (unsigned mask = hits(i)) {
+            return i + size_t(__builtin_ctz(mask));
         }
     }
 #endif
@@ -248,6 +256,13 @@ bool isNameCharacter(char c) {
 // Past any `\s` characters from `at`.
 size_t skipSpaces(std::string_view text, size_t at) {
     while (at < text.size()) {
+        if (static_cast<unsigned char>(text[at]) < 0x80) { // ASCII: no decoding
+            if (!isRegexSpace(UChar32(text[at]))) {
+                break;
+            }
+            ++at;
+            continue;
+        }
         size_t length = 1;
         if (!isRegexSpace(codePointAt(text, at, &length))) {
             break;
@@ -296,6 +311,13 @@ void attributes(std::string_view tag, std::vector<Attribute>& out) {
         if (valueEnd == std::string_view::npos) {
             size_t i = valueStart;
             while (i < tag.size() && tag[i] != '>') {
+                if (static_cast<unsigned char>(tag[i]) < 0x80) { // ASCII: no decoding
+                    if (isRegexSpace(UChar32(tag[i]))) {
+                        break;
+                    }
+                    ++i;
+                    continue;
+                }
                 size_t length = 1;
                 if (isRegexSpace(codePointAt(tag, i, &length))) {
                     break;
