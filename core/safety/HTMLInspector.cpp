@@ -116,10 +116,15 @@ struct ImageFacts {
 // whose room stays allocated.
 struct Inspection {
     HostMemo hosts;
+    /// The host of the URL at hand.
     std::string host;
+    /// A link's tag, where it must be rebuilt to be read.
     std::string tag;
+    /// A link's plain text.
     std::string text;
+    /// The domain that a link's text names.
     std::string domain;
+    /// The attributes of the tag at hand.
     std::vector<HTMLScanner::Attribute> attributes;
 };
 
