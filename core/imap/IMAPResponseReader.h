@@ -92,8 +92,8 @@ private:
     void endLiteral();
     /// The next framed response, taken off the list; there must be one.
     Framed popFramed();
-    /// Consumes a framed response; the first of its literals in
-    /// `literals_` is at the index returned.
+    /// Consumes a framed response; the first of its literals in `literals_` is at the index
+    /// returned.
     std::size_t consume(const Framed& framed);
     void compactIfNeeded();
 
@@ -118,10 +118,10 @@ private:
     std::size_t fillingArea_ = 0;        // how much of a literal to offer `receiveArea`
     bool areaInLiteral_ = false;         // where the open receive area is
     std::size_t areaSize_ = 0;           // its size
-    std::size_t lineArea_ = std::numeric_limits<std::size_t>::max(); // the most offered outside
-                                                                     // a literal
-    // What is offered outside a literal right after one: room for a FETCH line or two.
+    // The most `receiveArea` offers outside a literal; right after one, room for a FETCH line
+    // or two, so that the next literal's bytes mostly land in their own string.
     static constexpr std::size_t lineAreaAfterLiteral = 0x1000;
+    std::size_t lineArea_ = std::numeric_limits<std::size_t>::max();
     std::string scratch_;                  // the receive area outside literals
     std::size_t pendingLiteralBytes_ = 0;  // bytes in pending literals and in filling_
     std::size_t consumedLiteralBytes_ = 0; // bytes in [0, firstPending_), taken or not
