@@ -281,6 +281,19 @@ bool hidesImage(std::string_view style) {
     }
     for (size_t colon = style.find(':'); colon != std::string_view::npos;
          colon = style.find(':', colon + 1)) {
+        // Most declarations are settled by the first character of their value.
+        size_t value = colon + 1;
+        while (value < style.size() && isASCIISpace(style[value])) {
+            ++value;
+        }
+        if (value == style.size()) {
+            break;
+        }
+        char first = lowerASCII(style[value]);
+        if (std::none_of(kHidingRules.begin(), kHidingRules.end(),
+                         [&](const HidingRule& rule) { return rule.value.front() == first; })) {
+            continue;
+        }
         for (const HidingRule& rule : kHidingRules) {
             if (wordAfter(style, colon + 1, rule.value) &&
                 wordBefore(style, colon, rule.property)) {

@@ -49,6 +49,13 @@ bool isAllLetters(std::string_view text) {
     int32_t i = 0;
     auto length = int32_t(text.size());
     while (i < length) {
+        if (s[i] < 0x80) { // the only ASCII letters are A-Z and a-z
+            if (!((s[i] >= 'a' && s[i] <= 'z') || (s[i] >= 'A' && s[i] <= 'Z'))) {
+                return false;
+            }
+            ++i;
+            continue;
+        }
         UChar32 c;
         U8_NEXT(s, i, length, c);
         if (c < 0 || !u_isalpha(c)) {
