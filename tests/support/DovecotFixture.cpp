@@ -119,16 +119,27 @@ CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
     return ca;
 }
 
-// The test CA that SSL_CERT_FILE names, made once per test program.
+// The test CA that SSL_CERT_FILE names, made once per test program and removed when it
+// exits. Only by the process that made it: a forked child leaving must not take it along.
 const CertificateAuthority& trustedCA() {
-    static const CertificateAuthority ca = [] {
+    struct Owned {
         fs::path folder = makeTemporaryFolder("qs-test-ca-");
-        CertificateAuthority made = makeCA(folder, "Quernstead Test CA");
-        ::setenv("SSL_CERT_FILE", made.certificate.c_str(), 1);
-        ::setenv("SSL_CERT_DIR", folder.c_str(), 1);
-        return made;
-    }();
-    return ca;
+        pid_t owner = ::getpid();
+        CertificateAuthority ca = makeCA(folder, "Quernstead Test CA");
+        Owned() {
+            ::setenv("SSL_CERT_FILE", ca.certificate.c_str(), 1);
+            ::setenv("SSL_CERT_DIR", folder.c_str(), 1);
+        }
+        Owned(const Owned&) = delete;
+        ~Owned() {
+            if (::getpid() == owner) {
+                std::error_code ignored;
+                fs::remove_all(folder, ignored);
+            }
+        }
+    };
+    static const Owned owned;
+    return owned.ca;
 }
 
 // A server key and certificate chain (leaf then CA) issued by `ca`.
