@@ -7,6 +7,7 @@
 #include "imap/IMAPResponseReader.h"
 
 #include "ParserValueBuilders.h"
+#include "ReaderOutcomes.h"
 #include "support/FakeIMAPServer.h"
 
 #include <algorithm>
@@ -19,23 +20,6 @@ namespace qs {
 namespace {
 
 using namespace qs::test;
-
-using Outcome = std::variant<IMAPResponse, std::string>;
-
-/// Everything `reader` has complete, errors as their descriptions.
-void drain(IMAPResponseReader& reader, std::vector<Outcome>& out) {
-    for (;;) {
-        try {
-            auto response = reader.next();
-            if (!response) {
-                return;
-            }
-            out.emplace_back(std::move(*response));
-        } catch (const IMAPParseError& error) {
-            out.emplace_back(error.description());
-        }
-    }
-}
 
 /// What the parser makes of one raw response given whole.
 Outcome parsedWhole(std::string_view raw) {

@@ -3,6 +3,7 @@
 #include "imap/IMAPResponseReader.h"
 
 #include "ParserValueBuilders.h"
+#include "ReaderOutcomes.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -25,33 +26,18 @@ const std::string stream = "* OK [CAPABILITY IMAP4rev1] ready\r\n"
                            "* LIST () \"/\" {4}\r\nI\"\\x\r\n"
                            "M0001 oK [READ-ONLY] done\r\n";
 
-using Outcome = std::variant<IMAPResponse, std::string>;
-
 /// Feeds `stream` in the given pieces, draining the reader after each one.
 std::vector<Outcome> outcomes(const std::vector<std::size_t>& cuts) {
     IMAPResponseReader reader;
     std::vector<Outcome> out;
     std::size_t from = 0;
-    auto drain = [&] {
-        for (;;) {
-            try {
-                auto response = reader.next();
-                if (!response) {
-                    return;
-                }
-                out.emplace_back(std::move(*response));
-            } catch (const IMAPParseError& error) {
-                out.emplace_back(error.description());
-            }
-        }
-    };
     for (std::size_t cut : cuts) {
         reader.append(std::string_view(stream).substr(from, cut - from));
         from = cut;
-        drain();
+        drain(reader, out);
     }
     reader.append(std::string_view(stream).substr(from));
-    drain();
+    drain(reader, out);
     EXPECT_EQ(reader.bufferedByteCount(), 0u);
     return out;
 }
