@@ -83,21 +83,29 @@ double megabytesPerSecond(std::size_t bytes, double seconds) {
     return bytes / seconds / 1e6;
 }
 
+/// Takes every complete response out of the reader, and each FETCH's body out of its response
+/// whole, as the client does; the bytes of the bodies taken.
+std::size_t takeBodies(qs::IMAPResponseReader& reader) {
+    std::size_t bodyBytes = 0;
+    while (auto response = reader.next()) {
+        if (auto* untagged = response->untagged(); untagged && untagged->values.size() == 3) {
+            auto items = untagged->values[2].items();
+            if (items.size() >= 2) {
+                if (auto taken = items.back().takeData()) {
+                    bodyBytes += taken->size();
+                }
+            }
+        }
+    }
+    return bodyBytes;
+}
+
 /// Reader and parser over the stream in transport-sized chunks, bodies taken out whole.
 std::size_t readStream(qs::IMAPResponseReader& reader, std::string_view stream, std::size_t chunk) {
     std::size_t bodyBytes = 0;
     for (std::size_t at = 0; at < stream.size(); at += chunk) {
         reader.append(stream.substr(at, chunk));
-        while (auto response = reader.next()) {
-            if (auto* untagged = response->untagged(); untagged && untagged->values.size() == 3) {
-                auto items = untagged->values[2].items();
-                if (items.size() >= 2) {
-                    if (auto taken = items.back().takeData()) {
-                        bodyBytes += taken->size();
-                    }
-                }
-            }
-        }
+        bodyBytes += takeBodies(reader);
     }
     return bodyBytes;
 }
@@ -111,16 +119,7 @@ std::size_t receiveStream(qs::IMAPResponseReader& reader, std::string_view strea
         std::memcpy(area.data(), stream.data() + at, count);
         reader.commit(count);
         at += count;
-        while (auto response = reader.next()) {
-            if (auto* untagged = response->untagged(); untagged && untagged->values.size() == 3) {
-                auto items = untagged->values[2].items();
-                if (items.size() >= 2) {
-                    if (auto taken = items.back().takeData()) {
-                        bodyBytes += taken->size();
-                    }
-                }
-            }
-        }
+        bodyBytes += takeBodies(reader);
     }
     return bodyBytes;
 }

@@ -55,18 +55,7 @@ TEST(ReaderLiteral, CutAtEveryByteAndIntoEveryChunkSize) {
         IMAPResponse::Tagged{"M0001", IMAPStatus::ok, {}, "done"},
     };
     auto fed = [&](const std::vector<std::size_t>& cuts) {
-        IMAPResponseReader reader;
-        std::vector<Outcome> out;
-        std::size_t from = 0;
-        for (std::size_t cut : cuts) {
-            reader.append(std::string_view(stream).substr(from, cut - from));
-            from = cut;
-            drain(reader, out);
-        }
-        reader.append(std::string_view(stream).substr(from));
-        drain(reader, out);
-        EXPECT_EQ(reader.bufferedByteCount(), 0u);
-        return out;
+        return feedInPieces(stream, cuts);
     };
     for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
         ASSERT_EQ(fed({cut}), expected) << "cut at " << cut;

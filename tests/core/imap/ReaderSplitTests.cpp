@@ -26,20 +26,8 @@ const std::string stream = "* OK [CAPABILITY IMAP4rev1] ready\r\n"
                            "* LIST () \"/\" {4}\r\nI\"\\x\r\n"
                            "M0001 oK [READ-ONLY] done\r\n";
 
-/// Feeds `stream` in the given pieces, draining the reader after each one.
 std::vector<Outcome> outcomes(const std::vector<std::size_t>& cuts) {
-    IMAPResponseReader reader;
-    std::vector<Outcome> out;
-    std::size_t from = 0;
-    for (std::size_t cut : cuts) {
-        reader.append(std::string_view(stream).substr(from, cut - from));
-        from = cut;
-        drain(reader, out);
-    }
-    reader.append(std::string_view(stream).substr(from));
-    drain(reader, out);
-    EXPECT_EQ(reader.bufferedByteCount(), 0u);
-    return out;
+    return feedInPieces(stream, cuts);
 }
 
 TEST(ReaderSplit, WholeStreamGivesTheExpectedSequence) {
