@@ -8,7 +8,7 @@
 #include "model/SettingsKeys.h"
 #include "model/VerifyPacing.h"
 
-#include "ScopedEnvironment.h"
+#include "StoreTest.h"
 #include "support/DemoMail.h"
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
@@ -84,20 +84,8 @@ size_t fileCount(const fs::path& root) {
     return count;
 }
 
-class AppStoreBackupTest : public ::testing::Test {
+class AppStoreBackupTest : public qs::test::StoreTest {
 protected:
-    void SetUp() override {
-        settings().clear();
-        environment.set("QUERNSTEAD_ARCHIVE_DIR", vault().string());
-        environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "credentials.json").string());
-    }
-    void TearDown() override { settings().clear(); }
-
-    static QSettings settings() {
-        return QSettings(qs::SettingsKeys::organisation, qs::SettingsKeys::application);
-    }
-    fs::path vault() const { return dir.path() / "vault"; }
-
     // A Dovecot user of its own per test, so tests never see each other's mail.
     std::string freshUser(const std::string& stem) {
         static int counter = 0;
@@ -120,9 +108,6 @@ protected:
     const MailAccount& stored(const AppStore& store, const MailAccount& a) {
         return *std::ranges::find(store.accounts(), a.id, &MailAccount::id);
     }
-
-    qs::test::TemporaryDirectory dir;
-    qs::test::ScopedEnvironment environment;
 };
 
 TEST_F(AppStoreBackupTest, OneAccountFailingAtLoginDoesNotStopTheNext) {

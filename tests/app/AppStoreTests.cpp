@@ -2,7 +2,7 @@
 #include "model/Credentials.h"
 #include "model/SettingsKeys.h"
 
-#include "ScopedEnvironment.h"
+#include "StoreTest.h"
 #include "support/FileIO.h"
 #include "support/JSON.h"
 #include "support/TemporaryDirectory.h"
@@ -33,24 +33,7 @@ qs::MailAccount account(std::string label, std::string user = "ann") {
     return a;
 }
 
-// Each test gets a fresh vault, an empty settings store and the credentials file in force.
-class AppStoreTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        settings().clear();
-        environment.set("QUERNSTEAD_ARCHIVE_DIR", vault().string());
-        environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "credentials.json").string());
-    }
-    void TearDown() override { settings().clear(); }
-
-    static QSettings settings() {
-        return QSettings(qs::SettingsKeys::organisation, qs::SettingsKeys::application);
-    }
-    fs::path vault() const { return dir.path() / "vault"; }
-
-    qs::test::TemporaryDirectory dir;
-    qs::test::ScopedEnvironment environment;
-};
+using AppStoreTest = qs::test::StoreTest;
 
 TEST_F(AppStoreTest, VaultRootPrecedence) {
     const auto documents =

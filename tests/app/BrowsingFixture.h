@@ -6,7 +6,7 @@
 #include "model/AppStore.h"
 #include "model/SettingsKeys.h"
 
-#include "ScopedEnvironment.h"
+#include "StoreTest.h"
 #include "support/TemporaryDirectory.h"
 
 #include <QCoreApplication>
@@ -63,25 +63,8 @@ inline void setModificationTime(const std::filesystem::path& path, double second
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
-class BrowsingTest : public ::testing::Test {
+class BrowsingTest : public StoreTest {
 protected:
-    void SetUp() override {
-        settings().clear();
-        environment.set("QUERNSTEAD_ARCHIVE_DIR", vault().string());
-        environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "credentials.json").string());
-    }
-    void TearDown() override {
-        // Workers still running hold the store only weakly; let them end before the next test.
-        QThreadPool::globalInstance()->waitForDone();
-        QCoreApplication::processEvents();
-        settings().clear();
-    }
-
-    static QSettings settings() {
-        return QSettings(SettingsKeys::organisation, SettingsKeys::application);
-    }
-    std::filesystem::path vault() const { return dir.path() / "vault"; }
-
     /// Runs a scan to its end and returns whether it ended in time.
     static bool scan(AppStore& store) {
         QSignalSpy finished(&store, &AppStore::scanFinished);
@@ -101,9 +84,6 @@ protected:
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::processEvents();
     }
-
-    TemporaryDirectory dir;
-    ScopedEnvironment environment;
 };
 
 } // namespace qs::test
