@@ -372,10 +372,9 @@ private:
     // Browsing the vault.
     /// Forgets the old vault's index and records before a root change reloads.
     void clearArchive();
-    void publishRecords(std::vector<MessageRecord> records);
-    /// The same for a catalog already built, as the scan builds it off the main thread. The
-    /// catalog it replaces is let go on a worker thread: freeing a large one takes a while.
-    /// `ofIndex` tells that it was built from the very index now in `index_`.
+    /// Shows a catalog of records, built off the main thread by the scan. The catalog it replaces
+    /// is let go on a worker thread: freeing a large one takes a while. `ofIndex` tells that it was
+    /// built from the very index now in `index_`.
     void publishCatalog(std::shared_ptr<const RecordCatalog> catalog, bool ofIndex = false);
     void setIndexing(std::optional<Indexing> indexing);
     std::string effectiveQuery(const std::string& typed) const;

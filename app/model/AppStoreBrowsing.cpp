@@ -138,10 +138,6 @@ void AppStore::setIndexing(std::optional<Indexing> indexing) {
     }
 }
 
-void AppStore::publishRecords(std::vector<MessageRecord> records) {
-    publishCatalog(std::make_shared<const RecordCatalog>(RecordCatalog::build(std::move(records))));
-}
-
 void AppStore::publishCatalog(std::shared_ptr<const RecordCatalog> catalog, bool ofIndex) {
     auto previous = std::exchange(catalog_, std::move(catalog));
     catalogOfIndex_ = ofIndex;
