@@ -1,0 +1,81 @@
+#include "QuernsteadApp.h"
+
+#include "SnapshotRunner.h"
+#include "SymbolImageProvider.h"
+#include "model/AppStore.h"
+
+#include <QEventLoop>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QTimer>
+#include <QtQml/qqml.h>
+
+namespace qs {
+
+namespace {
+
+constexpr QSize defaultSize{1280, 800};
+constexpr auto sizeKey = "mainWindowSize";
+
+// Waits for a stopped backup to finish its batch; the stop is checked at every batch and
+// chunk boundary, and a stalled server gives up within its own time-out.
+void finishBackup(AppStore& store) {
+    if (!store.backup().running)
+        return;
+    QEventLoop loop;
+    QObject::connect(&store, &AppStore::backupFinished, &loop, &QEventLoop::quit);
+    store.stopBackup();
+    if (store.backup().running)
+        loop.exec();
+}
+
+} // namespace
+
+int QuernsteadApp::run(int argc, char** argv) {
+    QGuiApplication app(argc, argv);
+    QGuiApplication::setOrganizationName(QStringLiteral("Quernstead"));
+    QGuiApplication::setApplicationName(QStringLiteral("Quernstead"));
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("Quernstead"));
+    QGuiApplication::setApplicationVersion(QStringLiteral(QS_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("quernstead"));
+    // The window draws its own look; the basic style adds nothing of another desktop's.
+    QQuickStyle::setStyle(QStringLiteral("Basic"));
+
+    AppStore& store = AppStore::shared();
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
+
+    QQmlApplicationEngine engine;
+    engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
+    engine.load(QUrl(QStringLiteral("qrc:/qt/qml/Quernstead/Main.qml")));
+    auto* window = engine.rootObjects().isEmpty()
+                       ? nullptr
+                       : qobject_cast<QQuickWindow*>(engine.rootObjects().constFirst());
+    if (!window)
+        return 1;
+
+    const QString snapshotDir = qEnvironmentVariable("QUERNSTEAD_SNAPSHOT_DIR");
+    if (!snapshotDir.isEmpty()) {
+        window->resize(defaultSize);
+        window->show();
+        SnapshotRunner snapshots(engine, *window, store, snapshotDir);
+        QTimer::singleShot(0, &snapshots, &SnapshotRunner::start);
+        return QGuiApplication::exec();
+    }
+
+    QSettings settings;
+    window->resize(settings.value(sizeKey, defaultSize).toSize().expandedTo(QSize(720, 480)));
+    window->show();
+    QTimer::singleShot(0, &store, [&store] {
+        store.reloadArchive();
+        store.startScheduler();
+    });
+    const int status = QGuiApplication::exec();
+    settings.setValue(sizeKey, window->size());
+    finishBackup(store);
+    return status;
+}
+
+} // namespace qs

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace qs {
+
+/// The program entry of the window: makes the application and the store, shows the main window
+/// at its remembered size, then, once the event loop runs, loads the vault and starts the
+/// scheduler (no backup starts at launch). Closing the window ends the program; a running backup
+/// is stopped after its current batch first, so nothing is left half-written.
+/// With QUERNSTEAD_SNAPSHOT_DIR set it renders its screens there instead and exits.
+class QuernsteadApp {
+public:
+    static int run(int argc, char** argv);
+};
+
+} // namespace qs
