@@ -5,6 +5,7 @@
 #include "model/VaultRoot.h"
 
 #include <QDateTime>
+#include <QProcess>
 #include <QVariantMap>
 #include <algorithm>
 
@@ -73,6 +74,22 @@ void AppStore::removeAccount(const MailAccount& account) {
     showToast(QStringLiteral("Removed “%1” — its messages stay in the vault")
                   .arg(QString::fromStdString(account.label)),
               QStringLiteral("person.crop.circle.badge.minus"), QStringLiteral("ink2"));
+}
+
+void AppStore::removeAccountById(const QString& id) {
+    auto found = std::ranges::find_if(
+        accounts_, [&](const MailAccount& a) { return a.id.string() == id.toStdString(); });
+    if (found != accounts_.end()) {
+        removeAccount(MailAccount(*found));
+    }
+}
+
+void AppStore::openArchiveInFinder() {
+    std::error_code ignored;
+    std::filesystem::create_directories(layout_.root, ignored);
+    // The model has no GUI library; the desktop's opener shows the folder.
+    QProcess::startDetached(QStringLiteral("xdg-open"),
+                            {QString::fromStdString(layout_.root.string())});
 }
 
 void AppStore::changeArchiveRoot(const std::filesystem::path& root) {

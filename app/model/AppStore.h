@@ -119,6 +119,12 @@ public:
     /// Its folders, message files and sync file stay on disk: removing never deletes mail.
     void removeAccount(const MailAccount& account);
 
+    /// Removes the account with this id (see `removeAccount`); nothing for an unknown id.
+    Q_INVOKABLE void removeAccountById(const QString& id);
+
+    /// Creates the vault folder (a failure is ignored) and opens it in the file manager.
+    Q_INVOKABLE void openArchiveInFinder();
+
     /// Makes another folder the vault, remembering it in the settings; moves nothing. Accounts
     /// come from the new vault (none if unreadable); saved searches too, but when the new
     /// vault has none readable the current ones stay and the next save carries them over.
@@ -128,6 +134,9 @@ public:
     /// `tint` names a theme colour.
     Q_INVOKABLE void showToast(const QString& text, const QString& symbol,
                                const QString& tint = QStringLiteral("accent"));
+
+    /// Clears the toast now (a tap on it).
+    Q_INVOKABLE void dismissToast() { clearToast(); }
 
     /// Folds or unfolds an account (by its folder name) in the sidebar.
     Q_INVOKABLE void setAccountExpanded(const QString& directoryName, bool expanded);
@@ -200,6 +209,10 @@ public:
     Q_INVOKABLE void saveCurrentSearch();
     /// Drops a saved search; when it is the one shown, the view becomes everything first.
     void removeSavedSearch(const UUID& id);
+    Q_INVOKABLE void removeSavedSearchById(const QString& id) {
+        if (auto uuid = UUID::parse(id.toStdString()))
+            removeSavedSearch(*uuid);
+    }
     QString sidebarTitle() const;
     /// "{n} messages · {size} · last checked {ago}", the last part only once a backup ran.
     QString vaultSummary() const;
@@ -243,6 +256,8 @@ public:
     /// Shows the selected message's file in the desktop's file manager (the folder, when the
     /// file manager can't be asked to select it). Nothing with no selection.
     Q_INVOKABLE void revealSelected();
+    /// The same for the message file at this vault path.
+    Q_INVOKABLE void revealPath(const QString& path);
     QVariant openMessageForView() const;
 
     // ---- Backups (AppStoreBackup.cpp). Main thread only. ----

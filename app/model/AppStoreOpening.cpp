@@ -98,11 +98,15 @@ void AppStore::allowImages(const QString& path) {
 }
 
 void AppStore::revealSelected() {
-    if (!selectedPath_) {
-        return;
+    if (selectedPath_) {
+        revealPath(QString::fromStdString(*selectedPath_));
     }
-    auto file = QString::fromStdString(layout_.url(*selectedPath_).string());
-    auto folder = QString::fromStdString(layout_.url(*selectedPath_).parent_path().string());
+}
+
+void AppStore::revealPath(const QString& path) {
+    const auto url = layout_.url(path.toStdString());
+    auto file = QString::fromStdString(url.string());
+    auto folder = QString::fromStdString(url.parent_path().string());
     // The file manager's D-Bus interface selects the file; without a file manager that
     // answers it, the folder is opened instead.
     auto* process = new QProcess(this);

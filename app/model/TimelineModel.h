@@ -38,6 +38,9 @@ public:
     void setProbe(std::optional<MonthKey> month);
     void setScrubTarget(std::optional<ScrubTarget> target);
 
+    /// The list's top row moved to this month (by ordinal); ignored while a scrub is under way,
+    /// which the caller tells.
+    Q_INVOKABLE void showMonth(int ordinal) { setCurrentMonth(MonthKey::fromOrdinal(ordinal)); }
     QVariant currentMonthForView() const;
     QVariant probeForView() const;
     void setProbeForView(const QVariant& ordinal);

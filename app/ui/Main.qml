@@ -1,18 +1,180 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Layouts
 import Quernstead
 
+// The main window: a toolbar over three columns (sidebar, list with the timeline, reader), or
+// the welcome while there is nothing to show; toasts float above everything.
 ApplicationWindow {
     id: window
+    objectName: "mainWindow"
     title: "Quernstead"
     width: 1280
     height: 800
+    minimumWidth: 720
+    minimumHeight: 480
     color: Theme.paper
+    palette.window: Theme.paper
+    palette.windowText: Theme.ink
+    palette.base: Theme.panel
+    palette.text: Theme.ink
+    palette.button: Theme.raised
+    palette.buttonText: Theme.ink
+    palette.highlight: Theme.focus
+    palette.toolTipBase: Theme.panel
+    palette.toolTipText: Theme.ink
 
-    Label {
-        anchors.centerIn: parent
-        text: Store.vaultSummary
-        color: Theme.ink
-        font: Theme.body
+    header: ToolBar {
+        visible: !WindowState.showWelcome
+        background: Rectangle {
+            color: Theme.raised
+            Rectangle { anchors.bottom: parent.bottom; width: parent.width; height: 1; color: Theme.rule }
+        }
+        RowLayout {
+            anchors.fill: parent
+            anchors.leftMargin: 12
+            anchors.rightMargin: 12
+            spacing: 8
+
+            Text { text: "Quernstead"; color: Theme.ink; font: Theme.headline; Layout.rightMargin: 8 }
+            VaultButton {
+                objectName: "backupButton"
+                readonly property bool running: Store.backup.running
+                kind: running ? "secondary" : "primary"
+                compact: true
+                symbol: running ? "stop.fill" : "arrow.triangle.2.circlepath"
+                text: running ? "Backing Up" : "Back Up Now"
+                enabled: running || WindowState.hasAccounts
+                help: running ? "Stop backup (Ctrl+.)"
+                    : WindowState.hasAccounts ? "Fetch new mail from every account into the vault (Shift+Ctrl+B)"
+                    : "Add an account first"
+                onClicked: running ? Store.stopBackup() : Store.backUpAll()
+            }
+            VaultButton {
+                compact: true
+                symbol: "arrow.up.bin"
+                text: "Free Up Space"
+                help: "Remove old messages from the server once their copies are verified (Shift+Ctrl+F)"
+                onClicked: Store.showFreeUp = true
+            }
+            Item { Layout.fillWidth: true }
+            VaultButton {
+                id: moreButton
+                kind: "quiet"
+                compact: true
+                symbol: "ellipsis.circle"
+                help: "Import, show the vault folder, backup ledger"
+                onClicked: moreMenu.popup(moreButton, 0, moreButton.height)
+                Menu {
+                    id: moreMenu
+                    MenuItem { text: "Import .eml or .mbox…"; onTriggered: window.importAsked() }
+                    MenuItem { text: "Show Vault in File Manager"; onTriggered: Store.openArchiveInFinder() }
+                    MenuItem { text: "Backup Ledger…"; onTriggered: Store.showBackupActivity = true }
+                }
+            }
+        }
     }
+
+    signal importAsked()
+
+    Loader {
+        anchors.fill: parent
+        sourceComponent: WindowState.showWelcome ? welcome : columns
+    }
+
+    Component {
+        id: welcome
+        WelcomePlaceholder {}
+    }
+
+    Component {
+        id: columns
+        SplitView {
+            orientation: Qt.Horizontal
+            handle: Rectangle {
+                implicitWidth: 1
+                color: SplitHandle.hovered || SplitHandle.pressed ? Theme.ruleStrong : Theme.rule
+                containmentMask: Item { x: -3; width: 7; height: parent ? parent.height : 0 }
+            }
+            Sidebar {
+                SplitView.preferredWidth: 250
+                SplitView.minimumWidth: 190
+                SplitView.maximumWidth: 380
+                onRemoveAccountAsked: (id, label) => removeDialog.ask(id, label)
+            }
+            MessageList {
+                id: messageList
+                objectName: "messageColumn"
+                SplitView.preferredWidth: 440
+                SplitView.minimumWidth: 320
+                Component.onCompleted: window.messageColumn = messageList
+            }
+            ReaderView {
+                SplitView.fillWidth: true
+                SplitView.minimumWidth: 280
+            }
+        }
+    }
+
+    property var messageColumn: null
+
+    ToastOverlay {
+        anchors.fill: parent
+        z: 10
+    }
+
+    Dialog {
+        id: removeDialog
+        property string accountId
+        property string label
+        function ask(id, name) { accountId = id; label = name; open() }
+        anchors.centerIn: parent
+        modal: true
+        width: 420
+        title: "Remove “" + label + "” from Quernstead?"
+        background: Rectangle { color: Theme.panel; radius: Theme.rCard; border.color: Theme.rule }
+        header: Text {
+            text: removeDialog.title
+            color: Theme.ink
+            font: Theme.headline
+            wrapMode: Text.WordWrap
+            padding: 18
+            bottomPadding: 0
+        }
+        contentItem: Text {
+            text: "Its password is forgotten and backups stop. Messages already in the vault stay on your computer."
+            color: Theme.ink2
+            font: Theme.body
+            wrapMode: Text.WordWrap
+        }
+        footer: RowLayout {
+            spacing: 8
+            Item { Layout.fillWidth: true }
+            VaultButton { text: "Cancel"; onClicked: removeDialog.close(); Layout.bottomMargin: 16 }
+            VaultButton {
+                text: "Remove"
+                kind: "destructive"
+                Layout.bottomMargin: 16
+                Layout.rightMargin: 16
+                onClicked: { Store.removeAccountById(removeDialog.accountId); removeDialog.close() }
+            }
+        }
+    }
+
+    // Keys of the window; they work wherever focus is, the search field included.
+    Shortcut { sequence: "Ctrl+1"; context: Qt.ApplicationShortcut; onActivated: Store.showEverything() }
+    Shortcut { sequence: "Ctrl+2"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("recent") }
+    Shortcut { sequence: "Ctrl+3"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("attachments") }
+    Shortcut { sequence: "Ctrl+4"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("suspicious") }
+    Shortcut { sequence: "Ctrl+N"; onActivated: Store.showAddAccount = true }
+    Shortcut { sequence: "Shift+Ctrl+B"; enabled: WindowState.hasAccounts && !Store.backup.running; onActivated: Store.backUpAll() }
+    Shortcut { sequence: "Ctrl+."; enabled: Store.backup.running; onActivated: Store.stopBackup() }
+    Shortcut { sequence: "Shift+Ctrl+0"; onActivated: Store.showBackupActivity = true }
+    Shortcut { sequence: "Shift+Ctrl+F"; enabled: WindowState.hasAccounts; onActivated: Store.showFreeUp = true }
+    Shortcut { sequence: "Shift+Ctrl+A"; onActivated: Store.openArchiveInFinder() }
+    Shortcut { sequence: "Shift+Ctrl+R"; onActivated: Store.revealSelected() }
+    Shortcut { sequence: "Alt+Ctrl+S"; enabled: Store.query.trim().length > 0; onActivated: Store.saveCurrentSearch() }
+    Shortcut { sequence: "Ctrl+Down"; enabled: Store.visibleCount > 0; onActivated: window.messageColumn && window.messageColumn.move(1) }
+    Shortcut { sequence: "Ctrl+Up"; enabled: Store.visibleCount > 0; onActivated: window.messageColumn && window.messageColumn.move(-1) }
+    Shortcut { sequence: "Ctrl+F"; onActivated: window.messageColumn && window.messageColumn.searchField.forceActiveFocus() }
 }

@@ -49,7 +49,7 @@ int QuernsteadApp::run(int argc, char** argv) {
 
     QQmlApplicationEngine engine;
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
-    engine.load(QUrl(QStringLiteral("qrc:/qt/qml/Quernstead/Main.qml")));
+    engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
     auto* window = engine.rootObjects().isEmpty()
                        ? nullptr
                        : qobject_cast<QQuickWindow*>(engine.rootObjects().constFirst());

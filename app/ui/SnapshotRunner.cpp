@@ -18,8 +18,8 @@ constexpr int settleMilliseconds = 600;
 
 } // namespace
 
-SnapshotRunner::SnapshotRunner(QQmlApplicationEngine& engine, QQuickWindow& window,
-                               AppStore& store, QString dir)
+SnapshotRunner::SnapshotRunner(QQmlApplicationEngine& engine, QQuickWindow& window, AppStore& store,
+                               QString dir)
     : engine_(engine), window_(window), store_(store), dir_(std::move(dir)) {}
 
 void SnapshotRunner::start() {
@@ -34,7 +34,8 @@ void SnapshotRunner::start() {
 }
 
 void SnapshotRunner::planShots() {
-    shots_.push_back({QStringLiteral("main"), [] {}});
+    shots_.push_back({QStringLiteral("main"), [] {
+                      }});
 }
 
 void SnapshotRunner::next() {

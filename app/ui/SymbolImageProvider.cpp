@@ -13,8 +13,8 @@ QImage SymbolImageProvider::requestImage(const QString& id, QSize* size,
     const int slash = id.lastIndexOf(u'/');
     const QString name = slash < 0 ? id : id.left(slash);
     const QString colour = slash < 0 ? QStringLiteral("000000") : id.mid(slash + 1);
-    const QSize out = requestedSize.isValid() && !requestedSize.isEmpty() ? requestedSize
-                                                                           : QSize(16, 16);
+    const QSize out =
+        requestedSize.isValid() && !requestedSize.isEmpty() ? requestedSize : QSize(16, 16);
     if (size)
         *size = out;
     QImage image(out, QImage::Format_ARGB32_Premultiplied);
@@ -23,7 +23,7 @@ QImage SymbolImageProvider::requestImage(const QString& id, QSize* size,
     const std::string_view file = Symbols::file(name.toStdString());
     if (file.empty())
         return image;
-    QFile svg(QStringLiteral(":/qt/qml/Quernstead/icons/%1.svg")
+    QFile svg(QStringLiteral(":/Quernstead/icons/%1.svg")
                   .arg(QString::fromLatin1(file.data(), static_cast<qsizetype>(file.size()))));
     if (!svg.open(QIODevice::ReadOnly))
         return image;

@@ -16,7 +16,8 @@ constexpr std::array table{
     std::pair<std::string_view, std::string_view>{"arrow.right", "arrow-right"},
     std::pair<std::string_view, std::string_view>{"arrow.triangle.2.circlepath", "refresh-cw"},
     std::pair<std::string_view, std::string_view>{"arrow.up.bin", "archive-restore"},
-    std::pair<std::string_view, std::string_view>{"arrow.up.right.square", "square-arrow-out-up-right"},
+    std::pair<std::string_view, std::string_view>{"arrow.up.right.square",
+                                                  "square-arrow-out-up-right"},
     std::pair<std::string_view, std::string_view>{"arrow.uturn.backward", "undo-2"},
     std::pair<std::string_view, std::string_view>{"arrow.uturn.backward.circle.fill", "undo-2"},
     std::pair<std::string_view, std::string_view>{"bolt.fill", "zap"},
@@ -37,7 +38,8 @@ constexpr std::array table{
     std::pair<std::string_view, std::string_view>{"exclamationmark.shield", "shield-alert"},
     std::pair<std::string_view, std::string_view>{"exclamationmark.shield.fill", "shield-alert"},
     std::pair<std::string_view, std::string_view>{"exclamationmark.triangle", "triangle-alert"},
-    std::pair<std::string_view, std::string_view>{"exclamationmark.triangle.fill", "triangle-alert"},
+    std::pair<std::string_view, std::string_view>{"exclamationmark.triangle.fill",
+                                                  "triangle-alert"},
     std::pair<std::string_view, std::string_view>{"eye.slash", "eye-off"},
     std::pair<std::string_view, std::string_view>{"folder", "folder"},
     std::pair<std::string_view, std::string_view>{"gearshape", "settings"},
@@ -80,8 +82,9 @@ static_assert(sorted());
 } // namespace
 
 std::string_view file(std::string_view name) {
-    auto it = std::lower_bound(table.begin(), table.end(), name,
-                               [](const auto& entry, std::string_view n) { return entry.first < n; });
+    auto it =
+        std::lower_bound(table.begin(), table.end(), name,
+                         [](const auto& entry, std::string_view n) { return entry.first < n; });
     return it != table.end() && it->first == name ? it->second : std::string_view{};
 }
 

@@ -1,0 +1,7 @@
+import QtQuick
+import Quernstead
+
+// The rail beside the list.
+Item {
+    property bool dragging: false
+}
