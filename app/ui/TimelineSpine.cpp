@@ -223,6 +223,10 @@ void TimelineSpine::geometryChange(const QRectF& newGeometry, const QRectF& oldG
     }
 }
 
+void TimelineSpine::hoverEnterEvent(QHoverEvent* event) {
+    hoverMoveEvent(event);
+}
+
 void TimelineSpine::hoverMoveEvent(QHoverEvent* event) {
     if (!dragging_) {
         hoverAt(event->position().y());
