@@ -4,7 +4,6 @@
 #include "model/AppStore.h"
 
 #include <QDate>
-#include <QFontDatabase>
 #include <QPainter>
 #include <QPainterPath>
 #include <algorithm>
@@ -33,9 +32,7 @@ TimelineSpine::TimelineSpine(QQuickItem* parent) : QQuickPaintedItem(parent) {
     ink2_ = theme.ink2();
     ink3_ = theme.ink3();
     seal_ = theme.seal();
-    yearFont_ = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    // 9.5 logical pixels at the usual 96 dots per inch.
-    yearFont_.setPointSizeF(9.5 * 72 / 96);
+    yearFont_ = theme.mono();
     connect(this, &TimelineSpine::inkChanged, this, [this] { update(); });
 }
 
@@ -53,6 +50,8 @@ void TimelineSpine::setStore(QObject* store) {
         disconnect(&store_->timeline(), nullptr, this, nullptr);
     }
     store_ = next;
+    // Another store may stand at the same version: the key alone can't tell.
+    layout_.version = -1;
     if (store_) {
         connect(store_, &AppStore::groupsChanged, this, &TimelineSpine::groupsChanged);
         connect(&store_->timeline(), &TimelineModel::currentMonthChanged, this, [this] {
@@ -65,8 +64,6 @@ void TimelineSpine::setStore(QObject* store) {
 }
 
 void TimelineSpine::groupsChanged() {
-    // Another store may stand at the same version: the key alone can't tell.
-    layout_.version = -1;
     update();
     emit layoutChanged();
     emit tipChanged();
@@ -293,11 +290,7 @@ void TimelineSpine::paint(QPainter* painter) {
         }
         int c = count(m);
         auto colour = TimelineSpineGeometry::tickColour(m == current, m == hover_, c, l.maxCount);
-        QColor base = colour.ink == TimelineSpineGeometry::Ink::seal   ? seal_
-                      : colour.ink == TimelineSpineGeometry::Ink::ink  ? ink_
-                      : colour.ink == TimelineSpineGeometry::Ink::ink2 ? ink2_
-                                                                       : ink3_;
-        painter->setBrush(faded(base, colour.opacity));
+        painter->setBrush(faded(themed(colour.ink), colour.opacity));
         double length = TimelineSpineGeometry::tickLength(width(), c, l.maxCount);
         painter->drawRoundedRect(QRectF(TimelineSpineGeometry::labelWidth, top->second, length, t),
                                  radius, radius);
@@ -315,6 +308,20 @@ void TimelineSpine::paint(QPainter* painter) {
             painter->fillPath(pointer, seal_);
         }
     }
+}
+
+QColor TimelineSpine::themed(TimelineSpineGeometry::Ink ink) const {
+    switch (ink) {
+    case TimelineSpineGeometry::Ink::seal:
+        return seal_;
+    case TimelineSpineGeometry::Ink::ink:
+        return ink_;
+    case TimelineSpineGeometry::Ink::ink2:
+        return ink2_;
+    case TimelineSpineGeometry::Ink::ink3:
+        return ink3_;
+    }
+    return ink_;
 }
 
 void TimelineSpine::paintEmpty(QPainter* painter) {

@@ -105,6 +105,7 @@ private:
     void setHover(std::optional<MonthKey> month);
     void setDragging(bool dragging);
     void groupsChanged();
+    QColor themed(TimelineSpineGeometry::Ink ink) const;
     void paintEmpty(QPainter* painter);
 
     QPointer<AppStore> store_;
