@@ -1,0 +1,161 @@
+#include "ui/TimelineSpineGeometry.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qs {
+namespace {
+
+using Years = std::vector<std::pair<int, double>>;
+
+TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
+    struct Case {
+        std::string name;
+        std::optional<MonthKey> newest, oldest;
+        double height;
+        size_t months;
+        double rowHeight;
+        Years years;
+        double lastTop;
+    };
+    const Case cases[] = {
+        {"one month: a full row, one label at 14",
+         MonthKey{2024, 3},
+         MonthKey{2024, 3},
+         600,
+         1,
+         13,
+         {{2024, 14}},
+         14},
+        // Two months of 2024, all of 2023 and 2022 (empty), two months of 2021.
+        {"a gap of years: a row per month",
+         MonthKey{2024, 2},
+         MonthKey{2021, 11},
+         600,
+         28,
+         13,
+         {{2024, 14}, {2023, 47}, {2022, 210}, {2021, 373}},
+         386},
+        // (600 - 28 - 7 × 24) ÷ 300 stays above the floor.
+        {"300 months in 600",
+         MonthKey{2024, 12},
+         MonthKey{2000, 1},
+         600,
+         300,
+         404.0 / 300,
+         {},
+         14 + 7 * 24 + 299 * 404.0 / 300},
+        {"300 months in 400: the floor",
+         MonthKey{2024, 12},
+         MonthKey{2000, 1},
+         400,
+         300,
+         1.2,
+         {},
+         14 + 7 * 24 + 299 * 1.2},
+        {"a negative numerator: the floor",
+         MonthKey{2024, 2},
+         MonthKey{2024, 1},
+         10,
+         2,
+         1.2,
+         {{2024, 14}},
+         15.2},
+        {"a reversed pair: the same span",
+         MonthKey{2024, 1},
+         MonthKey{2024, 2},
+         10,
+         2,
+         1.2,
+         {{2024, 14}},
+         15.2},
+        {"no newest: empty", std::nullopt, MonthKey{2024, 1}, 600, 0, 0, {}, 0},
+        {"no oldest: empty", MonthKey{2024, 1}, std::nullopt, 600, 0, 0, {}, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto g = TimelineSpineGeometry::make(c.newest, c.oldest, c.height);
+        ASSERT_EQ(g.months.size(), c.months);
+        EXPECT_EQ(g.top.size(), c.months);
+        EXPECT_DOUBLE_EQ(g.rowHeight, c.rowHeight);
+        if (!c.years.empty() || c.months == 0) {
+            EXPECT_EQ(g.years, c.years);
+        }
+        if (c.months > 0) {
+            EXPECT_EQ(g.months.front(), std::max(*c.newest, *c.oldest));
+            EXPECT_EQ(g.months.back(), std::min(*c.newest, *c.oldest));
+            EXPECT_NEAR(g.top.at(g.months.back().ordinal()), c.lastTop, 1e-9);
+        }
+    }
+}
+
+TEST(TimelineSpineGeometry, HitTestTakesTheNearestRowAndTiesToTheNewer) {
+    struct Case {
+        std::string name;
+        MonthKey newest, oldest;
+        double y;
+        std::optional<MonthKey> month;
+    };
+    // Rows of 13 from 14: centres 20.5 (March), 33.5 (February), 46.5 (January).
+    const Case cases[] = {
+        {"past the top", {2024, 3}, {2024, 1}, -500, MonthKey{2024, 3}},
+        {"past the bottom", {2024, 3}, {2024, 1}, 5000, MonthKey{2024, 1}},
+        {"on a centre", {2024, 3}, {2024, 1}, 33.5, MonthKey{2024, 2}},
+        {"halfway between two centres", {2024, 3}, {2024, 1}, 27, MonthKey{2024, 3}},
+        {"just below halfway", {2024, 3}, {2024, 1}, 27.01, MonthKey{2024, 2}},
+        // Centres 20.5 and 40.5 across the year gap.
+        {"halfway across a year gap", {2024, 1}, {2023, 12}, 30.5, MonthKey{2024, 1}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(TimelineSpineGeometry::make(c.newest, c.oldest, 600).month(c.y), c.month);
+    }
+    EXPECT_EQ(TimelineSpineGeometry::make(std::nullopt, std::nullopt, 600).month(20), std::nullopt);
+}
+
+TEST(TimelineSpineGeometry, TickThicknessFollowsTheRowHeight) {
+    const std::pair<double, double> cases[] = {
+        {13, 11.5}, {4.5, 3}, {4, 3.2}, {2.5, 1.7}, {2, 1.7}, {1.2, 1},
+    };
+    for (auto [row, thickness] : cases) {
+        SCOPED_TRACE(row);
+        TimelineSpineGeometry g;
+        g.rowHeight = row;
+        EXPECT_DOUBLE_EQ(g.tickThickness(), thickness);
+    }
+}
+
+TEST(TimelineSpineGeometry, TickLengthAndColour) {
+    using Ink = TimelineSpineGeometry::Ink;
+    struct Case {
+        std::string name;
+        bool current, hovered;
+        int count, maxCount;
+        double length;
+        TimelineSpineGeometry::TickColour colour;
+    };
+    // On the 84-point rail the full length is 84 - 34 - 8 = 42.
+    const Case cases[] = {
+        {"the busiest month", false, false, 40, 40, 42, {Ink::ink2, 0.9}},
+        {"half as busy", false, false, 20, 40, 21, {Ink::ink2, 0.625}},
+        {"one message of many: at least 3", false, false, 1, 1000, 3, {Ink::ink2, 0.35055}},
+        {"no mail", false, false, 0, 40, 2, {Ink::ink3, 0.22}},
+        {"hovered, even without mail", false, true, 0, 40, 2, {Ink::ink, 1}},
+        {"current wins over hover", true, true, 20, 40, 21, {Ink::seal, 1}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_DOUBLE_EQ(TimelineSpineGeometry::tickLength(84, c.count, c.maxCount), c.length);
+        auto colour = TimelineSpineGeometry::tickColour(c.current, c.hovered, c.count, c.maxCount);
+        EXPECT_EQ(colour.ink, c.colour.ink);
+        EXPECT_NEAR(colour.opacity, c.colour.opacity, 1e-12);
+    }
+    EXPECT_DOUBLE_EQ(TimelineSpineGeometry::emptyRowSpacing(712), 3);
+    EXPECT_DOUBLE_EQ(TimelineSpineGeometry::emptyRowSpacing(200), 2);
+}
+
+} // namespace
+} // namespace qs
