@@ -26,6 +26,7 @@ ApplicationWindow {
 
     header: ToolBar {
         visible: !WindowState.showWelcome
+        implicitHeight: 46
         background: Rectangle {
             color: Theme.raised
             Rectangle { anchors.bottom: parent.bottom; width: parent.width; height: 1; color: Theme.rule }
@@ -125,6 +126,7 @@ ApplicationWindow {
 
     Dialog {
         id: removeDialog
+        objectName: "removeDialog"
         property string accountId
         property string label
         function ask(id, name) { accountId = id; label = name; open() }

@@ -10,6 +10,7 @@
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QtQml/qqml.h>
 
@@ -34,6 +35,12 @@ void finishBackup(AppStore& store) {
 
 } // namespace
 
+void QuernsteadApp::load(QQmlApplicationEngine& engine, AppStore& store) {
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
+    engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
+    engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
+}
+
 int QuernsteadApp::run(int argc, char** argv) {
     QGuiApplication app(argc, argv);
     QGuiApplication::setOrganizationName(QStringLiteral("Quernstead"));
@@ -44,19 +51,21 @@ int QuernsteadApp::run(int argc, char** argv) {
     // The window draws its own look; the basic style adds nothing of another desktop's.
     QQuickStyle::setStyle(QStringLiteral("Basic"));
 
-    AppStore& store = AppStore::shared();
-    qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
+    // Screenshots keep away from the user's settings as they do from the keyring.
+    const QString snapshotDir = qEnvironmentVariable("QUERNSTEAD_SNAPSHOT_DIR");
+    QTemporaryDir snapshotSettings;
+    if (!snapshotDir.isEmpty())
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, snapshotSettings.path());
 
+    AppStore& store = AppStore::shared();
     QQmlApplicationEngine engine;
-    engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
-    engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
+    load(engine, store);
     auto* window = engine.rootObjects().isEmpty()
                        ? nullptr
                        : qobject_cast<QQuickWindow*>(engine.rootObjects().constFirst());
     if (!window)
         return 1;
 
-    const QString snapshotDir = qEnvironmentVariable("QUERNSTEAD_SNAPSHOT_DIR");
     if (!snapshotDir.isEmpty()) {
         window->resize(defaultSize);
         window->show();

@@ -1,6 +1,10 @@
 #pragma once
 
+class QQmlApplicationEngine;
+
 namespace qs {
+
+class AppStore;
 
 /// The program entry of the window: makes the application and the store, shows the main window
 /// at its remembered size, then, once the event loop runs, loads the vault and starts the
@@ -10,6 +14,9 @@ namespace qs {
 class QuernsteadApp {
 public:
     static int run(int argc, char** argv);
+    /// Makes the store and the symbol shapes known to the window's QML, then loads the main
+    /// window; tests that drive the window load it this way too.
+    static void load(QQmlApplicationEngine& engine, AppStore& store);
 };
 
 } // namespace qs

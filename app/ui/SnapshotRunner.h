@@ -2,6 +2,8 @@
 
 #include <QObject>
 #include <QString>
+#include <QTemporaryDir>
+#include <filesystem>
 #include <functional>
 #include <vector>
 
@@ -12,9 +14,11 @@ namespace qs {
 
 class AppStore;
 
-/// Renders every screen and state of the window to "{dir}/{name}.png" at the window's fixed
-/// size, in light and in dark, then quits. Each shot first puts the store and the window into
-/// its state, lets the window settle, then grabs it.
+/// Renders every screen and state of the window to "{dir}/{light|dark}-{name}.png" at the
+/// window's fixed size, then quits. Each shot puts the store and the window into its state,
+/// waits for a vault scan when it switched vaults, lets the animations settle, then grabs the
+/// window. The empty-vault states are shown on scratch vaults made from the real one: one with
+/// its accounts and no mail, one with its accounts and a few harmless messages, one empty.
 class SnapshotRunner : public QObject {
     Q_OBJECT
 
@@ -27,20 +31,29 @@ public:
 private:
     struct Shot {
         QString name;
-        std::function<void()> prepare;
+        /// Puts the window in the state; true when it switched vaults and must wait for the scan.
+        std::function<bool()> prepare;
     };
 
-    void planShots();
+    void planShots(bool dark);
+    void makeScratchVaults();
     void next();
-    void grab(const QString& name);
-    QObject* find(const char* objectName) const;
+    void settleThenGrab(const QString& name);
+    QObject* find(const QString& objectName) const;
+    std::filesystem::path scratchRoot() const;
+    void fillQuietVault();
+    void useVault(const std::filesystem::path& root);
 
     QQmlApplicationEngine& engine_;
     QQuickWindow& window_;
     AppStore& store_;
     QString dir_;
+    std::filesystem::path vault_;
+    QTemporaryDir scratch_;
     std::vector<Shot> shots_;
     size_t position_ = 0;
+    bool waitingForScan_ = false;
+    QString pending_;
 };
 
 } // namespace qs

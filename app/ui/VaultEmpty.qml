@@ -21,7 +21,9 @@ ColumnLayout {
     }
     Text {
         Layout.alignment: Qt.AlignHCenter
+        Layout.fillWidth: true
         Layout.topMargin: 4
+        wrapMode: Text.WordWrap
         text: parent.title
         color: Theme.ink
         font: Theme.title
@@ -32,7 +34,7 @@ ColumnLayout {
         Text {
             required property string modelData
             Layout.alignment: Qt.AlignHCenter
-            Layout.maximumWidth: 360
+            Layout.fillWidth: true
             text: modelData
             color: Theme.ink2
             font: Theme.body

@@ -1,0 +1,170 @@
+// The main window loaded for real (offscreen) on a small vault, driven by the keyboard and by
+// the store as a user would drive it.
+
+#include "model/AppStore.h"
+#include "support/TemporaryDirectory.h"
+#include "ui/QuernsteadApp.h"
+
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+#include <QtQml/QQmlExtensionPlugin>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
+
+namespace qs {
+namespace {
+
+void writeMessage(const std::filesystem::path& vault, const std::string& name,
+                  const std::string& date, const std::string& subject) {
+    const auto path = vault / "Robin" / "INBOX" / date.substr(date.size() - 20, 4) / name;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path) << "From: Ada <ada@example.org>\r\nTo: robin@example.org\r\nDate: " << date
+                        << "\r\nSubject: " << subject << "\r\n\r\nHello there.\r\n";
+}
+
+class Window : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        vault_ = new test::TemporaryDirectory;
+        writeMessage(vault_->path(), "a.eml", "Tue, 16 Jan 2024 10:00:00 +0000", "Harbour tickets");
+        writeMessage(vault_->path(), "b.eml", "Mon, 08 Jan 2024 10:00:00 +0000", "Garden plan");
+        writeMessage(vault_->path(), "c.eml", "Fri, 10 Mar 2023 10:00:00 +0000", "Lantern repair");
+        writeMessage(vault_->path(), "d.eml", "Thu, 02 Mar 2023 10:00:00 +0000", "Orchard map");
+        writeMessage(vault_->path(), "e.eml", "Sat, 06 Jun 2020 10:00:00 +0000", "Old letter");
+        // Enough rows in one month that the list scrolls.
+        for (int day = 10; day < 28; ++day)
+            writeMessage(vault_->path(), "n" + std::to_string(day) + ".eml",
+                         "Sun, " + std::to_string(day) + " Dec 2023 10:00:00 +0000", "Notice");
+        ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault_->path().c_str(), 1);
+        ::setenv("QUERNSTEAD_CREDENTIALS_FILE", (vault_->path() / "none.json").c_str(), 1);
+
+        engine_ = new QQmlApplicationEngine;
+        QuernsteadApp::load(*engine_, AppStore::shared());
+        window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().value(0));
+        ASSERT_NE(window_, nullptr);
+        window_->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window_));
+        // The store read the environment when it was made; the other tests make their own.
+        ::unsetenv("QUERNSTEAD_ARCHIVE_DIR");
+        ::unsetenv("QUERNSTEAD_CREDENTIALS_FILE");
+        QSignalSpy scanned(&AppStore::shared(), &AppStore::scanFinished);
+        AppStore::shared().reloadArchive();
+        ASSERT_TRUE(scanned.wait(20'000));
+    }
+    static void TearDownTestSuite() {
+        delete engine_;
+        delete vault_;
+    }
+    void SetUp() override {
+        store().setQuery("");
+        store().showEverything();
+        store().setSelectedPath(std::nullopt);
+        QCoreApplication::processEvents();
+    }
+
+    static void type(const char* text) {
+        for (const char* c = text; *c; ++c)
+            QTest::keyClick(window_, *c);
+    }
+    static AppStore& store() { return AppStore::shared(); }
+    // Items made by loaders hang in the visual tree, not always among QObject children.
+    static QQuickItem* item(const char* name, QQuickItem* from = nullptr) {
+        from = from ? from : window_->contentItem();
+        if (from->objectName() == QLatin1String(name))
+            return from;
+        for (QQuickItem* child : from->childItems())
+            if (QQuickItem* found = item(name, child))
+                return found;
+        return nullptr;
+    }
+
+    static inline test::TemporaryDirectory* vault_ = nullptr;
+    static inline QQmlApplicationEngine* engine_ = nullptr;
+    static inline QQuickWindow* window_ = nullptr;
+};
+
+TEST_F(Window, ArrowsMoveTheSelectionThroughTheListAndStopAtItsEnds) {
+    ASSERT_EQ(store().visible().size(), 23u);
+    item("messageList")->forceActiveFocus();
+    QTest::keyClick(window_, Qt::Key_Down);
+    EXPECT_EQ(store().selectedPath(), store().visible()[0]->path);
+    QTest::keyClick(window_, Qt::Key_Down);
+    QTest::keyClick(window_, Qt::Key_Down);
+    EXPECT_EQ(store().selectedPath(), store().visible()[2]->path);
+    QTest::keyClick(window_, Qt::Key_Up);
+    EXPECT_EQ(store().selectedPath(), store().visible()[1]->path);
+    for (int i = 0; i < 25; ++i)
+        QTest::keyClick(window_, Qt::Key_Down);
+    EXPECT_EQ(store().selectedPath(), store().visible().back()->path);
+    // The keyboard's selection is scrolled into view.
+    EXPECT_GT(item("messageList")->property("contentY").toDouble(), 0);
+}
+
+TEST_F(Window, ShelfKeysWorkWhileTheSearchFieldHasFocus) {
+    item("searchField")->forceActiveFocus();
+    const struct {
+        Qt::Key key;
+        const char* title;
+    } rows[] = {{Qt::Key_3, "With Attachments"},
+                {Qt::Key_4, "Needs a Second Look"},
+                {Qt::Key_2, "Last 30 Days"},
+                {Qt::Key_1, "Everything"}};
+    for (const auto& row : rows) {
+        QTest::keyClick(window_, row.key, Qt::ControlModifier);
+        EXPECT_EQ(store().sidebarTitle(), QLatin1String(row.title));
+        EXPECT_TRUE(item("searchField")->hasActiveFocus());
+        EXPECT_TRUE(store().query().empty()) << "the digit must not be typed into the field";
+    }
+}
+
+TEST_F(Window, TypingAQueryNarrowsTheListAndSaysWhenNothingMatches) {
+    item("searchField")->forceActiveFocus();
+    type("lant");
+    EXPECT_EQ(store().query(), "lant");
+    ASSERT_EQ(store().visible().size(), 1u);
+    EXPECT_EQ(item("listSubtitle")->property("text").toString(), "1 of 23 messages");
+    type("ernx");
+    EXPECT_TRUE(store().visible().empty());
+    QQuickItem* empty = item("listEmpty");
+    EXPECT_TRUE(empty->isVisible());
+    EXPECT_EQ(empty->property("title").toString(), "Nothing matches “lanternx”");
+    EXPECT_TRUE(item("saveSearch")->isVisible());
+}
+
+TEST_F(Window, ASecondToastReplacesTheFirstAndRestartsItsTime) {
+    store().showToast("First", "checkmark.shield.fill", "seal");
+    QTest::qWait(300);
+    store().showToast("Second", "stop.circle.fill", "ink2");
+    QCoreApplication::processEvents();
+    EXPECT_EQ(item("toastText")->property("text").toString(), "Second");
+    // The second toast outlives the moment the first would have cleared.
+    QTest::qWait(AppStore::toastMilliseconds - 200);
+    ASSERT_TRUE(store().toast());
+    EXPECT_EQ(store().toast()->text, "Second");
+    EXPECT_TRUE(QTest::qWaitFor([] { return !store().toast(); }, 5'000));
+}
+
+TEST_F(Window, AScrubScrollsTheListToThatMonth) {
+    auto* list = item("messageList");
+    const MonthKey december2023{2023, 12};
+    store().scrub(december2023);
+    const int header = store().messageListModel().headerRow(december2023.ordinal());
+    ASSERT_GT(header, 0);
+    // The month's header reaches the top of the list once the scroll settles.
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return item("pinnedMonth")->property("ordinal").toInt() == december2023.ordinal(); },
+        5'000));
+    EXPECT_GT(list->property("contentY").toDouble(), 0);
+    EXPECT_EQ(store().timeline().currentMonth(), december2023);
+}
+
+} // namespace
+} // namespace qs
