@@ -4,6 +4,7 @@
 //
 // Usage: bench_app_browse [messages]   (default 100000; the vault is made in a temporary folder)
 
+#include "LargeVault.h"
 #include "model/AppStore.h"
 #include "model/ArchiveScan.h"
 #include "model/RecordCatalog.h"
@@ -38,23 +39,6 @@ long residentKiB(const char* field) {
         }
     }
     return -1;
-}
-
-std::string message(int i) {
-    static const char* words[] = {"invoice", "meeting", "report", "holiday", "budget",
-                                  "garden",  "travel",  "family", "project", "review"};
-    std::time_t seconds = 946'684'800 + static_cast<std::time_t>(i) * 7'919; // ~25 years
-    std::tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    char stamp[64];
-    std::strftime(stamp, sizeof stamp, "%a, %d %b %Y %H:%M:%S +0000", &parts);
-    std::string subject =
-        std::string(words[i % 10]) + " " + words[(i / 10) % 10] + " number " + std::to_string(i);
-    return "From: Sender " + std::to_string(i % 500) + " <s" + std::to_string(i % 500) +
-           "@example" + std::to_string(i % 50) +
-           ".org>\r\nTo: me@example.net\r\nSubject: " + subject + "\r\nDate: " + stamp +
-           "\r\nMessage-ID: <" + std::to_string(i) + "@example.org>\r\n\r\nBody of " + subject +
-           ", with a few more " + words[(i / 7) % 10] + " words.\r\n";
 }
 
 /// Fires every millisecond while the event loop is free; the longest gap between two firings
@@ -101,19 +85,10 @@ int main(int argc, char** argv) {
     ::setenv("XDG_CONFIG_HOME", (base / "config").c_str(), 1);
 
     auto started = Clock::now();
-    for (int i = 0; i < count; ++i) {
-        auto path = vault / ("Account" + std::to_string(i % 3)) /
-                    ("Folder " + std::to_string(i % 12)) / (std::to_string(i) + ".eml");
-        if (i % 12 == i % 3 || i < 36) {
-            fs::create_directories(path.parent_path());
-        }
-        std::ofstream(path, std::ios::binary) << message(i);
-    }
-    auto built = qs::ArchiveScan::run(vault, vault / ".quernstead" / "index.json", {});
+    qs::bench::writeLargeVault(vault, count);
     std::printf("vault of %d messages written and indexed in %.0f ms (index file %.1f MB)\n", count,
                 milliseconds(Clock::now() - started),
                 double(fs::file_size(vault / ".quernstead" / "index.json")) / 1e6);
-    built.reset();
 
     long before = residentKiB("VmRSS:");
 

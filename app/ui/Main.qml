@@ -25,7 +25,7 @@ ApplicationWindow {
     palette.toolTipText: Theme.ink
 
     header: ToolBar {
-        visible: !WindowState.showWelcome
+        visible: WindowState.ready && !WindowState.showWelcome
         implicitHeight: 46
         background: Rectangle {
             color: Theme.raised
@@ -80,7 +80,7 @@ ApplicationWindow {
 
     Loader {
         anchors.fill: parent
-        sourceComponent: WindowState.showWelcome ? welcome : columns
+        sourceComponent: !WindowState.ready ? undefined : WindowState.showWelcome ? welcome : columns
     }
 
     Component {

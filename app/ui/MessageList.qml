@@ -127,7 +127,7 @@ Rectangle {
                             visible: slot.isHeader
                             anchors.fill: parent
                             title: slot.isHeader ? slot.title : ""
-                            count: slot.isHeader ? slot.count : 0
+                            count: slot.isHeader && slot.count ? slot.count : 0
                         }
                         MessageRow {
                             visible: !slot.isHeader

@@ -2,6 +2,7 @@
 
 #include "SnapshotRunner.h"
 #include "SymbolImageProvider.h"
+#include "WindowState.h"
 #include "model/AppStore.h"
 
 #include <QEventLoop>
@@ -37,6 +38,8 @@ void finishBackup(AppStore& store) {
 
 void QuernsteadApp::load(QQmlApplicationEngine& engine, AppStore& store) {
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "WindowState",
+                                 new WindowState(store, &engine));
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
 }

@@ -22,8 +22,6 @@ QString text(std::string_view s) {
 
 } // namespace
 
-WindowState::WindowState(QObject* parent) : WindowState(AppStore::shared(), parent) {}
-
 WindowState::WindowState(AppStore& store, QObject* parent) : QObject(parent), store_(store) {
     for (auto signal : {&AppStore::backupChanged, &AppStore::indexingChanged,
                         &AppStore::accountsChanged, &AppStore::backupProblemsChanged})
@@ -37,6 +35,10 @@ WindowState::WindowState(AppStore& store, QObject* parent) : QObject(parent), st
     connect(&store_, &AppStore::accountsChanged, this, &WindowState::accountsChanged);
     connect(&store_, &AppStore::recordsChanged, this, &WindowState::accountsChanged);
     connect(&store_, &AppStore::backupProblemsChanged, this, &WindowState::accountsChanged);
+    connect(&store_, &AppStore::scanFinished, this, [this] {
+        scanned_ = true;
+        emit accountsChanged();
+    });
     agoTimer_.setInterval(30'000);
     connect(&agoTimer_, &QTimer::timeout, this, &WindowState::stripChanged);
     agoTimer_.start();
@@ -132,6 +134,10 @@ bool WindowState::hasAccounts() const {
 
 bool WindowState::showWelcome() const {
     return store_.accounts().empty() && store_.records().empty() && !store_.indexing();
+}
+
+bool WindowState::ready() const {
+    return scanned_ || !store_.accounts().empty() || !store_.records().empty();
 }
 
 QString WindowState::folderSymbol(const QString& name) const {

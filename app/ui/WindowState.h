@@ -4,7 +4,6 @@
 #include <QObject>
 #include <QTimer>
 #include <QVariant>
-#include <QtQml/qqmlregistration.h>
 
 namespace qs {
 
@@ -16,8 +15,6 @@ class AppStore;
 /// the desktop's file actions).
 class WindowState : public QObject {
     Q_OBJECT
-    QML_ELEMENT
-    QML_SINGLETON
     Q_PROPERTY(QString stripTitle READ stripTitle NOTIFY stripChanged)
     Q_PROPERTY(QString stripDetail READ stripDetail NOTIFY stripChanged)
     Q_PROPERTY(QVariant emptyState READ emptyState NOTIFY listChanged)
@@ -27,10 +24,10 @@ class WindowState : public QObject {
     Q_PROPERTY(QString sidebarKey READ sidebarKey NOTIFY sidebarChanged)
     Q_PROPERTY(bool hasAccounts READ hasAccounts NOTIFY accountsChanged)
     Q_PROPERTY(bool showWelcome READ showWelcome NOTIFY accountsChanged)
+    Q_PROPERTY(bool ready READ ready NOTIFY accountsChanged)
 
 public:
-    /// Works on the program's one store.
-    explicit WindowState(QObject* parent = nullptr);
+    /// Registered with the window's QML as the singleton `WindowState`, beside its store.
     WindowState(AppStore& store, QObject* parent);
 
     QString stripTitle() const;
@@ -47,6 +44,10 @@ public:
     bool hasAccounts() const;
     /// An empty vault with no accounts shows the welcome in place of the columns.
     bool showWelcome() const;
+    /// Whether the window knows enough to choose between the welcome and the columns: the first
+    /// scan has ended, or there is an account or a message already. Until then it shows neither,
+    /// so a start doesn't flash the one before the other.
+    bool ready() const;
 
     Q_INVOKABLE QString folderSymbol(const QString& name) const;
     Q_INVOKABLE QString accountSymbol(const QString& name) const;
@@ -78,6 +79,7 @@ signals:
 
 private:
     AppStore& store_;
+    bool scanned_ = false;
     // "2 min ago" ages while the window is open.
     QTimer agoTimer_;
 };
