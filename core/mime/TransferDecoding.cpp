@@ -37,25 +37,67 @@ std::string decode(std::string_view bytes, std::string_view encoding) {
     return std::string(bytes);
 }
 
+namespace {
+
+enum class LineKind { blank, encoded, other };
+
+// A line of base64 holds only the alphabet, padding and blanks (a CR of its line end too).
+LineKind classify(std::string_view line) {
+    LineKind kind = LineKind::blank;
+    for (char c : line) {
+        if (base64Table[uint8_t(c)] != notBase64 || c == '=') {
+            kind = LineKind::encoded;
+        } else if (c != ' ' && c != '\t' && c != '\r') {
+            return LineKind::other;
+        }
+    }
+    return kind;
+}
+
+} // namespace
+
 std::string base64(std::string_view bytes) {
     // Written through a pointer into a buffer sized for the most the input can give, then cut.
     std::string out(bytes.size() / 4 * 3 + 3, '\0');
     char* write = out.data();
     uint32_t accumulator = 0;
     int held = 0; // sextets in the accumulator
-    for (char c : bytes) {
-        uint8_t value = base64Table[uint8_t(c)];
-        if (value == notBase64) {
+    bool started = false;
+    bool padded = false;
+    size_t position = 0;
+    // The data ends at its padding or at the first line that isn't base64: what follows is a
+    // list footer or junk, which decoded would turn the part into noise.
+    while (position < bytes.size() && !padded) {
+        size_t end = bytes.find('\n', position);
+        end = end == std::string_view::npos ? bytes.size() : end;
+        std::string_view line = bytes.substr(position, end - position);
+        position = end + 1;
+        LineKind kind = classify(line);
+        if (kind == LineKind::other && started) {
+            break;
+        }
+        if (kind != LineKind::encoded) {
             continue;
         }
-        accumulator = (accumulator << 6) | value;
-        if (++held == 4) {
-            write[0] = char(accumulator >> 16);
-            write[1] = char(accumulator >> 8);
-            write[2] = char(accumulator);
-            write += 3;
-            accumulator = 0;
-            held = 0;
+        started = true;
+        for (char c : line) {
+            uint8_t value = base64Table[uint8_t(c)];
+            if (value == notBase64) {
+                if (c == '=') {
+                    padded = true;
+                    break;
+                }
+                continue;
+            }
+            accumulator = (accumulator << 6) | value;
+            if (++held == 4) {
+                write[0] = char(accumulator >> 16);
+                write[1] = char(accumulator >> 8);
+                write[2] = char(accumulator);
+                write += 3;
+                accumulator = 0;
+                held = 0;
+            }
         }
     }
     // A short last group decodes as if padded; a single leftover sextet carries no whole byte.
