@@ -13,8 +13,9 @@
 
 namespace qs::Importer {
 
-/// The messages of an mbox file, each ending in exactly one CR LF, with mboxrd escaping
-/// (">From " at a line start) undone once.
+/// The messages of an mbox file, each ending in exactly one CR LF (one CR in a file whose lines
+/// end in CR alone, which is then read by those line ends), with mboxrd escaping (">From " at a
+/// line start) undone once.
 ///
 /// A line that starts with "From " separates messages only at the start of the file or after
 /// an empty line (empty, or a lone CR), so an unescaped "From " inside a text stays put. Bytes
