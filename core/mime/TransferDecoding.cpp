@@ -37,58 +37,28 @@ std::string decode(std::string_view bytes, std::string_view encoding) {
     return std::string(bytes);
 }
 
-namespace {
-
-enum class LineKind { blank, encoded, other };
-
-// A line of base64 holds only the alphabet, padding and blanks (a CR of its line end too).
-LineKind classify(std::string_view line) {
-    LineKind kind = LineKind::blank;
-    for (char c : line) {
-        if (base64Table[uint8_t(c)] != notBase64 || c == '=') {
-            kind = LineKind::encoded;
-        } else if (c != ' ' && c != '\t' && c != '\r') {
-            return LineKind::other;
-        }
-    }
-    return kind;
-}
-
-} // namespace
-
 std::string base64(std::string_view bytes) {
     // Written through a pointer into a buffer sized for the most the input can give, then cut.
     std::string out(bytes.size() / 4 * 3 + 3, '\0');
     char* write = out.data();
     uint32_t accumulator = 0;
     int held = 0; // sextets in the accumulator
-    bool started = false;
-    bool padded = false;
-    size_t position = 0;
+    // The decoder's state where the current line began: a line that turns out not to be base64
+    // is taken back whole.
+    char* lineWrite = write;
+    uint32_t lineAccumulator = 0;
+    int lineHeld = 0;
+    bool lineHasData = false;
+    bool blankAfterData = false;
+    bool started = false; // a whole line of data has been read
     // The data ends at its padding or at the first line that isn't base64: what follows is a
     // list footer or junk, which decoded would turn the part into noise.
-    while (position < bytes.size() && !padded) {
-        size_t end = bytes.find('\n', position);
-        end = end == std::string_view::npos ? bytes.size() : end;
-        std::string_view line = bytes.substr(position, end - position);
-        position = end + 1;
-        LineKind kind = classify(line);
-        if (kind == LineKind::other && started) {
-            break;
-        }
-        if (kind != LineKind::encoded) {
-            continue;
-        }
-        started = true;
-        for (char c : line) {
-            uint8_t value = base64Table[uint8_t(c)];
-            if (value == notBase64) {
-                if (c == '=') {
-                    padded = true;
-                    break;
-                }
-                continue;
-            }
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        char c = bytes[i];
+        uint8_t value = base64Table[uint8_t(c)];
+        // Words with blanks between them are text ("Sent from my phone"), never base64.
+        if (value != notBase64 && !blankAfterData) {
+            lineHasData = true;
             accumulator = (accumulator << 6) | value;
             if (++held == 4) {
                 write[0] = char(accumulator >> 16);
@@ -98,7 +68,39 @@ std::string base64(std::string_view bytes) {
                 accumulator = 0;
                 held = 0;
             }
+            continue;
         }
+        if (c == '\n') {
+            started = started || lineHasData;
+            lineWrite = write;
+            lineAccumulator = accumulator;
+            lineHeld = held;
+            lineHasData = false;
+            blankAfterData = false;
+            continue;
+        }
+        if (c == '=') {
+            break;
+        }
+        if (c == ' ' || c == '\t' || c == '\r') {
+            blankAfterData = lineHasData;
+            continue;
+        }
+        // Not base64: the line is taken back. Before any data it is passed over; after, the
+        // data has ended.
+        write = lineWrite;
+        accumulator = lineAccumulator;
+        held = lineHeld;
+        lineHasData = false;
+        blankAfterData = false;
+        if (started) {
+            break;
+        }
+        size_t next = bytes.find('\n', i);
+        if (next == std::string_view::npos) {
+            break;
+        }
+        i = next - 1; // the line feed itself is handled next round
     }
     // A short last group decodes as if padded; a single leftover sextet carries no whole byte.
     if (held == 2) {
