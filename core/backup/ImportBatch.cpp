@@ -86,6 +86,13 @@ ImportOutcome ImportBatch::add(const fs::path& path) {
         importMaildir(outcome);
         return outcome;
     }
+    // A device or a pipe could be read without end.
+    if (!fs::is_regular_file(status)) {
+        outcome.reason = ImportOutcome::Skip::unreadable;
+        outcome.error = std::make_error_code(std::errc::not_supported);
+        outcome.skipped = 1;
+        return outcome;
+    }
     std::string data;
     try {
         data = FileIO::read(path);

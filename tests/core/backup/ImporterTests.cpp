@@ -229,6 +229,8 @@ TEST_F(ImporterStore, EachNamedPathGivesItsOutcome) {
          0, 1, Skip::notMail, ""},
         {"missing", [](const fs::path& d) { return d / "missing.eml"; }, 0, 1, Skip::unreadable,
          ""},
+        {"device, which could be read without end",
+         [](const fs::path&) { return fs::path("/dev/zero"); }, 0, 1, Skip::unreadable, ""},
         {"folder that isn't a Maildir",
          [&](const fs::path& d) {
              write(d / "folder/a.eml", mail);
