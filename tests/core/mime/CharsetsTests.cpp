@@ -88,7 +88,6 @@ TEST(Charsets, EncodingForLabels) {
         {"empty", "", std::nullopt},
         {"only quotes and spaces", " \"\" ", std::nullopt},
         {"unknown", "x-no-such-charset", std::nullopt},
-        {"utf-8", "utf-8", "UTF-8"},
         {"upper case quoted utf8", "\"UTF8\"", "UTF-8"},
         {"us-ascii reads as UTF-8", "US-ASCII", "UTF-8"},
         {"ascii alias", "ascii", "UTF-8"},
