@@ -2,9 +2,11 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Terminal.h"
+#include "TerminalText.h"
 #include "Wait.h"
 
 #include "model/Fmt.h"
+#include "model/ImportWords.h"
 
 #include <QElapsedTimer>
 #include <QLocale>
@@ -35,7 +37,7 @@ public:
         }
         last_ = progress;
         if (live_)
-            std::cout << "\r\033[K" << describe(progress) << std::flush;
+            std::cout << "\r\033[K" << terminalText(describe(progress)) << std::flush;
     }
 
     /// Ends the current folder's line.
@@ -44,7 +46,7 @@ public:
             return;
         if (live_)
             std::cout << "\r\033[K";
-        std::cout << describe(last_) << "\n" << std::flush;
+        std::cout << terminalText(describe(last_)) << "\n" << std::flush;
         key_.clear();
     }
 
@@ -121,7 +123,12 @@ int importFiles(AppStore& store, const std::vector<std::string>& files) {
         runUntil(&store, &AppStore::scanFinished, [] {});
     if (store.importMessage())
         std::cout << store.importMessage()->toStdString() << "\n";
-    return ok;
+    bool unread = false;
+    for (const ImportOutcome& outcome : store.importOutcomes()) {
+        std::cerr << terminalText(ImportWords::line(outcome).toStdString()) << "\n";
+        unread = unread || outcome.failed();
+    }
+    return unread ? failed : ok;
 }
 
 int reindex(AppStore& store) {
@@ -176,7 +183,7 @@ int ledger(AppStore& store) {
             } else if (folder != sync.folders.end() && folder->second.lastRun) {
                 state = Fmt::ago(*folder->second.lastRun).toStdString();
             }
-            std::cout << "  " << display << " · " << state << "\n";
+            std::cout << "  " << terminalText(display) << " · " << state << "\n";
         }
     }
     return ok;

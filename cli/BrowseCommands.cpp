@@ -1,5 +1,6 @@
 // list / search and show: reading the vault.
 #include "Commands.h"
+#include "TerminalText.h"
 #include "Wait.h"
 
 #include "model/SidebarItem.h"
@@ -107,9 +108,9 @@ int list(AppStore& store, const ListOptions& options) {
         return ok;
     }
     for (const RecordRef& r : shown) {
-        std::cout << localDay(r->date) << "  " << r->fromDisplay() << "  "
-                  << (r->subject.empty() ? "(no subject)" : r->subject) << "\n    " << r->path
-                  << "\n";
+        std::cout << localDay(r->date) << "  " << terminalText(r->fromDisplay()) << "  "
+                  << (r->subject.empty() ? "(no subject)" : terminalText(r->subject)) << "\n    "
+                  << terminalText(r->path) << "\n";
     }
     std::cout << plural(static_cast<int64_t>(shown.size()), "message") << "\n";
     return ok;
@@ -186,11 +187,12 @@ int show(AppStore& store, const std::string& given, bool json) {
         return ok;
     }
 
-    std::cout << subject << "\nFrom: " << (from.empty() ? "(unknown sender)" : from) << "\n";
+    std::cout << terminalText(subject)
+              << "\nFrom: " << (from.empty() ? "(unknown sender)" : terminalText(from)) << "\n";
     if (!p.to.empty())
-        std::cout << "To: " << addresses(p.to) << "\n";
+        std::cout << "To: " << terminalText(addresses(p.to)) << "\n";
     if (!p.cc.empty())
-        std::cout << "Cc: " << addresses(p.cc) << "\n";
+        std::cout << "Cc: " << terminalText(addresses(p.cc)) << "\n";
     if (p.date)
         std::cout << "Date: "
                   << QLocale()
@@ -205,21 +207,22 @@ int show(AppStore& store, const std::string& given, bool json) {
     } else {
         std::cout << "  What your mail provider recorded:\n";
         for (const auto& [mechanism, result] : m.authResults) {
-            std::cout << "    " << (result == "pass" ? "✓ " : "✗ ") << mechanism << " " << result
-                      << "\n";
+            std::cout << "    " << (result == "pass" ? "✓ " : "✗ ") << terminalText(mechanism)
+                      << " " << terminalText(result) << "\n";
         }
     }
     if (!m.senderFlags.empty()) {
         std::cout << "\n⚠ This may not be who it says\n";
         for (const SenderFlag& f : m.senderFlags)
-            std::cout << "  " << f.detail << "\n";
+            std::cout << "  " << terminalText(f.detail) << "\n";
     }
     if (m.replyTo)
-        std::cout << "\n⚠ Replies would go to " << m.replyTo->email << "\n";
+        std::cout << "\n⚠ Replies would go to " << terminalText(m.replyTo->email) << "\n";
     if (!m.report.linkWarnings.empty()) {
         std::cout << "\n⚠ " << linkTitle << "\n";
         for (const LinkWarning& w : m.report.linkWarnings) {
-            std::cout << "  " << w.shownDomain << " → " << w.actualHost << "\n";
+            std::cout << "  " << terminalText(w.shownDomain) << " → " << terminalText(w.actualHost)
+                      << "\n";
         }
         std::cout << "  The text shows one website but the link opens another.\n";
     }
@@ -234,23 +237,24 @@ int show(AppStore& store, const std::string& given, bool json) {
         } else {
             std::cout << ":";
             for (const std::string& host : m.report.trackerHosts)
-                std::cout << " From " << host << ".";
+                std::cout << " From " << terminalText(host) << ".";
             std::cout << " They never load, even if you show images.\n";
         }
     }
     std::cout << "\n"
-              << m.record.path << " · " << bytes(m.fileSize) << "\n"
+              << terminalText(m.record.path) << " · " << bytes(m.fileSize) << "\n"
               << m.copy.helpText().toStdString() << "\n";
     auto files = p.fileAttachments();
     if (!files.empty()) {
         std::cout << "\nAttachments:\n";
         for (const MailAttachment& a : files) {
-            std::cout << "  " << a.filename << " · " << a.mimeType << " · "
-                      << bytes(static_cast<int64_t>(a.data.size())) << "\n";
+            std::cout << "  " << terminalText(a.filename) << " · " << terminalText(a.mimeType)
+                      << " · " << bytes(static_cast<int64_t>(a.data.size())) << "\n";
         }
     }
     std::string text = p.plainText();
-    std::cout << "\n" << (text.empty() ? "(This message has no text.)" : text) << "\n";
+    std::cout << "\n"
+              << (text.empty() ? "(This message has no text.)" : terminalText(text, true)) << "\n";
     return ok;
 }
 

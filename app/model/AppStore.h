@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backup/ImportOutcome.h"
 #include "model/BackupStatus.h"
 #include "model/CleanupModel.h"
 #include "model/FolderSummary.h"
@@ -335,10 +336,14 @@ public:
 
     const std::optional<QString>& importMessage() const { return importMessage_; }
     QVariant importMessageForView() const;
-    /// Files the mail of `.eml` and mbox files below "Imported" on a worker thread, then
-    /// reports "Imported {n} message(s)" (with " · {m} skipped") in `importMessage` and a
-    /// toast, re-reads the vault and emits `importFinished`. Unreadable files and blocks that
-    /// aren't mail count as skipped; nothing is reported by its own words.
+    /// The paths of the last import that gave nothing, each with its reason
+    /// (ImportWords::line words them); set just before `importMessage`.
+    const std::vector<ImportOutcome>& importOutcomes() const { return importOutcomes_; }
+    /// Files the mail of `.eml` and mbox files and Maildir folders below "Imported" on a
+    /// worker thread (one ImportBatch, flushed once), then reports "Imported {n} message(s)"
+    /// (with " · {m} skipped") in `importMessage` and a toast, re-reads the vault and emits
+    /// `importFinished`. Unreadable files and blocks that aren't mail count as skipped; when
+    /// nothing was filed the toast says why (ImportWords::nothingImported).
     void importFiles(const std::vector<std::filesystem::path>& files);
 
 signals:
@@ -438,6 +443,7 @@ private:
     TaskHandle cleanupTask_;
     bool showFreeUp_ = false;
     std::optional<QString> importMessage_;
+    std::vector<ImportOutcome> importOutcomes_;
 };
 
 } // namespace qs

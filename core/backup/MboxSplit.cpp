@@ -1,5 +1,7 @@
 #include "backup/Importer.h"
 
+#include "mime/LineEnds.h"
+
 namespace qs::Importer {
 
 namespace {
@@ -8,7 +10,7 @@ constexpr std::string_view fromMarker = "From ";
 
 /// The mboxrd rule: at a line start, one ">" is dropped from a run of ">" that directly precedes
 /// "From ". Other bytes pass unchanged, so a writer's escaping is undone exactly once.
-std::string unescape(std::string_view block) {
+std::string unescape(std::string_view block, char lineEnd) {
     std::string out;
     out.reserve(block.size());
     size_t i = 0;
@@ -21,7 +23,7 @@ std::string unescape(std::string_view block) {
                 ++i;
             }
         }
-        size_t end = block.find('\n', i);
+        size_t end = block.find(lineEnd, i);
         end = end == std::string_view::npos ? block.size() : end + 1;
         out.append(block.substr(i, end - i));
         i = end;
@@ -32,13 +34,16 @@ std::string unescape(std::string_view block) {
 } // namespace
 
 std::vector<std::string> splitMbox(std::string_view data) {
+    // Old Mac mailers end lines in CR alone; such a file is read by its own line ends.
+    const bool crOnly = LineEnds::crOnly(data);
+    const char lineEndByte = crOnly ? '\r' : '\n';
     // Offsets of the separator lines: "From " at file start or after an empty line, where a
     // lone CR also counts as empty so that CRLF files split alike.
     std::vector<size_t> separators;
     bool previousEmpty = true;
     size_t position = 0;
     while (position < data.size()) {
-        size_t end = data.find('\n', position);
+        size_t end = data.find(lineEndByte, position);
         size_t lineEnd = end == std::string_view::npos ? data.size() : end;
         auto line = data.substr(position, lineEnd - position);
         if (previousEmpty && line.starts_with(fromMarker)) {
@@ -51,7 +56,7 @@ std::vector<std::string> splitMbox(std::string_view data) {
     std::vector<std::string> messages;
     for (size_t n = 0; n < separators.size(); ++n) {
         size_t stop = n + 1 < separators.size() ? separators[n + 1] : data.size();
-        size_t lineEnd = data.find('\n', separators[n]);
+        size_t lineEnd = data.find(lineEndByte, separators[n]);
         size_t start = lineEnd == std::string_view::npos || lineEnd >= stop ? stop : lineEnd + 1;
         auto block = data.substr(start, stop - start);
         if (block.empty()) {
@@ -60,8 +65,8 @@ std::vector<std::string> splitMbox(std::string_view data) {
         // The separator's blank line belongs to the mbox, not to the message.
         size_t last = block.find_last_not_of("\r\n");
         block = last == std::string_view::npos ? std::string_view{} : block.substr(0, last + 1);
-        auto message = unescape(block);
-        message += "\r\n";
+        auto message = unescape(block, lineEndByte);
+        message += crOnly ? "\r" : "\r\n";
         messages.push_back(std::move(message));
     }
     return messages;

@@ -90,6 +90,48 @@ const Encoding& windows1252() {
     return encoding;
 }
 
+// The length of the ISO 2022 escape sequence at `at` (ESC, intermediate bytes 0x20-0x2F, one
+// final byte 0x30-0x7E), or 0 if none starts there.
+size_t escapeLength(std::string_view bytes, size_t at) {
+    if (bytes[at] != '\x1b') {
+        return 0;
+    }
+    size_t i = at + 1;
+    while (i < bytes.size() && bytes[i] >= 0x20 && bytes[i] <= 0x2f) {
+        ++i;
+    }
+    if (i == at + 1 || i >= bytes.size() || bytes[i] < 0x30 || bytes[i] > 0x7e) {
+        return 0;
+    }
+    return i + 1 - at;
+}
+
+// Japanese mailers fold a subject into encoded words that each end with a switch back to
+// ASCII, so joined words hold "ESC ( B" directly followed by "ESC $ B". The converter refuses
+// such a switch that selects nothing; every mail reader drops it, and so do we: of escape
+// sequences in a row, only the last counts.
+std::string withoutRedundantEscapes(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    size_t i = 0;
+    while (i < bytes.size()) {
+        size_t length = escapeLength(bytes, i);
+        if (length == 0) {
+            out.push_back(bytes[i++]);
+            continue;
+        }
+        if (i + length >= bytes.size() || escapeLength(bytes, i + length) == 0) {
+            out.append(bytes.substr(i, length));
+        }
+        i += length;
+    }
+    return out;
+}
+
+bool isISO2022(const Encoding& encoding) {
+    return encoding.converterName.starts_with("ISO_2022");
+}
+
 std::string repairedUTF8(std::string_view bytes) {
     return Unicode::toUTF8(Unicode::fromUTF8(bytes));
 }
@@ -150,6 +192,11 @@ std::optional<std::string> decodeStrict(std::string_view bytes, const Encoding& 
     if (conv == nullptr) {
         return std::nullopt;
     }
+    std::string mended;
+    if (isISO2022(encoding) && bytes.find('\x1b') != std::string_view::npos) {
+        mended = withoutRedundantEscapes(bytes);
+        bytes = mended;
+    }
     std::u16string units;
     // Most charsets give at most one UTF-16 unit per byte; grow if one doesn't.
     units.resize(bytes.size() + 16);
@@ -180,6 +227,31 @@ std::optional<std::string> decodeStrict(std::string_view bytes, const Encoding& 
                 reinterpret_cast<const UChar*>(units.data()), int32_t(written), &status);
     if (U_FAILURE(status)) {
         // Lone surrogates (possible from UTF-7 or UTF-16 labels) are not text.
+        return std::nullopt;
+    }
+    out.resize(size_t(length));
+    return out;
+}
+
+std::optional<std::string> encodeStrict(std::string_view text, const Encoding& encoding) {
+    if (!Unicode::isValidUTF8(text)) {
+        return std::nullopt;
+    }
+    if (encoding.isUTF8()) {
+        return std::string(text);
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    UConverter* conv = ucnv_open(encoding.converterName.c_str(), &status);
+    if (U_FAILURE(status) || conv == nullptr) {
+        return std::nullopt;
+    }
+    std::unique_ptr<UConverter, void (*)(UConverter*)> owned(conv, ucnv_close);
+    ucnv_setFromUCallBack(conv, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+    icu::UnicodeString units = Unicode::fromUTF8(text);
+    std::string out(size_t(units.length()) * 4 + 16, '\0');
+    int32_t length = ucnv_fromUChars(conv, out.data(), int32_t(out.size()), units.getBuffer(),
+                                     units.length(), &status);
+    if (U_FAILURE(status)) {
         return std::nullopt;
     }
     out.resize(size_t(length));

@@ -38,4 +38,8 @@ std::string string(std::string_view bytes, std::optional<std::string_view> chars
 /// unmapped in it.
 std::optional<std::string> decodeStrict(std::string_view bytes, const Encoding& encoding);
 
+/// UTF-8 `text` as bytes of `encoding`, or nothing if `text` isn't valid UTF-8 or holds a
+/// character the encoding lacks.
+std::optional<std::string> encodeStrict(std::string_view text, const Encoding& encoding);
+
 } // namespace qs::Charsets

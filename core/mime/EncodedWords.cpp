@@ -38,6 +38,15 @@ private:
     size_t found_ = unset;
 };
 
+bool hasEightBit(std::string_view text) {
+    for (char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // `offset` is where the word starts in `text`, which begins with "=?" there.
 std::optional<Word> wordAt(std::string_view text, size_t offset, PayloadEnd& payloadEnd) {
     size_t charsetStart = offset + 2;
@@ -68,6 +77,17 @@ std::optional<Word> wordAt(std::string_view text, size_t offset, PayloadEnd& pay
         for (char& c : spaced) {
             if (c == '_') {
                 c = ' ';
+            }
+        }
+        // Mailers put 8-bit bytes of the word's charset into Q words unescaped. By now the
+        // header is text, so those bytes are characters again: they go back into the word's
+        // charset, or they would be read twice ("FrÃ¶sche" for "Frösche").
+        if (hasEightBit(spaced)) {
+            auto named = Charsets::encoding(charset);
+            if (named && !named->isUTF8()) {
+                if (auto bytes = Charsets::encodeStrict(spaced, *named)) {
+                    spaced = std::move(*bytes);
+                }
             }
         }
         word.bytes = TransferDecoding::quotedPrintable(spaced, true);

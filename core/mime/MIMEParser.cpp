@@ -2,6 +2,7 @@
 
 #include "mime/AddressParser.h"
 #include "mime/EncodedWords.h"
+#include "mime/LineEnds.h"
 #include "mime/MailDate.h"
 #include "mime/MimeTypes.h"
 #include "mime/TextTrim.h"
@@ -289,6 +290,10 @@ ParsedMessage parse(std::string_view data) {
 }
 
 ParsedMessage parse(const ByteSlice& data) {
+    // Lines ending in CR alone are read on a copy with line feeds; the bytes stay as they are.
+    if (LineEnds::crOnly(data.view())) {
+        return parse(ByteSlice(LineEnds::withLineFeeds(data.view())));
+    }
     ParsedMessage message;
     message.root = parsePart(data, 0, ContentType::defaultText());
     Collected collected;
@@ -332,6 +337,9 @@ ParsedMessage parse(const ByteSlice& data) {
 
 MIMEHeaders headers(std::string_view data) {
     std::string_view capped = data.substr(0, kHeaderScanLimit);
+    if (LineEnds::crOnly(capped)) {
+        return MIMEHeaders::parse(splitHeaderBody(LineEnds::withLineFeeds(capped)).head);
+    }
     return MIMEHeaders::parse(splitHeaderBody(capped).head);
 }
 

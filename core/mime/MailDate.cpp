@@ -1,5 +1,6 @@
 #include "mime/MailDate.h"
 
+#include "mime/RFC5322Fields.h"
 #include "mime/TextTrim.h"
 #include "support/Unicode.h"
 
@@ -22,13 +23,9 @@ constexpr std::array<std::u16string_view, 7> patterns{
     u"d MMM yyyy HH:mm:ss zzz",
 };
 
-// ICU reads "24" under "yyyy" as the year 24. Mail from before the year 100 doesn't exist, so
-// such a reading is refused and the two-digit form further down gets its turn.
-constexpr UDate yearOneHundred = -59011459200000.0; // 0100-01-01T00:00:00Z in milliseconds
-
-bool expectsFourDigitYear(std::u16string_view pattern) {
-    return pattern.find(u"yyyy") != std::u16string_view::npos;
-}
+// ICU reads "24" under "yyyy" as the year 24, and "124" as 124. Mail from before the year 1000
+// doesn't exist, so such a reading is refused and the two- and three-digit forms get their turn.
+constexpr UDate yearOneThousand = -30610224000000.0; // 1000-01-01T00:00:00Z in milliseconds
 
 using Formatters = std::array<std::unique_ptr<icu::SimpleDateFormat>, patterns.size()>;
 
@@ -92,13 +89,22 @@ std::string normalised(std::string_view raw) {
     return out;
 }
 
+// Milliseconds since 1970 as a Date, or nothing beyond what the clock holds (some 292 years
+// either side of 1970 in nanoseconds), which is nonsense in mail.
+std::optional<Date> clockDate(double milliseconds) {
+    constexpr auto limit =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Date::duration::max());
+    if (!(std::abs(milliseconds) < double(limit.count()))) {
+        return std::nullopt;
+    }
+    auto millis = std::chrono::milliseconds(static_cast<int64_t>(milliseconds));
+    return Date(std::chrono::duration_cast<Date::duration>(millis));
+}
+
 } // namespace
 
 std::optional<Date> parse(std::string_view raw) {
     icu::UnicodeString text = Unicode::fromUTF8(normalised(raw));
-    if (text.isEmpty()) {
-        return std::nullopt;
-    }
     auto& formatters = threadFormatters();
     for (size_t i = 0; i < formatters.size(); ++i) {
         icu::ParsePosition position(0);
@@ -106,18 +112,16 @@ std::optional<Date> parse(std::string_view raw) {
         if (position.getErrorIndex() >= 0 || position.getIndex() != text.length()) {
             continue;
         }
-        if (expectsFourDigitYear(patterns[i]) && when < yearOneHundred) {
+        if (when < yearOneThousand) {
             continue;
         }
-        // A date the clock can't hold (it spans some 292 years either side of 1970 in
-        // nanoseconds) is nonsense in mail; the callers fall back on other dates.
-        constexpr auto limit =
-            std::chrono::duration_cast<std::chrono::milliseconds>(Date::duration::max());
-        if (!(std::abs(when) < double(limit.count()))) {
-            return std::nullopt;
+        if (auto date = clockDate(when)) {
+            return date;
         }
-        auto millis = std::chrono::milliseconds(static_cast<int64_t>(when));
-        return Date(std::chrono::duration_cast<Date::duration>(millis));
+    }
+    // What the formats refuse may still be one of the older or looser forms real mail has.
+    if (auto seconds = RFC5322Fields::seconds(raw)) {
+        return clockDate(double(*seconds) * 1000.0);
     }
     return std::nullopt;
 }

@@ -43,20 +43,64 @@ std::string base64(std::string_view bytes) {
     char* write = out.data();
     uint32_t accumulator = 0;
     int held = 0; // sextets in the accumulator
-    for (char c : bytes) {
+    // The decoder's state where the current line began: a line that turns out not to be base64
+    // is taken back whole.
+    char* lineWrite = write;
+    uint32_t lineAccumulator = 0;
+    int lineHeld = 0;
+    bool lineHasData = false;
+    bool blankAfterData = false;
+    bool started = false; // a whole line of data has been read
+    // The data ends at its padding or at the first line that isn't base64: what follows is a
+    // list footer or junk, which decoded would turn the part into noise.
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        char c = bytes[i];
         uint8_t value = base64Table[uint8_t(c)];
-        if (value == notBase64) {
+        // Words with blanks between them are text ("Sent from my phone"), never base64.
+        if (value != notBase64 && !blankAfterData) {
+            lineHasData = true;
+            accumulator = (accumulator << 6) | value;
+            if (++held == 4) {
+                write[0] = char(accumulator >> 16);
+                write[1] = char(accumulator >> 8);
+                write[2] = char(accumulator);
+                write += 3;
+                accumulator = 0;
+                held = 0;
+            }
             continue;
         }
-        accumulator = (accumulator << 6) | value;
-        if (++held == 4) {
-            write[0] = char(accumulator >> 16);
-            write[1] = char(accumulator >> 8);
-            write[2] = char(accumulator);
-            write += 3;
-            accumulator = 0;
-            held = 0;
+        if (c == '\n') {
+            started = started || lineHasData;
+            lineWrite = write;
+            lineAccumulator = accumulator;
+            lineHeld = held;
+            lineHasData = false;
+            blankAfterData = false;
+            continue;
         }
+        if (c == '=') {
+            break;
+        }
+        if (c == ' ' || c == '\t' || c == '\r') {
+            blankAfterData = lineHasData;
+            continue;
+        }
+        // Not base64: the line is taken back. Before any data it is passed over; after, the
+        // data has ended.
+        write = lineWrite;
+        accumulator = lineAccumulator;
+        held = lineHeld;
+        lineHasData = false;
+        blankAfterData = false;
+        if (started) {
+            break;
+        }
+        size_t next = bytes.find('\n', i);
+        if (next == std::string_view::npos) {
+            break;
+        }
+        i = next - 1; // the line feed itself is handled next round
     }
     // A short last group decodes as if padded; a single leftover sextet carries no whole byte.
     if (held == 2) {

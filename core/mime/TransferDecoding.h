@@ -10,9 +10,12 @@ namespace qs::TransferDecoding {
 /// "8bit", "binary", unknown names) returns the bytes unchanged. Never fails.
 std::string decode(std::string_view bytes, std::string_view encoding);
 
-/// Lenient base64: every byte outside A-Z, a-z, 0-9, `+` and `/` (line ends, garbage and `=`
-/// padding alike) is ignored; a final lone character is dropped and a short final group is
-/// decoded as if padded. Never fails; no usable input gives empty bytes.
+/// Lenient base64 that stops where the encoded data ends: at its `=` padding, or at the first
+/// line holding anything but the alphabet, `=` and blanks, or blanks between characters of the
+/// alphabet (words of text), once data has begun (lines before it that aren't base64 are
+/// passed over). Other blanks and line ends are ignored; a final lone
+/// character is dropped and a short final group is decoded as if padded. Never fails; no
+/// usable input gives empty bytes.
 std::string base64(std::string_view bytes);
 
 /// Lenient quoted-printable: `=XX` (hex of either case) gives one byte, `=` followed by spaces

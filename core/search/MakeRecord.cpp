@@ -2,6 +2,7 @@
 #include "search/SearchIndex.h"
 
 #include "mime/MIMEParser.h"
+#include "mime/MessageDate.h"
 #include "safety/HTMLInspector.h"
 #include "safety/ReplyToCheck.h"
 #include "safety/SenderCheck.h"
@@ -143,7 +144,10 @@ SearchIndex::Entry SearchIndex::makeRecord(std::string_view data, std::string_vi
         }
     }
     r.snippet = snippetOf(body);
-    r.date = message.date ? *message.date : dateFromSeconds(mtime);
+    // Without a readable Date the delivery stamped in Received beats the file's time, which a
+    // copy of the vault may have lost.
+    auto date = message.date ? message.date : MessageDate::of(message.headers);
+    r.date = date ? *date : dateFromSeconds(mtime);
     r.size = int64_t(data.size());
     auto files = message.fileAttachments();
     r.attachments = int64_t(files.size());

@@ -31,7 +31,8 @@ struct MessageRecord {
     std::string fromEmail;
     /// To then Cc, "{name} <{email}>" or the bare email, joined by ", ".
     std::string to;
-    /// The message's date, else the file's modification time. Persisted in whole seconds.
+    /// The message's date, else its newest Received date, else the file's modification time.
+    /// Persisted in whole seconds.
     Date date{};
     /// Bytes of the whole file.
     int64_t size = 0;

@@ -588,6 +588,13 @@ TEST_F(AppStoreBackupTest, ImportCountsSkipsAndRepeats) {
     EXPECT_EQ(store.importMessage(), QStringLiteral("Imported 0 messages · 1 skipped"));
     EXPECT_EQ(store.toast()->text, "Nothing imported — 1 file wasn’t a valid email");
     EXPECT_EQ(store.toast()->tint, "caution");
+
+    // A path that can't be read is named as such, not as a file that isn't mail.
+    store.importFiles({dir.path() / "missing.eml", dir.path()});
+    ASSERT_TRUE(waitFor(finished, 4));
+    EXPECT_EQ(store.toast()->text, "Nothing imported — 2 files couldn’t be read");
+    ASSERT_EQ(store.importOutcomes().size(), 2u);
+    EXPECT_EQ(store.importOutcomes()[1].reason, qs::ImportOutcome::Skip::directory);
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -184,6 +185,52 @@ TEST_F(CLITest, ImportsAnMboxAndFindsItsMessages) {
     ProcessResult listed = cli({"list", "--account", "Imported", "--json"});
     ASSERT_EQ(listed.exitCode, 0) << listed.output;
     EXPECT_EQ(nlohmann::json::parse(listed.output).size(), count);
+}
+
+// Each path that gives nothing says why on a line of its own, and one that can't be read makes
+// the command fail; text from mail reaches the terminal without its control characters.
+TEST_F(CLITest, ImportTellsWhatItSkippedAndPrintsNoControlBytes) {
+    const fs::path sources = home_.path() / "sources";
+    fs::create_directories(sources / "folder");
+    // Retitles the terminal, rings, backs over a word, returns to the line start, reverses.
+    const std::string subject = "Pay \x1b]0;owned\x07now\b\b\bX\rY \xe2\x80\xae"
+                                "evil \xc2\x9b"
+                                "2J";
+    std::map<std::string, std::string> files{
+        {"hostile.eml", "From: a@example.org\r\nSubject: " + subject + "\r\n\r\nbody\x1b[2J\r\n"},
+        {"notes.eml", "just words\r\n"},
+        {"empty.eml", ""},
+    };
+    for (const auto& [name, bytes] : files)
+        std::ofstream(sources / name, std::ios::binary) << bytes;
+    std::vector<std::string> arguments{"import"};
+    for (const char* name : {"hostile.eml", "notes.eml", "empty.eml", "missing.eml", "folder"})
+        arguments.push_back((sources / name).string());
+
+    ProcessResult imported = cli(arguments);
+    EXPECT_EQ(imported.exitCode, 1) << imported.output;
+    for (const std::string line :
+         {"Imported 1 message · 4 skipped", "notes.eml: wasn’t a valid email",
+          "empty.eml: is empty", "missing.eml: couldn’t be read — No such file or directory",
+          "folder: is a folder, not a mail file or a Maildir"}) {
+        EXPECT_NE(imported.output.find(line), std::string::npos) << line << "\n" << imported.output;
+    }
+    EXPECT_EQ(cli({"import", (sources / "hostile.eml").string()}).exitCode, 0);
+
+    ProcessResult listed = cli({"search", "owned"});
+    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    ProcessResult json = cli({"search", "owned", "--json"});
+    auto records = nlohmann::json::parse(json.output);
+    ASSERT_EQ(records.size(), 1u) << json.output;
+    ProcessResult shown = cli({"show", records[0]["path"].get<std::string>()});
+    ASSERT_EQ(shown.exitCode, 0) << shown.output;
+    for (const auto& printed : {listed.output, shown.output}) {
+        for (const std::string raw : {"\x1b", "\x07", "\b", "\xe2\x80\xae", "\xc2\x9b"})
+            EXPECT_EQ(printed.find(raw), std::string::npos) << printed;
+        EXPECT_NE(printed.find("Pay ␛]0;owned␇now␈␈␈X␍Y �evil �2J"), std::string::npos) << printed;
+    }
+    EXPECT_NE(shown.output.find("body␛[2J"), std::string::npos) << shown.output;
+    EXPECT_NE(records[0]["subject"].get<std::string>().find("\x1b]0;owned\x07"), std::string::npos);
 }
 
 TEST_F(CLITest, FreesUpOnlyWithTheExactPhrase) {

@@ -1,3 +1,4 @@
+#include "backup/ImportBatch.h"
 #include "backup/Importer.h"
 
 #include "support/FileIO.h"
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -99,9 +101,12 @@ TEST_F(ImporterStore, NamesAndSkips) {
     const std::string bareHeader = "Message-ID: <x@y>\r\n";
     const std::string text = "just some words\r\nno headers here\r\n";
     const std::string undated = "From: a@b\r\n\r\nbody\r\n";
+    const std::string received = "Received: from a by b; Wed, 6 Mar 2024 09:00:00 +0000\r\n"
+                                 "Received: from x by a; Wed, 6 Mar 2024 08:59:00 +0000\r\n"
+                                 "Date: not a date\r\nSubject: r\r\n\r\nbody\r\n";
 
-    auto paths = store({dated, "", text, bareHeader, dated, undated}, "///", layout);
-    ASSERT_EQ(paths.size(), 4u);
+    auto paths = store({dated, "", text, bareHeader, dated, undated, received}, "///", layout);
+    ASSERT_EQ(paths.size(), 5u);
     auto datedName =
         "Imported/Messages/2024/2024-03-05 café menu i" + qs::Importer::fingerprint(dated) + ".eml";
     // The local day of 10:00 UTC is 5 March in every zone from UTC-10 to UTC+13.
@@ -114,7 +119,54 @@ TEST_F(ImporterStore, NamesAndSkips) {
     EXPECT_EQ(paths[2], paths[0]);
     auto year = localYear(std::chrono::system_clock::now());
     EXPECT_TRUE(paths[3].starts_with("Imported/Messages/" + year + "/" + year + "-")) << paths[3];
-    EXPECT_EQ(snapshot(layout.root).size(), 3u);
+    // An unreadable Date gives way to the newest Received date, not to today.
+    EXPECT_EQ(paths[4], "Imported/Messages/2024/2024-03-06 r i" +
+                            qs::Importer::fingerprint(received) + ".eml");
+    EXPECT_EQ(snapshot(layout.root).size(), 4u);
+}
+
+// A message already in the vault is known by its bytes, whatever name it would get now.
+TEST_F(ImporterStore, ReimportWritesNothingWhereverTheFirstCopyIs) {
+    const std::string dated = "Date: Tue, 5 Mar 2024 10:00:00 +0000\r\nSubject: s\r\n\r\nx\r\n";
+    const std::string undated = "From: a@b\r\nSubject: u\r\n\r\nx\r\n";
+    struct Row {
+        const char* name;
+        std::string message;
+        std::optional<qs::Date> firstUndated;
+        std::optional<qs::Date> secondUndated;
+        std::string secondCollection;
+        // Moves the first copy where another clock or zone would have named it.
+        std::function<std::string(const std::string&)> move;
+    };
+    auto renamed = [&](const std::string& path) {
+        std::string other =
+            "Imported/A/2024/2024-03-04 s i" + qs::Importer::fingerprint(dated) + ".eml";
+        fs::rename(layout.url(path), layout.url(other));
+        return other;
+    };
+    auto kept = [](const std::string& path) {
+        return path;
+    };
+    const std::vector<Row> rows{
+        {"named for another day, as in another time zone", dated, {}, {}, "A", renamed},
+        {"undated, imported again on another day", undated, qs::dateFromUnix(1'000'000'000),
+         qs::dateFromUnix(1'100'000'000), "A", kept},
+        {"imported again into another collection", dated, {}, {}, "B", kept},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(layout.root);
+        qs::ImportBatch first(layout);
+        auto path = row.move(first.store({row.message}, "A", row.firstUndated).at(0));
+        first.finish();
+        auto before = snapshot(layout.root);
+
+        qs::ImportBatch second(layout);
+        EXPECT_EQ(second.store({row.message, row.message}, row.secondCollection, row.secondUndated),
+                  (std::vector<std::string>{path, path}));
+        EXPECT_EQ(second.written(), 0);
+        EXPECT_EQ(snapshot(layout.root), before);
+    }
 }
 
 TEST_F(ImporterStore, DifferentMessagesOnOneNameGetACounter) {
@@ -138,6 +190,95 @@ TEST_F(ImporterStore, UnwritableVaultThrowsAndLeavesNoPartialFile) {
     const std::string message = "Subject: x\r\n\r\nbody\r\n";
     EXPECT_THROW(store({message}, "Blocked", layout), std::system_error);
     EXPECT_EQ(qs::FileIO::read(layout.root), "not a folder");
+}
+
+// What each kind of path the user may name comes to.
+TEST_F(ImporterStore, EachNamedPathGivesItsOutcome) {
+    using Skip = qs::ImportOutcome::Skip;
+    const std::string mail = "Subject: hello\r\n\r\nbody\r\n";
+    auto write = [](const fs::path& path, const std::string& bytes) {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << bytes;
+    };
+    struct Row {
+        const char* name;
+        std::function<fs::path(const fs::path&)> make;
+        std::int64_t imported;
+        std::int64_t skipped;
+        Skip reason;
+        std::string firstPathHolds;
+    };
+    const std::vector<Row> rows{
+        {"message file",
+         [&](const fs::path& d) {
+             write(d / "a.eml", mail);
+             return d / "a.eml";
+         },
+         1, 0, Skip::none, "Imported/Loose Messages/"},
+        {"lines ending in CR alone",
+         [&](const fs::path& d) {
+             write(d / "mac.eml", "From: a@b\rSubject: Old Mac\r\rbody\r");
+             return d / "mac.eml";
+         },
+         1, 0, Skip::none, " Old Mac i"},
+        {"not mail",
+         [&](const fs::path& d) {
+             write(d / "picture.eml", "\x89PNG\r\n\x1a\n");
+             return d / "picture.eml";
+         },
+         0, 1, Skip::notMail, ""},
+        {"missing", [](const fs::path& d) { return d / "missing.eml"; }, 0, 1, Skip::unreadable,
+         ""},
+        {"device, which could be read without end",
+         [](const fs::path&) { return fs::path("/dev/zero"); }, 0, 1, Skip::unreadable, ""},
+        {"folder that isn't a Maildir",
+         [&](const fs::path& d) {
+             write(d / "folder/a.eml", mail);
+             return d / "folder";
+         },
+         0, 1, Skip::directory, ""},
+        {"empty file",
+         [&](const fs::path& d) {
+             write(d / "empty.eml", "");
+             return d / "empty.eml";
+         },
+         0, 1, Skip::empty, ""},
+        {"mbox without a message",
+         [&](const fs::path& d) {
+             write(d / "list.mbox", "no separator here\n");
+             return d / "list.mbox";
+         },
+         0, 1, Skip::noMessages, ""},
+        {"Maildir: cur and new imported, tmp left alone",
+         [&](const fs::path& d) {
+             write(d / "Work/cur/1:2,S", mail);
+             write(d / "Work/new/2", "Subject: two\r\n\r\nx\r\n");
+             write(d / "Work/new/3", "not mail");
+             write(d / "Work/tmp/4", "Subject: half-delivered\r\n\r\n");
+             return d / "Work/";
+         },
+         2, 1, Skip::none, "Imported/Work/"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(layout.root);
+        qs::test::TemporaryDirectory sources;
+        auto path = row.make(sources.path());
+        qs::ImportBatch batch(layout);
+        auto outcome = batch.add(path);
+        EXPECT_EQ(outcome.imported, row.imported);
+        EXPECT_EQ(outcome.skipped, row.skipped);
+        EXPECT_EQ(outcome.reason, row.reason);
+        EXPECT_EQ(outcome.failed(),
+                  row.reason == Skip::unreadable || row.reason == Skip::directory);
+        auto files = snapshot(layout.root);
+        EXPECT_EQ(static_cast<std::int64_t>(files.size()), row.imported);
+        if (!files.empty()) {
+            EXPECT_NE(files.begin()->first.find(row.firstPathHolds), std::string::npos)
+                << files.begin()->first;
+        }
+        EXPECT_EQ(batch.written(), row.imported);
+    }
 }
 
 } // namespace

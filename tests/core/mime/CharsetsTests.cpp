@@ -45,6 +45,8 @@ const std::vector<RealBytes> realBytes{
     {"ISO-2022-JP",
      "\x1b\x24\x42\x46\x7c\x4b\x5c\x38\x6c\x24\x4e\x25\x46\x25\x2d\x25\x39\x25\x48\x1b\x28\x42",
      "日本語のテキスト"},
+    // Japanese mailers switch back to ASCII and at once to JIS again where lines were folded.
+    {"iso-2022-jp", "\x1b$BF|\x1b(B\x1b$BK\\\x1b(B\x1b(B!", "日本!"},
     {"EUC-JP", "\xc6\xfc\xcb\xdc\xb8\xec\xa4\xce\xa5\xc6\xa5\xad\xa5\xb9\xa5\xc8",
      "日本語のテキスト"},
     {"EUC-KR", "\xc7\xd1\xb1\xb9\xbe\xee\x20\xc5\xd8\xbd\xba\xc6\xae", "한국어 텍스트"},
@@ -86,7 +88,6 @@ TEST(Charsets, EncodingForLabels) {
         {"empty", "", std::nullopt},
         {"only quotes and spaces", " \"\" ", std::nullopt},
         {"unknown", "x-no-such-charset", std::nullopt},
-        {"utf-8", "utf-8", "UTF-8"},
         {"upper case quoted utf8", "\"UTF8\"", "UTF-8"},
         {"us-ascii reads as UTF-8", "US-ASCII", "UTF-8"},
         {"ascii alias", "ascii", "UTF-8"},

@@ -1,4 +1,5 @@
 #include "mime/MailDate.h"
+#include "mime/MessageDate.h"
 
 #include <gtest/gtest.h>
 
@@ -46,6 +47,19 @@ TEST(MailDate, Parse) {
          utc(2024, 3, 5, 18, 29, 59)},
         {"wrong weekday still reads the date", "Mon, 5 Mar 2024 10:00:00 +0000",
          utc(2024, 3, 5, 10, 0, 0)},
+        {"two-digit year with a named zone", "Fri, 29 Nov 91 07:13:33 EST",
+         utc(1991, 11, 29, 12, 13, 33)},
+        {"three-digit year", "Tue, 5 Mar 124 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"no zone reads as GMT", "Tue, 5 Mar 2024 10:00:00", utc(2024, 3, 5, 10, 0, 0)},
+        {"no blank after the comma", "Thu,29 Apr 2012 10:00:00 +0200", utc(2012, 4, 29, 8, 0, 0)},
+        {"military zone reads as GMT", "5 Mar 2024 10:00:00 Q", utc(2024, 3, 5, 10, 0, 0)},
+        {"comments and blanks inside the time", "Fri, 21 Nov 1997 09(comment):   55  :  06 -0600",
+         utc(1997, 11, 21, 15, 55, 6)},
+        {"lower-case and full names", "tuesday, 5 march 2024 10:00 -0000",
+         utc(2024, 3, 5, 10, 0, 0)},
+        {"leap second", "30 Jun 2012 23:59:60 +0000", utc(2012, 6, 30, 23, 59, 59)},
+        {"day beyond its month", "30 Feb 2024 10:00:00", std::nullopt},
+        {"no time", "5 Mar 2024 +0000", std::nullopt},
         {"ISO date", "2024-03-05", std::nullopt},
         {"beyond what the clock holds", "Tue, 5 Mar 3609 10:00:00 +0000", std::nullopt},
         {"before what the clock holds", "Tue, 5 Mar 1500 10:00:00 +0000", std::nullopt},
@@ -108,4 +122,34 @@ TEST(MailDate, ParsesOnManyThreads) {
         thread.join();
     }
     EXPECT_EQ(wrong, std::vector<int>(4, 0));
+}
+
+TEST(MessageDate, DateFieldThenNewestReceived) {
+    struct Row {
+        const char* name;
+        std::vector<MIMEHeaderField> fields;
+        std::optional<int64_t> seconds;
+    };
+    const std::string relayed = "from a by b; Tue, 5 Mar 2024 10:00:00 +0000";
+    const std::string delivered = "from b by c (x; y); Wed, 6 Mar 2024 09:00:00 +0000 (UTC)";
+    const std::vector<Row> rows{
+        {"Date field",
+         {{"Received", delivered}, {"Date", "4 Mar 2024 08:00 +0000"}},
+         utc(2024, 3, 4, 8, 0, 0)},
+        {"unreadable Date: the newest Received",
+         {{"Received", relayed}, {"Received", delivered}, {"Date", "someday"}},
+         utc(2024, 3, 6, 9, 0, 0)},
+        {"no Date: Received without a date passed over",
+         {{"Received", "from a by b"}, {"Received", relayed}},
+         utc(2024, 3, 5, 10, 0, 0)},
+        {"no dates at all", {{"Subject", "x"}}, std::nullopt},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto date = MessageDate::of(MIMEHeaders(row.fields));
+        ASSERT_EQ(date.has_value(), row.seconds.has_value());
+        if (date) {
+            EXPECT_EQ(unixSeconds(*date), *row.seconds);
+        }
+    }
 }

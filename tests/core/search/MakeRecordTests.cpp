@@ -63,10 +63,15 @@ TEST(MakeRecord, NoFromShowsUnknownSender) {
     EXPECT_EQ(named.fromDisplay(), "X");
 }
 
-TEST(MakeRecord, MissingOrBrokenDateTakesTheModificationTime) {
-    for (auto headers : {"Subject: no date\r\n", "Subject: bad\r\nDate: not a date at all\r\n"}) {
+TEST(MakeRecord, MissingOrBrokenDateTakesTheNewestReceivedThenTheModificationTime) {
+    const std::vector<std::pair<std::string, int64_t>> rows{
+        {"Subject: no date\r\n", 1650000000},
+        {"Subject: bad\r\nDate: not a date at all\r\n", 1650000000},
+        {"Received: from a by b; Tue, 5 Mar 2024 10:00:00 +0000\r\nDate: never\r\n", 1709632800},
+    };
+    for (const auto& [headers, seconds] : rows) {
         auto [r, text] = make(message(headers, "x"), "a.eml", 1650000000.0);
-        EXPECT_EQ(r.date, dateFromUnix(1650000000)) << headers;
+        EXPECT_EQ(r.date, dateFromUnix(seconds)) << headers;
     }
 }
 
