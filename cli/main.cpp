@@ -21,8 +21,8 @@ std::optional<std::string> unknownCommand(const CLI::App& app, int argc, char** 
         if (word == "--")
             return std::nullopt;
         if (word.starts_with("-")) {
-            // Only the top level has an option that takes a separate value.
-            if (level == &app && word == "--vault")
+            // The one option taken anywhere before the command words that has a value.
+            if (word == "--vault")
                 ++i;
             continue;
         }
@@ -45,6 +45,8 @@ std::optional<std::string> unknownCommand(const CLI::App& app, int argc, char** 
 int main(int argc, char** argv) {
     CLI::App app{"Quernstead: a permanent, offline copy of your mail", "quernstead-cli"};
     app.require_subcommand(1);
+    // `backup --quiet` as well as `--quiet backup`: both are written in crontabs.
+    app.fallthrough();
     app.set_version_flag("--version", "quernstead-cli " QS_VERSION);
     std::string vault;
     app.add_option("--vault", vault,
