@@ -199,7 +199,7 @@ int ledger(AppStore& store) {
                   << "\n";
         if (auto problem = store.backupProblems().find(account.label);
             problem != store.backupProblems().end()) {
-            std::cout << "  ⚠ " << problem->second.title << ". " << problem->second.advice << "\n";
+            std::cout << "  ⚠ " << CLIWords::forTerminal(problem->second.text()) << "\n";
         }
         AccountSyncState sync = store.layout().loadSync(account);
         for (const std::string& name : account.folders) {
