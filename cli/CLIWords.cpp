@@ -10,7 +10,7 @@ namespace qs::cli::CLIWords {
 namespace {
 
 // Longest first where one holds another.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 6> replacements{{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 7> replacements{{
     {"Choose a folder you own in Settings › General.", "Choose a folder you own with --vault DIR."},
     {"(or choose another vault folder in Settings)",
      "(or choose another vault folder with --vault)"},
@@ -23,6 +23,9 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 6> replaceme
      "Run “quernstead-cli account add” again with the same user and server; it updates the "
      "account."},
     {"(or use the button below)", "(or open the address below)"},
+    {"or give the account a password command.",
+     "or give the account a password command with “quernstead-cli account edit NAME "
+     "--password-command …” (see “Scheduled backups” in the README)."},
 }};
 
 } // namespace
