@@ -1,13 +1,14 @@
-// account add / list / remove.
+// account list / remove / folders / edit.
+#include "CLIWords.h"
 #include "Commands.h"
 #include "FolderChoice.h"
 #include "Terminal.h"
 
 #include "imap/IMAPClient.h"
+#include "model/Credentials.h"
 #include "model/Fmt.h"
-#include "model/FriendlyError.h"
-#include "model/ProviderPreset.h"
-#include "support/UUID.h"
+#include "model/PasswordCommand.h"
+#include "model/VaultFiles.h"
 
 #include <QLocale>
 #include <algorithm>
@@ -18,15 +19,15 @@ namespace qs::cli {
 
 namespace {
 
-/// How long sign-in may stay silent before it counts as a time-out, as in the window.
-constexpr std::chrono::seconds signInTimeout{30};
+/// How long a folder listing may stay silent before it counts as a time-out.
+constexpr std::chrono::seconds listTimeout{30};
 
-std::string displayNameOf(const MailAccount& account, const std::string& name) {
-    for (const IMAPMailbox& mailbox : account.knownFolders) {
-        if (mailbox.name == name)
-            return mailbox.displayName;
-    }
-    return name;
+void printFolders(const MailAccount& account) {
+    std::cout << account.label << " · " << account.folders.size() << " of "
+              << plural(int64_t(account.knownFolders.size()), "folder") << ":";
+    for (const std::string& name : account.folders)
+        std::cout << " " << displayNameOf(account.knownFolders, name);
+    std::cout << "\n";
 }
 
 } // namespace
@@ -35,100 +36,26 @@ std::string bytes(int64_t count) {
     return QLocale().formattedDataSize(count, 1, QLocale::DataSizeSIFormat).toStdString();
 }
 
+std::string plural(int64_t n, const std::string& noun) {
+    return QLocale().toString(qlonglong(n)).toStdString() + " " + noun + (n == 1 ? "" : "s");
+}
+
+std::string listed(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names)
+        text += (text.empty() ? "" : ", ") + name;
+    return text.empty() ? "none" : text;
+}
+
 std::optional<MailAccount> accountLabelled(const AppStore& store, const std::string& label) {
+    std::vector<std::string> labels;
     for (const MailAccount& account : store.accounts()) {
         if (account.label == label)
             return account;
+        labels.push_back(account.label);
     }
-    std::cerr << "No account named “" << label << "”.\n";
+    std::cerr << "No account named “" << label << "”. The accounts: " << listed(labels) << ".\n";
     return std::nullopt;
-}
-
-int accountAdd(AppStore& store, const AccountAddOptions& options) {
-    const ProviderPreset& preset = ProviderPreset::named(options.provider);
-    const std::string host = options.host.empty() ? preset.host : options.host;
-    if (host.empty()) {
-        std::cerr << "Name the IMAP server with --host, or pick a provider with --provider.\n";
-        return usage;
-    }
-    if (!options.passwordStdin && preset.helpURL) {
-        // The password asked for is an app password, which few people have at hand.
-        std::cerr << "To make an app password for " << preset.name << ":\n";
-        for (size_t i = 0; i < preset.steps.size(); ++i) {
-            std::cerr << "  " << i + 1 << ". " << preset.steps[i] << "\n";
-        }
-        std::cerr << "  " << *preset.helpURL << "\n";
-    }
-    std::optional<std::string> password =
-        options.passwordStdin ? readLine()
-                              : readSecret("Password for " + options.user + " at " + host + ": ");
-    if (password) {
-        password = preset.passwordForUse(*password);
-    }
-    if (!password || password->empty()) {
-        std::cerr << "No password given.\n";
-        return usage;
-    }
-    IMAPServer server{host, options.port, options.plaintextLocal && host == "127.0.0.1"};
-    std::vector<IMAPMailbox> mailboxes;
-    std::cerr << "Signing in to " << host << "…\n";
-    try {
-        IMAPClient client(server, signInTimeout);
-        client.connect();
-        client.login(options.user, *password);
-        mailboxes = client.list();
-        client.logout();
-    } catch (...) {
-        std::cerr << FriendlyError::describe(std::current_exception(), host).text() << "\n";
-        return failed;
-    }
-
-    MailAccount account;
-    account.id = UUID::random();
-    // Without a name: the provider's, or for another server its host name.
-    account.label = !options.label.empty()  ? options.label
-                    : preset.id == "custom" ? host
-                                            : preset.name;
-    account.username = options.user;
-    account.server = server;
-    account.provider = preset.id;
-    account.knownFolders = mailboxes;
-    if (options.folders.empty()) {
-        account.folders = defaultFolders(mailboxes, account.provider);
-    } else {
-        // A folder may be named as the server spells it or as people read it.
-        for (const std::string& wanted : options.folders) {
-            auto found = std::find_if(mailboxes.begin(), mailboxes.end(), [&](const auto& m) {
-                return m.name == wanted || m.displayName == wanted;
-            });
-            if (found == mailboxes.end()) {
-                std::cerr << "The server has no folder named “" << wanted << "”.\n";
-                return failed;
-            }
-            account.folders.push_back(found->name);
-        }
-    }
-    if (account.folders.empty()) {
-        std::cerr << "The server lists no folder to back up.\n";
-        return failed;
-    }
-    try {
-        store.addAccount(account, *password);
-    } catch (...) {
-        auto message = FriendlyError::describe(std::current_exception(), host);
-        std::cerr << "Couldn’t save the password. " << message.advice << "\n";
-        return failed;
-    }
-    std::cout << "Added " << account.label << " · " << account.folders.size() << " of "
-              << mailboxes.size() << " folders:";
-    for (const std::string& name : account.folders) {
-        std::cout << " " << displayNameOf(account, name);
-    }
-    std::cout << "\n";
-    if (preset.note) {
-        std::cout << *preset.note << "\n";
-    }
-    return ok;
 }
 
 int accountList(AppStore& store) {
@@ -140,9 +67,10 @@ int accountList(AppStore& store) {
         std::cout << account.label << "\n  " << account.username << " · " << account.server.host
                   << ":" << account.server.port
                   << (account.server.plaintextLocalDev ? " (unencrypted)" : "") << "\n  folders:";
-        for (const std::string& name : account.folders) {
-            std::cout << " " << displayNameOf(account, name);
-        }
+        for (const std::string& name : account.folders)
+            std::cout << " " << displayNameOf(account.knownFolders, name);
+        if (account.passwordCommand)
+            std::cout << "\n  password from: " << *account.passwordCommand;
         std::cout << "\n  "
                   << (account.lastBackup ? "checked " + Fmt::ago(*account.lastBackup).toStdString()
                                          : std::string("never backed up"))
@@ -158,6 +86,80 @@ int accountRemove(AppStore& store, const std::string& label) {
     store.removeAccount(*account);
     if (store.toast())
         std::cout << store.toast()->text.toStdString() << "\n";
+    return ok;
+}
+
+int accountFolders(AppStore& store, const std::string& label) {
+    auto account = accountLabelled(store, label);
+    if (!account)
+        return failed;
+    const std::string& host = account->server.host;
+    try {
+        auto password = Credentials::password(*account);
+        if (!password) {
+            CLIWords::report({"No saved password", "Remove the account and add it again with a "
+                                                   "fresh app-specific password."});
+            return failed;
+        }
+        notes() << "Signing in to " << host << "…\n";
+        IMAPClient client(account->server, listTimeout);
+        client.connect();
+        client.login(account->username, *password);
+        account->knownFolders = client.list();
+        client.logout();
+    } catch (...) {
+        CLIWords::report(CLIWords::describe(std::current_exception(), host));
+        return failed;
+    }
+    // What the server lists now is what `edit --folder` chooses from.
+    store.updateAccount(*account);
+    for (const IMAPMailbox& mailbox : account->knownFolders) {
+        bool chosen = std::ranges::find(account->folders, mailbox.name) != account->folders.end();
+        auto role = mailboxRole(mailbox);
+        std::cout << (chosen ? "✓ " : "  ") << mailbox.displayName << (role ? " · " + *role : "")
+                  << "\n";
+    }
+    std::cout << account->folders.size() << " of "
+              << plural(int64_t(account->knownFolders.size()), "folder") << " chosen\n";
+    return ok;
+}
+
+int accountEdit(AppStore& store, const std::string& label, const AccountEditOptions& options) {
+    auto account = accountLabelled(store, label);
+    if (!account)
+        return failed;
+    if (!options.folders.empty()) {
+        auto chosen = chooseFolders(account->knownFolders, options.folders);
+        if (!chosen)
+            return failed;
+        account->folders = std::move(*chosen);
+    }
+    if (options.passwordCommand) {
+        // Tried now, so that a command that can't give the password isn't found out by the
+        // next scheduled backup.
+        try {
+            PasswordCommand::run(*options.passwordCommand);
+        } catch (...) {
+            CLIWords::report(CLIWords::describe(std::current_exception(), account->server.host));
+            return failed;
+        }
+        account->passwordCommand = options.passwordCommand;
+    }
+    auto next = store.accounts();
+    std::ranges::replace_if(
+        next, [&](const MailAccount& a) { return a.id == account->id; }, *account);
+    try {
+        VaultFiles::writeAccounts(store.layout(), next);
+    } catch (...) {
+        CLIWords::report(CLIWords::describe(std::current_exception()));
+        return failed;
+    }
+    store.updateAccount(*account);
+    if (options.passwordCommand) {
+        // The command takes the place of a stored password, which would only go stale.
+        Credentials::remove(*account);
+    }
+    printFolders(*account);
     return ok;
 }
 

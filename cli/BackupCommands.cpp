@@ -1,4 +1,5 @@
 // backup, import, reindex and ledger: the commands that fill the vault and tell how far it is.
+#include "CLIWords.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Terminal.h"
@@ -11,6 +12,7 @@
 #include <QElapsedTimer>
 #include <QLocale>
 #include <iostream>
+#include <map>
 
 namespace qs::cli {
 
@@ -29,8 +31,12 @@ public:
     void update(const BackupProgress& progress) {
         if (progress.phase.empty())
             return;
+        saved_ += static_cast<int64_t>(progress.newFiles.size());
         std::string key = progress.account + " › " + progress.folder;
         if (key != key_) {
+            // The run moves on only from a folder it finished.
+            if (progress.account == last_.account && progress.completed.contains(last_.mailbox))
+                last_.phase = BackupProgress::done;
             finishLine();
             key_ = key;
             clock_.start();
@@ -50,6 +56,12 @@ public:
         key_.clear();
     }
 
+    /// Messages filed in this run so far, by the reports.
+    int64_t saved() const { return saved_; }
+
+    /// Whether no batch is being fetched: nothing in flight would be lost by stopping now.
+    bool betweenBatches() const { return last_.phase != BackupProgress::downloading; }
+
 private:
     std::string describe(const BackupProgress& p) const {
         std::string line = p.account + " › " + p.folder + " · " + p.phase;
@@ -67,6 +79,7 @@ private:
     }
 
     bool live_;
+    int64_t saved_ = 0;
     std::string key_;
     BackupProgress last_;
     QElapsedTimer clock_;
@@ -91,14 +104,30 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
     }
     BackupDisplay display(stdoutIsTerminal());
     Interrupt interrupt;
+    bool stopping = false;
     bool stopped = false;
+    auto stopNow = [&] {
+        if (!stopped) {
+            stopped = true;
+            store.stopBackup();
+        }
+    };
     QObject::connect(&interrupt, &Interrupt::interrupted, &store, [&] {
-        stopped = true;
-        std::cerr << "\nStopping after the current batch…\n";
-        store.stopBackup();
+        stopping = true;
+        notes() << "\nStopping after the current batch…\n";
+        if (display.betweenBatches())
+            stopNow();
     });
-    auto watch = QObject::connect(&store, &AppStore::backupChanged, &store,
-                                  [&] { display.update(store.backup().progress); });
+    int64_t reported = 0;
+    auto watch = QObject::connect(&store, &AppStore::backupChanged, &store, [&] {
+        const BackupProgress& progress = store.backup().progress;
+        display.update(progress);
+        // A report with new files comes once a batch is on the disk and its state saved; a
+        // stop asked for now costs only the batch that has just begun.
+        if (stopping && (display.saved() > reported || display.betweenBatches()))
+            stopNow();
+        reported = display.saved();
+    });
     runUntil(&store, &AppStore::backupFinished, [&] { store.backUpNow(only); });
     QObject::disconnect(watch);
     display.finishLine();
@@ -107,13 +136,28 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
     if (store.indexing())
         runUntil(&store, &AppStore::scanFinished, [] {});
 
-    const BackupStatus& status = store.backup();
-    if (status.lastMessage)
-        std::cout << *status.lastMessage << "\n";
-    for (const auto& [account, problem] : store.backupProblems()) {
-        std::cerr << account << ": " << problem.title << ". " << problem.advice << "\n";
+    std::map<std::string, FriendlyError::Message> problems;
+    for (const MailAccount& account : only ? std::vector{*only} : store.accounts()) {
+        if (auto found = store.backupProblems().find(account.label);
+            found != store.backupProblems().end())
+            problems.insert(*found);
     }
-    return stopped || !store.backupProblems().empty() ? failed : ok;
+    if (stopped || stopping) {
+        std::cout << "Stopped — " << plural(display.saved(), "new message")
+                  << " saved; the next backup goes on from there.\n";
+    } else if (!problems.empty()) {
+        // Never "everything was already in the vault" when an account wasn't looked at.
+        std::cout
+            << BackupStatus::attentionMessage(static_cast<int>(problems.size())).toStdString();
+        if (display.saved() > 0)
+            std::cout << " · " << plural(display.saved(), "new message") << " saved";
+        std::cout << "\n";
+    } else if (store.backup().lastMessage) {
+        std::cout << *store.backup().lastMessage << "\n";
+    }
+    for (const auto& [account, problem] : problems)
+        CLIWords::report(problem, account + ": ");
+    return stopping || !problems.empty() ? failed : ok;
 }
 
 int importFiles(AppStore& store, const std::vector<std::string>& files) {
@@ -162,7 +206,7 @@ int ledger(AppStore& store) {
                   << "\n";
         if (auto problem = store.backupProblems().find(account.label);
             problem != store.backupProblems().end()) {
-            std::cout << "  ⚠ " << problem->second.title << ". " << problem->second.advice << "\n";
+            std::cout << "  ⚠ " << CLIWords::forTerminal(problem->second.text()) << "\n";
         }
         AccountSyncState sync = store.layout().loadSync(account);
         for (const std::string& name : account.folders) {

@@ -24,10 +24,6 @@ std::string isoDate(Date date) {
     return ISODate::format(date);
 }
 
-std::string plural(int64_t n, const std::string& noun) {
-    return QLocale().toString(n).toStdString() + " " + noun + (n == 1 ? "" : "s");
-}
-
 nlohmann::json recordJSON(const MessageRecord& r) {
     return {{"date", isoDate(r.date)},
             {"fromName", r.fromName},
@@ -71,7 +67,69 @@ std::string trustWords(SenderTrust trust) {
     return "not checked";
 }
 
+std::string copyKind(CopyStatus::Kind kind) {
+    switch (kind) {
+    case CopyStatus::Kind::verified:
+        return "verified";
+    case CopyStatus::Kind::differs:
+        return "differs";
+    case CopyStatus::Kind::imported:
+        return "imported";
+    case CopyStatus::Kind::saved:
+        return "saved";
+    }
+    return "saved";
+}
+
+/// The account of the vault that `name` means: a configured account's label, or an account
+/// folder of the vault as `list` prints it. Nothing (and the known names on standard error)
+/// when there is none.
+std::optional<std::string> vaultAccount(const AppStore& store, const std::string& name) {
+    for (const MailAccount& account : store.accounts()) {
+        if (account.label == name)
+            return account.directoryName();
+    }
+    std::vector<std::string> names = store.archiveAccounts();
+    if (std::ranges::find(names, name) != names.end())
+        return name;
+    std::cerr << "No account named “" << name << "” in the vault. The accounts: " << listed(names)
+              << ".\n";
+    return std::nullopt;
+}
+
+/// The first word that reads as an operator of another search syntax, which this search
+/// would otherwise take as a word to find.
+std::optional<std::string> operatorWord(const std::vector<std::string>& words) {
+    static const std::vector<std::string> fields{"from",   "to",      "cc",   "subject", "before",
+                                                 "after",  "has",     "in",   "is",      "date",
+                                                 "folder", "account", "label"};
+    for (const std::string& word : words) {
+        if (word == "OR" || word == "AND" || word == "NOT" || word.starts_with("-") ||
+            word.find('"') != std::string::npos || word.find('*') != std::string::npos)
+            return word;
+        auto colon = word.find(':');
+        if (colon != std::string::npos &&
+            std::ranges::find(fields, word.substr(0, colon)) != fields.end())
+            return word;
+    }
+    return std::nullopt;
+}
+
 } // namespace
+
+int search(AppStore& store, const std::vector<std::string>& words, ListOptions options) {
+    if (auto word = operatorWord(words)) {
+        std::cerr << "“" << *word
+                  << "” looks like a search operator, and there are none: every word must match "
+                     "as the start of a word, case and accents ignored. Leave it out.\n";
+        return usage;
+    }
+    std::string query;
+    for (const std::string& word : words)
+        query += (query.empty() ? "" : " ") + word;
+    options.query = query;
+    return list(store, options);
+}
 
 int list(AppStore& store, const ListOptions& options) {
     SidebarItem item = SidebarItem::everything();
@@ -83,21 +141,25 @@ int list(AppStore& store, const ListOptions& options) {
             return usage;
         }
         item = SidebarItem::ofSmart(*filter);
-    } else if (options.account && options.folder) {
-        item = SidebarItem::ofFolder(*options.account, *options.folder);
-    } else if (options.account) {
-        item = SidebarItem::ofAccount(*options.account);
-    } else if (options.folder) {
+    } else if (options.folder && !options.account) {
         std::cerr << "--folder needs --account.\n";
         return usage;
     }
     loadArchive(store);
+    if (options.account && !options.filter) {
+        auto account = vaultAccount(store, *options.account);
+        if (!account)
+            return failed;
+        item = options.folder ? SidebarItem::ofFolder(*account, *options.folder)
+                              : SidebarItem::ofAccount(*account);
+    }
     store.setSidebar(item);
     store.setQuery(options.query.value_or(""));
 
     std::vector<RecordRef> shown = store.visible();
     std::stable_sort(shown.begin(), shown.end(),
                      [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
+    size_t found = shown.size();
     if (options.limit > 0 && shown.size() > options.limit)
         shown.resize(options.limit);
     if (options.json) {
@@ -112,7 +174,9 @@ int list(AppStore& store, const ListOptions& options) {
                   << (r->subject.empty() ? "(no subject)" : terminalText(r->subject)) << "\n    "
                   << terminalText(r->path) << "\n";
     }
-    std::cout << plural(static_cast<int64_t>(shown.size()), "message") << "\n";
+    if (shown.size() < found)
+        std::cout << shown.size() << " of ";
+    std::cout << plural(static_cast<int64_t>(found), "message") << "\n";
     return ok;
 }
 
@@ -173,7 +237,7 @@ int show(AppStore& store, const std::string& given, bool json) {
                 {{"shownDomain", w.shownDomain}, {"actualHost", w.actualHost}, {"href", w.href}});
         }
         out["linkWarnings"] = links;
-        out["copy"] = {{"symbol", m.copy.symbol().toStdString()},
+        out["copy"] = {{"status", copyKind(m.copy.kind)},
                        {"help", m.copy.helpText().toStdString()}};
         nlohmann::json files = nlohmann::json::array();
         for (const MailAttachment& a : p.fileAttachments()) {

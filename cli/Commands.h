@@ -22,6 +22,13 @@ struct AccountAddOptions {
     std::vector<std::string> folders;
     bool plaintextLocal = false;
     bool passwordStdin = false;
+    /// Run for the password at every sign-in instead of storing one.
+    std::optional<std::string> passwordCommand;
+};
+
+struct AccountEditOptions {
+    std::vector<std::string> folders; ///< empty: unchanged
+    std::optional<std::string> passwordCommand;
 };
 
 struct ListOptions {
@@ -44,19 +51,28 @@ struct FreeUpOptions {
 int accountAdd(AppStore& store, const AccountAddOptions& options);
 int accountList(AppStore& store);
 int accountRemove(AppStore& store, const std::string& label);
+int accountFolders(AppStore& store, const std::string& label);
+int accountEdit(AppStore& store, const std::string& label, const AccountEditOptions& options);
 int backup(AppStore& store, const std::optional<std::string>& label);
 int importFiles(AppStore& store, const std::vector<std::string>& files);
 int reindex(AppStore& store);
 int list(AppStore& store, const ListOptions& options);
+/// Refuses words that look like operators the search doesn't have, then lists the matches.
+int search(AppStore& store, const std::vector<std::string>& words, ListOptions options);
 int show(AppStore& store, const std::string& path, bool json);
 int ledger(AppStore& store);
 int freeUp(AppStore& store, const FreeUpOptions& options);
 
 /// Reads the vault's records (a scan of the index and the files), quietly.
 void loadArchive(AppStore& store);
-/// The account with this label, or nothing (and a line on standard error).
+/// The account with this label, or nothing (and a line on standard error naming the known
+/// ones).
 std::optional<MailAccount> accountLabelled(const AppStore& store, const std::string& label);
 /// Bytes as people read them ("1.2 MB").
 std::string bytes(int64_t count);
+/// "{n} {noun}", with an "s" unless n is exactly 1, the count in the locale's grouping.
+std::string plural(int64_t n, const std::string& noun);
+/// The names in `names`, joined by ", ", or "none".
+std::string listed(const std::vector<std::string>& names);
 
 } // namespace qs::cli

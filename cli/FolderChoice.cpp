@@ -1,6 +1,8 @@
 #include "FolderChoice.h"
 
 #include <QString>
+#include <algorithm>
+#include <iostream>
 
 namespace qs::cli {
 
@@ -38,6 +40,49 @@ std::vector<std::string> defaultFolders(const std::vector<IMAPMailbox>& mailboxe
         }
     }
     return chosen;
+}
+
+const IMAPMailbox* findFolder(const std::vector<IMAPMailbox>& mailboxes, std::string_view wanted) {
+    bool inbox =
+        QString::fromUtf8(wanted.data(), static_cast<qsizetype>(wanted.size())).toUpper() ==
+        "INBOX";
+    for (const IMAPMailbox& mailbox : mailboxes) {
+        if (mailbox.name == wanted || (inbox && mailboxRole(mailbox) == "inbox"))
+            return &mailbox;
+    }
+    // Display names second: a folder whose display name is another's wire name is rare, and
+    // the wire name is the exact one.
+    for (const IMAPMailbox& mailbox : mailboxes) {
+        if (mailbox.displayName == wanted)
+            return &mailbox;
+    }
+    return nullptr;
+}
+
+std::optional<std::vector<std::string>> chooseFolders(const std::vector<IMAPMailbox>& mailboxes,
+                                                      const std::vector<std::string>& wanted) {
+    std::vector<std::string> names;
+    for (const std::string& name : wanted) {
+        const IMAPMailbox* found = findFolder(mailboxes, name);
+        if (!found) {
+            std::cerr << "The server has no folder named “" << name << "”. Its folders:";
+            for (const IMAPMailbox& mailbox : mailboxes)
+                std::cerr << (&mailbox == &mailboxes.front() ? " " : ", ") << mailbox.displayName;
+            std::cerr << "\n";
+            return std::nullopt;
+        }
+        if (std::find(names.begin(), names.end(), found->name) == names.end())
+            names.push_back(found->name);
+    }
+    return names;
+}
+
+std::string displayNameOf(const std::vector<IMAPMailbox>& mailboxes, const std::string& name) {
+    for (const IMAPMailbox& mailbox : mailboxes) {
+        if (mailbox.name == name)
+            return mailbox.displayName;
+    }
+    return name;
 }
 
 } // namespace qs::cli

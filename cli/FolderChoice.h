@@ -20,4 +20,16 @@ std::optional<std::string> mailboxRole(const IMAPMailbox& mailbox);
 std::vector<std::string> defaultFolders(const std::vector<IMAPMailbox>& mailboxes,
                                         std::string_view provider);
 
+/// The mailbox a person means by `wanted`: its name as the server spells it (modified UTF-7),
+/// its display name as the CLI prints it, or, for the inbox, "INBOX" in any case. Pure.
+const IMAPMailbox* findFolder(const std::vector<IMAPMailbox>& mailboxes, std::string_view wanted);
+
+/// Finds every name of `wanted` in `mailboxes`; on the first unknown one, writes it with the
+/// valid display names on standard error and gives nothing. Names as the server spells them.
+std::optional<std::vector<std::string>> chooseFolders(const std::vector<IMAPMailbox>& mailboxes,
+                                                      const std::vector<std::string>& wanted);
+
+/// The display name of the mailbox named `name`, or `name` itself when it isn't among them.
+std::string displayNameOf(const std::vector<IMAPMailbox>& mailboxes, const std::string& name);
+
 } // namespace qs::cli

@@ -1,5 +1,7 @@
 // free-up: survey, verify, confirm by the typed phrase, release.
+#include "CLIWords.h"
 #include "Commands.h"
+#include "FolderChoice.h"
 #include "Interrupt.h"
 #include "Terminal.h"
 #include "Wait.h"
@@ -46,6 +48,15 @@ int freeUp(AppStore& store, const FreeUpOptions& options) {
         std::cerr << "--before wants a date as YYYY-MM-DD.\n";
         return usage;
     }
+    const IMAPMailbox* mailbox = findFolder(account->knownFolders, options.mailbox);
+    if (!mailbox) {
+        std::vector<std::string> names;
+        for (const IMAPMailbox& known : account->knownFolders)
+            names.push_back(known.displayName);
+        std::cerr << account->label << " has no folder named “" << options.mailbox
+                  << "”. Its folders: " << listed(names) << ".\n";
+        return failed;
+    }
     bool live = stdoutIsTerminal();
     CleanupModel& cleanup = store.cleanup();
     Interrupt interrupt;
@@ -55,19 +66,18 @@ int freeUp(AppStore& store, const FreeUpOptions& options) {
         store.cancelCleanup();
     });
 
-    store.checkCleanup(*account, options.mailbox, *before);
+    store.checkCleanup(*account, mailbox->name, *before);
     waitWhileBusy(store, live);
     if (cleanup.error() || !cleanup.plan() || stopped) {
-        auto error =
-            cleanup.error().value_or(FriendlyError::Message{"Stopped", "Nothing was released."});
-        std::cerr << error.title << ". " << error.advice << "\n";
+        CLIWords::report(
+            cleanup.error().value_or(FriendlyError::Message{"Stopped", "Nothing was released."}));
         return failed;
     }
     const CleanupPlan& plan = *cleanup.plan();
     auto verified = plan.verified();
     auto kept = plan.unverified();
-    std::cout << plan.items.size() << " messages in " << plan.displayName << " before "
-              << options.before << " · " << verified.size() << " verified\n";
+    std::cout << plural(int64_t(plan.items.size()), "message") << " in " << plan.displayName
+              << " before " << options.before << " · " << verified.size() << " verified\n";
     if (!kept.empty()) {
         std::cout << "Kept on the server:\n";
         for (const CleanupItem& item : kept) {
@@ -80,9 +90,10 @@ int freeUp(AppStore& store, const FreeUpOptions& options) {
         return ok;
     }
     std::string phrase = "RELEASE " + std::to_string(verified.size());
-    std::cout << "Releasing permanently deletes these " << verified.size()
-              << " messages from the server (your provider may keep them in Trash for a "
-                 "while). Type "
+    std::cout << "Releasing permanently deletes "
+              << (verified.size() == 1 ? std::string("this message")
+                                       : "these " + plural(int64_t(verified.size()), "message"))
+              << " from the server (your provider may keep them in Trash for a while). Type "
               << phrase << " to confirm.\n";
     std::optional<std::string> typed = options.confirm;
     if (!typed) {
@@ -100,7 +111,7 @@ int freeUp(AppStore& store, const FreeUpOptions& options) {
     if (cleanup.result())
         std::cout << *cleanup.result() << "\n";
     if (cleanup.error()) {
-        std::cerr << cleanup.error()->title << ". " << cleanup.error()->advice << "\n";
+        CLIWords::report(*cleanup.error());
         return failed;
     }
     return cleanup.stage() == CleanupStage::done ? ok : failed;

@@ -10,11 +10,11 @@ namespace {
 
 int pipeEnds[2] = {-1, -1};
 
-void onSignal(int) {
+void onSignal(int signal) {
     char byte = 1;
     [[maybe_unused]] auto written = ::write(pipeEnds[1], &byte, 1);
-    // The next Ctrl-C is not caught: someone who presses it twice wants out now.
-    std::signal(SIGINT, SIG_DFL);
+    // The same signal a second time is not caught: someone who asks twice wants out now.
+    std::signal(signal, SIG_DFL);
 }
 
 } // namespace
@@ -34,10 +34,13 @@ Interrupt::Interrupt(QObject* parent) : QObject(parent) {
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     ::sigaction(SIGINT, &action, nullptr);
+    // What `systemctl stop` and `kill` send: a scheduled backup stops as Ctrl-C stops it.
+    ::sigaction(SIGTERM, &action, nullptr);
 }
 
 Interrupt::~Interrupt() {
     std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     for (int& end : pipeEnds) {
         if (end >= 0)
             ::close(end);

@@ -5,9 +5,9 @@
 
 namespace qs::cli {
 
-/// Turns SIGINT into a Qt signal on the main thread: the handler only writes a byte to a pipe
-/// (all it may safely do), and a socket notifier reads it in the event loop. A second Ctrl-C
-/// while the first is being handled ends the program the usual way.
+/// Turns SIGINT and SIGTERM into a Qt signal on the main thread: the handler only writes a
+/// byte to a pipe (all it may safely do), and a socket notifier reads it in the event loop. A
+/// second one of the same while the first is being handled ends the program the usual way.
 class Interrupt : public QObject {
     Q_OBJECT
 public:

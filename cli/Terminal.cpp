@@ -6,6 +6,24 @@
 
 namespace qs::cli {
 
+namespace {
+
+bool quiet = false;
+
+// A stream without a buffer swallows what it is given.
+std::ostream nowhere(nullptr);
+
+} // namespace
+
+void beQuiet() {
+    quiet = true;
+    std::cout.rdbuf(nullptr);
+}
+
+std::ostream& notes() {
+    return quiet ? nowhere : std::cerr;
+}
+
 bool stdoutIsTerminal() {
     return ::isatty(STDOUT_FILENO) == 1;
 }

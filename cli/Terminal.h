@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 
@@ -7,6 +8,14 @@ namespace qs::cli {
 
 /// Whether standard output goes to a terminal (live progress) or elsewhere (one line a step).
 bool stdoutIsTerminal();
+
+/// Errors only from here on (--quiet, for cron): standard output is dropped, and so are the
+/// notes below. Errors and prompts still reach standard error.
+void beQuiet();
+
+/// Where passing notes go that aren't results ("Signing in…", "Stopping…"): standard error,
+/// or nowhere when quiet.
+std::ostream& notes();
 
 /// Reads one line from standard input without its line end; nothing at end of input.
 std::optional<std::string> readLine();

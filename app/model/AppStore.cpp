@@ -1,6 +1,7 @@
 #include "model/AppStore.h"
 
 #include "model/Credentials.h"
+#include "model/KeychainError.h"
 #include "model/VaultFiles.h"
 #include "model/VaultRoot.h"
 
@@ -47,11 +48,42 @@ void AppStore::saveAccounts() {
 }
 
 void AppStore::addAccount(const MailAccount& account, const std::string& password) {
-    Credentials::save(password, account);
-    std::erase_if(accounts_, [&](const MailAccount& a) { return a.id == account.id; });
-    accounts_.push_back(account);
+    std::optional<std::string> previous;
+    if (!account.passwordCommand) {
+        // Kept to put back if the vault refuses the account: a replaced password must not be
+        // lost along with the change.
+        try {
+            previous = Credentials::password(account);
+        } catch (const KeychainError&) {
+            // The save below fails alike and says so.
+        }
+        Credentials::save(password, account);
+    }
+    auto next = accounts_;
+    std::erase_if(next, [&](const MailAccount& a) { return a.id == account.id; });
+    next.push_back(account);
+    try {
+        VaultFiles::writeAccounts(layout_, next);
+    } catch (const std::system_error&) {
+        if (!account.passwordCommand) {
+            // No password is left behind for an account the vault doesn't hold.
+            if (previous) {
+                try {
+                    Credentials::save(*previous, account);
+                } catch (...) {
+                }
+            } else {
+                Credentials::remove(account);
+            }
+        }
+        throw;
+    }
+    if (account.passwordCommand) {
+        // The command takes the place of a stored password, which would only go stale.
+        Credentials::remove(account);
+    }
+    accounts_ = std::move(next);
     expandedAccounts_.insert(account.directoryName());
-    saveAccounts();
     emit accountsChanged();
     emit expandedAccountsChanged();
 }

@@ -108,9 +108,12 @@ public:
     /// right until the next launch.
     void saveAccounts();
 
-    /// Stores the password, then adds the account (last; an account with the same id is
-    /// replaced and moves to the end), unfolds it in the sidebar and saves. Throws the
-    /// password store's error (KeychainError, std::system_error) and then changes nothing.
+    /// Stores the password (none for an account with a password command, whose stored one is
+    /// removed), then adds the account (last; an account with the same id is replaced and
+    /// moves to the end), saves and unfolds it in the sidebar. Throws the password store's
+    /// error (KeychainError, std::system_error), or the vault's when the accounts file can't
+    /// be written (std::system_error), and then changes nothing: the password stored for it
+    /// is taken back (or the one it replaced put back).
     void addAccount(const MailAccount& account, const std::string& password);
 
     /// Replaces the account with the same id and saves; does nothing for an unknown id.

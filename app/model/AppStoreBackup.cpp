@@ -86,17 +86,20 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                 s.backup_.accountIndex = static_cast<int>(index);
                 emit s.backupChanged();
             });
-            auto password = Credentials::password(account);
-            if (!password) {
-                ++failures;
-                MainThread::post(store, [label = account.label](AppStore& s) {
-                    s.setBackupProblem(label, {"No saved password",
-                                               "Remove the account and add it again with a fresh "
-                                               "app-specific password."});
-                });
-                continue;
-            }
             try {
+                // Inside the try: a keyring that can't be reached or a failing password
+                // command is worded like any other failure, and isn't "no saved password".
+                auto password = Credentials::password(account);
+                if (!password) {
+                    ++failures;
+                    MainThread::post(store, [label = account.label](AppStore& s) {
+                        s.setBackupProblem(label,
+                                           {"No saved password",
+                                            "Remove the account and add it again with a fresh "
+                                            "app-specific password."});
+                    });
+                    continue;
+                }
                 BackupRunner runner(layout, account, *password);
                 auto directory = account.directoryName();
                 auto summary = runner.run(

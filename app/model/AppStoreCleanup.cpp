@@ -38,7 +38,13 @@ void AppStore::resetCleanup() {
 
 void AppStore::checkCleanup(const MailAccount& account, const std::string& mailbox, Date before) {
     resetCleanup();
-    auto password = Credentials::password(account);
+    std::optional<std::string> password;
+    try {
+        password = Credentials::password(account);
+    } catch (...) {
+        cleanup_->setError(FriendlyError::describe(std::current_exception(), account.server.host));
+        return;
+    }
     if (!password) {
         cleanup_->setError(FriendlyError::Message{"No saved password for " + account.label,
                                                   "Remove the account and add it again."});
@@ -113,7 +119,13 @@ void AppStore::runCleanup(const MailAccount& account) {
     if (!cleanup_->plan()) {
         return;
     }
-    auto password = Credentials::password(account);
+    std::optional<std::string> password;
+    try {
+        password = Credentials::password(account);
+    } catch (...) {
+        cleanup_->setError(FriendlyError::describe(std::current_exception(), account.server.host));
+        return;
+    }
     if (!password) {
         return;
     }

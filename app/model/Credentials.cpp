@@ -1,6 +1,7 @@
 #include "model/Credentials.h"
 
 #include "model/Keychain.h"
+#include "model/PasswordCommand.h"
 #include "support/AtomicFile.h"
 #include "support/FileIO.h"
 #include "support/JSON.h"
@@ -93,6 +94,9 @@ void save(std::string_view password, const MailAccount& account) {
 }
 
 std::optional<std::string> password(const MailAccount& account) {
+    if (account.passwordCommand) {
+        return PasswordCommand::run(*account.passwordCommand);
+    }
     if (usesKeychain()) {
         return Keychain::password(account);
     }

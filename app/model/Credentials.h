@@ -33,7 +33,10 @@ bool usesKeychain();
 /// std::system_error.
 void save(std::string_view password, const MailAccount& account);
 
-/// The account's password, if one is stored.
+/// The account's password: the output of its password command when it has one (see
+/// PasswordCommand::run, which throws PasswordCommandError), else the stored one, if any.
+/// Throws KeychainError when the keyring can't be reached: that is not the same as no
+/// password, and the user must hear the difference.
 std::optional<std::string> password(const MailAccount& account);
 
 /// Removes the account's password (of every account with the same user, host and port).

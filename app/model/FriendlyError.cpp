@@ -2,6 +2,8 @@
 
 #include "cleanup/CleanupError.h"
 #include "imap/IMAPError.h"
+#include "model/KeychainError.h"
+#include "model/PasswordCommandError.h"
 #include "support/Cancellation.h"
 
 #include <algorithm>
@@ -130,6 +132,7 @@ Message file(const std::system_error& error) {
         case EACCES:
         case EPERM:
         case EROFS:
+        case ENOTDIR: // a file stands where the vault or one of its folders should be
             return {"Quernstead can’t write to the vault folder",
                     "Choose a folder you own in Settings › General."};
         default:
@@ -157,6 +160,17 @@ Message describe(const std::exception_ptr& error, const std::optional<std::strin
         return {"Nothing more was changed", e.description()};
     } catch (const IMAPError& e) {
         return imap(e, host);
+    } catch (const KeychainError& e) {
+        // Without a desktop session (cron, a systemd timer, SSH) there is no keyring to ask;
+        // that is not a missing password, and adding the account again wouldn't help.
+        return {"The keyring can’t be reached",
+                "Passwords are kept in the desktop’s keyring, which isn’t available here (" +
+                    std::string(e.what()) +
+                    "). Unlock it in a desktop session, or give the account a password command."};
+    } catch (const PasswordCommandError& e) {
+        return {"The password command failed",
+                "“" + e.command() + "” " + e.detail() +
+                    ". Check that it prints the password when run by itself."};
     } catch (const std::system_error& e) {
         return file(e);
     } catch (const std::exception& e) {

@@ -24,10 +24,10 @@ std::ostream& operator<<(std::ostream& out, const Message& message);
 /// Words `error` by its type, and where the system gives only text, by words inside it. The
 /// first rule that fits wins: cancellation ("Stopped"), CleanupError, IMAPError by case (a
 /// failed connection by the words of its text: refused, unknown host, offline, TLS, else its
-/// own text), std::system_error by errno (no space, no permission or a read-only disk), and
-/// anything else as "Something went wrong" with its own text. `host` is the server's name;
-/// without it the sentences say "the server". Pure; never throws. A null `error` reads as
-/// "Something went wrong".
+/// own text), KeychainError (the keyring can't be reached), PasswordCommandError, std::system_error
+/// by errno (no space, no permission or a read-only disk), and anything else as "Something went
+/// wrong" with its own text. `host` is the server's name; without it the sentences say "the
+/// server". Pure; never throws. A null `error` reads as "Something went wrong".
 Message describe(const std::exception_ptr& error, const std::optional<std::string>& host = {});
 
 } // namespace qs::FriendlyError

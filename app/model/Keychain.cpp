@@ -89,10 +89,15 @@ std::optional<std::string> password(const MailAccount& account) {
     GError* error = nullptr;
     gchar* found = secret_password_lookupv_sync(&schema(), q.attributes.get(), nullptr, &error);
     std::unique_ptr<GError, ErrorDeleter> owned(error);
-    if (!found || error) {
+    if (error) {
+        // No item is no error; an error means the store couldn't be asked at all (no session
+        // bus, no keyring service, a locked keyring that can't prompt).
         if (found) {
             secret_password_free(found);
         }
+        throw KeychainError(error->code, error->message ? error->message : "");
+    }
+    if (!found) {
         return std::nullopt;
     }
     std::string result(found);

@@ -25,8 +25,9 @@ inline constexpr std::string_view comment =
 /// label and comment are always current. Throws KeychainError with the store's message.
 void save(std::string_view password, const MailAccount& account);
 
-/// The stored password; nothing when there is none, the store fails, or the secret is not
-/// valid UTF-8.
+/// The stored password; nothing when there is none or the secret is not valid UTF-8. Throws
+/// KeychainError when the store can't be reached, so that a headless machine isn't told that
+/// no password was saved.
 std::optional<std::string> password(const MailAccount& account);
 
 /// Removes the item of the account's address; failures are ignored.

@@ -40,6 +40,11 @@ void saveAccounts(const ArchiveLayout& layout, const std::vector<MailAccount>& a
     writeQuietly(layout, layout.accountsURL(), [&] { return MailAccount::encodeList(accounts); });
 }
 
+void writeAccounts(const ArchiveLayout& layout, const std::vector<MailAccount>& accounts) {
+    layout.ensure();
+    AtomicFile::write(layout.accountsURL(), MailAccount::encodeList(accounts));
+}
+
 std::optional<std::vector<SavedSearch>> loadSavedSearches(const ArchiveLayout& layout) {
     auto text = readText(layout.filtersURL());
     return text ? SavedSearch::decodeList(*text) : std::nullopt;

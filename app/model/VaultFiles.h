@@ -15,6 +15,9 @@ namespace qs::VaultFiles {
 
 std::optional<std::vector<MailAccount>> loadAccounts(const ArchiveLayout& layout);
 void saveAccounts(const ArchiveLayout& layout, const std::vector<MailAccount>& accounts) noexcept;
+/// As saveAccounts, but a failure to make the vault's folders or write the file is thrown
+/// (std::system_error): adding an account must not claim success with nothing saved.
+void writeAccounts(const ArchiveLayout& layout, const std::vector<MailAccount>& accounts);
 
 std::optional<std::vector<SavedSearch>> loadSavedSearches(const ArchiveLayout& layout);
 void saveSavedSearches(const ArchiveLayout& layout,

@@ -43,6 +43,9 @@ void to_json(nlohmann::json& json, const MailAccount& account) {
     if (account.lastBackup) {
         json["lastBackup"] = *account.lastBackup;
     }
+    if (account.passwordCommand) {
+        json["passwordCommand"] = *account.passwordCommand;
+    }
 }
 
 void from_json(const nlohmann::json& json, MailAccount& account) {
@@ -55,6 +58,7 @@ void from_json(const nlohmann::json& json, MailAccount& account) {
     account.folders = required(json, "folders").get<std::vector<std::string>>();
     account.knownFolders = required(json, "knownFolders").get<std::vector<IMAPMailbox>>();
     account.lastBackup = optional<Date>(json, "lastBackup");
+    account.passwordCommand = optional<std::string>(json, "passwordCommand");
 }
 
 std::ostream& operator<<(std::ostream& out, const MailAccount& account) {
@@ -66,6 +70,9 @@ std::ostream& operator<<(std::ostream& out, const MailAccount& account) {
     }
     out << "] known " << account.knownFolders.size() << " lastBackup "
         << (account.lastBackup ? ISODate::format(*account.lastBackup) : std::string("none"));
+    if (account.passwordCommand) {
+        out << " passwordCommand \"" << *account.passwordCommand << "\"";
+    }
     return out << "}";
 }
 
@@ -93,5 +100,6 @@ size_t std::hash<qs::MailAccount>::operator()(const qs::MailAccount& account) co
     hashCombine(seed, account.lastBackup ? std::hash<std::int64_t>()(
                                                account.lastBackup->time_since_epoch().count())
                                          : 0);
+    hashCombine(seed, account.passwordCommand ? text(*account.passwordCommand) : 0);
     return seed;
 }

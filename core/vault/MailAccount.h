@@ -14,8 +14,8 @@
 namespace qs {
 
 /// One configured account, identified by `id`; equal and hashed over all fields.
-/// accounts.json is a JSON array of these; every key is required except "lastBackup", which
-/// is left out while absent.
+/// accounts.json is a JSON array of these; every key is required except "lastBackup" and
+/// "passwordCommand", which are left out while absent.
 struct MailAccount {
     /// Stable identity; names the account's sync file.
     UUID id;
@@ -33,6 +33,9 @@ struct MailAccount {
     std::vector<IMAPMailbox> knownFolders;
     /// When a backup of this account last finished.
     std::optional<Date> lastBackup;
+    /// A program whose first line of output is the password ("pass show mail/work"), for
+    /// machines without a reachable keyring; the password itself is then stored nowhere.
+    std::optional<std::string> passwordCommand;
 
     /// The account's folder in the vault: the label made safe (at most 60 characters and 150
     /// bytes). Never stored; may be empty for a label of nothing but unsafe characters.

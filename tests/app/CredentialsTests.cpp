@@ -1,4 +1,5 @@
 #include "model/Credentials.h"
+#include "model/PasswordCommandError.h"
 
 #include "ScopedEnvironment.h"
 #include "support/FileIO.h"
@@ -119,3 +120,39 @@ TEST(CredentialsFile, AFileThatCantBeWrittenThrowsAndRemoveStaysQuiet) {
 }
 
 } // namespace
+
+// A password command stands in for every store: its first line is the password, its words are
+// split as a shell would but nothing is expanded, and each way it can fail is a typed error
+// that names the command.
+TEST(Credentials, APasswordCommandGivesItsFirstLineOrATypedError) {
+    qs::test::TemporaryDirectory dir;
+    qs::test::ScopedEnvironment environment;
+    environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "c.json").string());
+    qs::Credentials::save("stored", account("Work"));
+    struct Case {
+        const char* command;
+        std::optional<std::string> password; ///< nothing: the detail's start below
+        std::string detail;
+    };
+    const std::vector<Case> cases = {
+        {"printf 'pw one\\r\\nsecond line'", "pw one", ""},
+        {"echo $HOME \"a  b\"", "$HOME a  b", ""},
+        {"false", std::nullopt, "exited with status 1"},
+        {"true", std::nullopt, "printed no password"},
+        {"sh -c 'kill $$'", std::nullopt, "was ended by signal 15"},
+        {"quernstead-no-such-program", std::nullopt, "couldn’t be started: "},
+        {"echo 'unclosed", std::nullopt, "couldn’t be read: "},
+    };
+    for (const auto& c : cases) {
+        auto a = account("Work");
+        a.passwordCommand = c.command;
+        try {
+            EXPECT_EQ(qs::Credentials::password(a), c.password) << c.command;
+            EXPECT_TRUE(c.password) << c.command;
+        } catch (const qs::PasswordCommandError& error) {
+            EXPECT_FALSE(c.password) << c.command << ": " << error.what();
+            EXPECT_EQ(error.command(), c.command);
+            EXPECT_EQ(error.detail().rfind(c.detail, 0), 0u) << c.command << ": " << error.what();
+        }
+    }
+}

@@ -2,6 +2,8 @@
 
 #include "cleanup/CleanupError.h"
 #include "imap/IMAPError.h"
+#include "model/KeychainError.h"
+#include "model/PasswordCommandError.h"
 #include "support/Cancellation.h"
 
 #include <gtest/gtest.h>
@@ -132,6 +134,18 @@ TEST(FriendlyError, EveryRowInOrder) {
          "Choose a folder you own in Settings › General."},
         {"read-only disk", fileError(EROFS), host, "Quernstead can’t write to the vault folder",
          ""},
+        {"a file in the vault's way", fileError(ENOTDIR), host,
+         "Quernstead can’t write to the vault folder", ""},
+        // Passwords: an unreachable keyring is not a missing password.
+        {"no keyring", as(qs::KeychainError(2, "Cannot autolaunch D-Bus without X11 $DISPLAY")),
+         host, "The keyring can’t be reached",
+         "Passwords are kept in the desktop’s keyring, which isn’t available here (Cannot "
+         "autolaunch D-Bus without X11 $DISPLAY). Unlock it in a desktop session, or give the "
+         "account a password command."},
+        {"password command", as(qs::PasswordCommandError("pass show w", "exited with status 1")),
+         host, "The password command failed",
+         "“pass show w” exited with status 1. Check that it prints the password when run by "
+         "itself."},
         {"other file error", fileError(EIO), host, "Something went wrong",
          std::system_error(EIO, std::generic_category(), "write").what()},
         {"anything else", as(std::runtime_error("odd")), host, "Something went wrong", "odd"},

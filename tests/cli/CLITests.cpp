@@ -63,20 +63,47 @@ protected:
         return runProcess(arguments, input);
     }
 
-    /// `quernstead-cli account add` for this test's user, all folders named.
-    ProcessResult addAccount(const std::vector<std::string>& folders) {
-        std::vector<std::string> arguments{"account",         "add",
-                                           "--label",         "Demo",
-                                           "--user",          user_,
-                                           "--host",          "127.0.0.1",
-                                           "--port",          std::to_string(dovecot().imapsPort()),
-                                           "--password-stdin"};
+    /// As `cli`, in the environment of a machine with no desktop session: no display, no
+    /// session bus to find a keyring on, and no credentials file standing in for one.
+    ProcessResult headless(std::vector<std::string> arguments) {
+        arguments.insert(
+            arguments.begin(),
+            {"env", "-u", "QUERNSTEAD_CREDENTIALS_FILE", "-u", "DISPLAY",
+             "DBUS_SESSION_BUS_ADDRESS=unix:path=" + (home_.path() / "no-bus").string(),
+             QS_CLI_PATH, "--vault", vault().string()});
+        return runProcess(arguments);
+    }
+
+    /// The arguments of `account add` for `user` on the test server, without a password.
+    std::vector<std::string> addArguments(const std::string& user, const std::string& label,
+                                          const std::vector<std::string>& folders) const {
+        std::vector<std::string> arguments{
+            "account", "add",    "--label",   label,    "--user",
+            user,      "--host", "127.0.0.1", "--port", std::to_string(dovecot().imapsPort())};
         for (const auto& f : folders)
             arguments.insert(arguments.end(), {"--folder", f});
+        return arguments;
+    }
+
+    /// `quernstead-cli account add` for this test's user, all folders named.
+    ProcessResult addAccount(const std::vector<std::string>& folders,
+                             const std::string& label = "Demo") {
+        auto arguments = addArguments(user_, label, folders);
+        arguments.push_back("--password-stdin");
         return cli(arguments, password_ + "\n");
     }
 
-    fs::path vault() const { return home_.path() / "vault"; }
+    std::vector<MailAccount> accounts() const {
+        return MailAccount::decodeList(FileIO::read(ArchiveLayout{vault()}.accountsURL()))
+            .value_or(std::vector<MailAccount>{});
+    }
+
+    nlohmann::json credentials() const {
+        auto path = home_.path() / "credentials.json";
+        return fs::exists(path) ? nlohmann::json::parse(FileIO::read(path)) : nlohmann::json{};
+    }
+
+    fs::path vault() const { return home_.path() / vaultName_; }
 
     /// Every message file under the vault's account folder, relative to the vault.
     std::vector<std::string> messageFiles() const {
@@ -92,6 +119,7 @@ protected:
     }
 
     std::string user_;
+    std::string vaultName_ = "vault";
     std::string password_ = "secret one";
     TemporaryDirectory home_;
 };
@@ -114,8 +142,12 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
     EXPECT_NE(first.output.find(std::to_string(total) + " new messages saved"), std::string::npos)
         << first.output;
     EXPECT_EQ(messageFiles().size(), total);
-    // Not a terminal: one line per folder, not a redrawn one.
-    EXPECT_NE(first.output.find("Demo › Newsletters"), std::string::npos) << first.output;
+    // Not a terminal: one line per folder, not a redrawn one, and each one's last says so.
+    for (const auto& [folder, n] : counts) {
+        EXPECT_NE(first.output.find("Demo › " + folder + " · Done"), std::string::npos)
+            << folder << "\n"
+            << first.output;
+    }
     EXPECT_EQ(first.output.find('\r'), std::string::npos);
 
     ProcessResult second = cli({"backup"});
@@ -123,6 +155,9 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
     EXPECT_NE(second.output.find("Everything was already in the vault"), std::string::npos)
         << second.output;
     EXPECT_EQ(messageFiles().size(), total);
+    ProcessResult quiet = cli({"--quiet", "backup"});
+    EXPECT_EQ(quiet.exitCode, 0);
+    EXPECT_EQ(quiet.output, "") << "errors only";
 
     ProcessResult found = cli({"search", "Northbank", "--json"});
     ASSERT_EQ(found.exitCode, 0) << found.output;
@@ -139,6 +174,15 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
         }
     }
     ASSERT_FALSE(phishing.empty()) << found.output;
+    // Several words, each a prefix, all required; a limit says how many there were.
+    ProcessResult narrowed = cli({"search", "urgent", "NORTHB", "--json"});
+    ASSERT_EQ(narrowed.exitCode, 0) << narrowed.output;
+    EXPECT_NE(narrowed.output.find(phishing), std::string::npos) << narrowed.output;
+    EXPECT_LT(nlohmann::json::parse(narrowed.output).size(), results.size());
+    ProcessResult limited = cli({"search", "Northbank", "--limit", "1"});
+    EXPECT_NE(limited.output.find("1 of " + std::to_string(results.size()) + " messages"),
+              std::string::npos)
+        << limited.output;
 
     ProcessResult shown = cli({"show", phishing});
     ASSERT_EQ(shown.exitCode, 0) << shown.output;
@@ -155,6 +199,8 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
     EXPECT_EQ(message["trust"], "failed");
     ASSERT_EQ(message["linkWarnings"].size(), 1u);
     EXPECT_EQ(message["linkWarnings"][0]["actualHost"], "login.secure-check.example");
+    EXPECT_EQ(message["copy"],
+              (nlohmann::json{{"status", "verified"}, {"help", message["copy"]["help"]}}));
 
     ProcessResult trackers = cli({"list", "--filter", "trackers", "--json"});
     ASSERT_EQ(trackers.exitCode, 0) << trackers.output;
@@ -294,7 +340,9 @@ Running start(const std::vector<std::string>& argv) {
     return {pid, ends[0]};
 }
 
-TEST_F(CLITest, CtrlCStopsABackupCleanlyAndTheNextRunCompletesIt) {
+// Ctrl-C, and SIGTERM as `systemctl stop` sends it, let the batch in hand reach the disk, say
+// what was saved, and leave a vault that the next run completes without a duplicate.
+TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
     // A small folder first, so its line marks the moment the big one has begun.
     dovecot().createFolder(user_, "A");
     dovecot().deliver(user_, "A", "Subject: first\r\nFrom: a@b.example\r\n\r\nhi\r\n");
@@ -303,41 +351,49 @@ TEST_F(CLITest, CtrlCStopsABackupCleanlyAndTheNextRunCompletesIt) {
         big.push_back(std::move(m.bytes));
     dovecot().createFolder(user_, "B");
     dovecot().deliverAll(user_, "B", big);
-    ASSERT_EQ(addAccount({"A", "B"}).exitCode, 0);
 
-    Running run = start({QS_CLI_PATH, "--vault", vault().string(), "backup"});
-    std::string output;
-    char buffer[4096];
-    bool signalled = false;
-    while (true) {
-        ssize_t got = ::read(run.output, buffer, sizeof buffer);
-        if (got <= 0)
-            break;
-        output.append(buffer, static_cast<size_t>(got));
-        if (!signalled && output.find("Demo › A") != std::string::npos) {
-            ::kill(run.pid, SIGINT);
-            signalled = true;
+    for (int signal : {SIGINT, SIGTERM}) {
+        vaultName_ = "vault-" + std::to_string(signal);
+        ASSERT_EQ(addAccount({"A", "B"}).exitCode, 0);
+        Running run = start({QS_CLI_PATH, "--vault", vault().string(), "backup"});
+        std::string output;
+        char buffer[4096];
+        bool signalled = false;
+        while (true) {
+            ssize_t got = ::read(run.output, buffer, sizeof buffer);
+            if (got <= 0)
+                break;
+            output.append(buffer, static_cast<size_t>(got));
+            if (!signalled && output.find("Demo › A") != std::string::npos) {
+                ::kill(run.pid, signal);
+                signalled = true;
+            }
         }
-    }
-    ::close(run.output);
-    int status = 0;
-    ::waitpid(run.pid, &status, 0);
-    ASSERT_TRUE(signalled) << output;
-    ASSERT_TRUE(WIFEXITED(status)) << "the program ends by itself, not by the signal\n" << output;
-    EXPECT_EQ(WEXITSTATUS(status), 1) << output;
-    EXPECT_NE(output.find("Stopped"), std::string::npos) << output;
-    size_t kept = messageFiles().size();
-    EXPECT_LT(kept, big.size() + 1) << output;
-    for (const std::string& file : messageFiles()) {
-        EXPECT_EQ(fs::path(file).extension(), ".eml") << "no half-written file stays: " << file;
-    }
+        ::close(run.output);
+        int status = 0;
+        ::waitpid(run.pid, &status, 0);
+        ASSERT_TRUE(signalled) << output;
+        ASSERT_TRUE(WIFEXITED(status)) << "the program ends by itself, not by the signal\n"
+                                       << output;
+        EXPECT_EQ(WEXITSTATUS(status), 1) << output;
+        EXPECT_NE(output.find("Stopping after the current batch…"), std::string::npos) << output;
+        size_t kept = messageFiles().size();
+        EXPECT_LT(kept, big.size() + 1) << output;
+        EXPECT_NE(output.find("Stopped — " + std::to_string(kept) + " new message"),
+                  std::string::npos)
+            << "what was saved is what is on the disk\n"
+            << output;
+        for (const std::string& file : messageFiles()) {
+            EXPECT_EQ(fs::path(file).extension(), ".eml") << "no half-written file stays: " << file;
+        }
 
-    ProcessResult rest = cli({"backup"});
-    ASSERT_EQ(rest.exitCode, 0) << rest.output;
-    EXPECT_NE(rest.output.find(std::to_string(big.size() + 1 - kept) + " new message"),
-              std::string::npos)
-        << rest.output;
-    EXPECT_EQ(messageFiles().size(), big.size() + 1);
+        ProcessResult rest = cli({"backup"});
+        ASSERT_EQ(rest.exitCode, 0) << rest.output;
+        EXPECT_NE(rest.output.find(std::to_string(big.size() + 1 - kept) + " new message"),
+                  std::string::npos)
+            << rest.output;
+        EXPECT_EQ(messageFiles().size(), big.size() + 1);
+    }
 }
 
 // A provider preset names the account and carries its advice; Gmail's app password may be
@@ -374,28 +430,152 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         int exitCode;
         std::string words;
     };
+    const std::string port = std::to_string(dovecot().imapsPort());
     const std::vector<Case> cases{
-        {{"frobnicate"}, "", 2, ""},
+        {{"--version"}, "", 0, "quernstead-cli "},
+        {{"frobnicate"}, "", 2, "unknown command ‘frobnicate’"},
+        {{"account", "frobnicate"}, "", 2, "unknown command ‘frobnicate’"},
         {{"list", "--filter", "shiny"}, "", 2, "Unknown filter"},
-        {{"account", "add", "--user", user_, "--host", "127.0.0.1", "--port",
-          std::to_string(dovecot().imapsPort()), "--password-stdin"},
+        {{"list", "--account", "Nobody"}, "", 1, "No account named “Nobody” in the vault"},
+        {{"search", "cats", "OR", "dogs"}, "", 2, "“OR” looks like a search operator"},
+        {{"account", "add", "--user", user_, "--host", "127.0.0.1", "--port", port,
+          "--password-stdin"},
          "wrong\n",
          1,
-         ""},
+         "The password wasn’t accepted"},
         {{"account", "add", "--user", user_, "--password-stdin"}, "x\n", 2, "Name the IMAP server"},
         {{"account", "add", "--provider", "aol", "--user", user_, "--host", "127.0.0.1"},
          "",
          2,
          "aol"},
+        // Refused before connecting: nothing listens there.
+        {{"account", "add", "--user", user_, "--host", "localhost", "--port", "1",
+          "--plaintext-local", "--password-stdin"},
+         "x\n",
+         2,
+         "--plaintext-local is only for a test server on 127.0.0.1"},
+        {{"account", "add", "--user", user_, "--host", "127.0.0.1", "--port", port,
+          "--password-command", "false"},
+         "",
+         1,
+         "The password command failed. “false” exited with status 1."},
+        // The test CA is trusted through SSL_CERT_FILE; without it the server is a stranger.
+        {{"env", "-u", "SSL_CERT_FILE", QS_CLI_PATH, "account", "add", "--user", user_, "--host",
+          "127.0.0.1", "--port", port, "--password-stdin"},
+         "x\n",
+         1,
+         "point SSL_CERT_FILE at that authority’s certificate"},
         {{"backup"}, "", 1, "No accounts yet"},
+        {{"account", "remove", "Nobody"}, "", 1, "No account named “Nobody”. The accounts: none."},
         {{"show", "Demo/INBOX/2020/nothing.eml"}, "", 1, "No message at"},
     };
     for (const Case& c : cases) {
-        ProcessResult result = cli(c.arguments, c.input);
+        ProcessResult result =
+            c.arguments[0] == "env" ? runProcess(c.arguments, c.input) : cli(c.arguments, c.input);
         EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments[0] << "\n" << result.output;
         EXPECT_NE(result.output.find(c.words), std::string::npos) << result.output;
     }
-    EXPECT_FALSE(fs::exists(vault() / "accounts.json")) << "a failed sign-in saves nothing";
+    EXPECT_FALSE(fs::exists(vault() / ".quernstead")) << "a failed sign-in saves nothing";
+}
+
+// The same user, server and port is one account: adding it again updates it, so no twin can
+// share (and on removal take) its password. Folders are chosen by the names the CLI prints.
+TEST_F(CLITest, AddingAnAccountAgainUpdatesItAndFoldersGoByTheirShownNames) {
+    dovecot().createFolder(user_, "Archive");
+    dovecot().createFolder(user_, "Reçus");
+    ASSERT_EQ(addAccount({"inbox"}).exitCode, 0);
+    ProcessResult again = addAccount({"Reçus", "Archive"}, "Work");
+    ASSERT_EQ(again.exitCode, 0) << again.output;
+    EXPECT_NE(again.output.find("Updated Work · 2 of "), std::string::npos) << again.output;
+    auto listed = accounts();
+    ASSERT_EQ(listed.size(), 1u);
+    EXPECT_EQ(listed[0].label, "Work");
+    EXPECT_EQ(listed[0].folders, (std::vector<std::string>{"Re&AOc-us", "Archive"}));
+
+    ProcessResult folders = cli({"account", "folders", "Work"});
+    ASSERT_EQ(folders.exitCode, 0) << folders.output;
+    for (const char* line : {"✓ Reçus\n", "✓ Archive\n", "  INBOX · inbox\n", "2 of "}) {
+        EXPECT_NE(folders.output.find(line), std::string::npos) << line << folders.output;
+    }
+
+    struct Case {
+        std::vector<std::string> arguments;
+        int exitCode;
+        std::string words;
+    };
+    const std::vector<Case> cases{
+        {{"account", "edit", "Work", "--folder", "InBox"}, 0, "Work · 1 of "},
+        {{"account", "edit", "Work", "--folder", "Nope"},
+         1,
+         "no folder named “Nope”. Its folders: "},
+        {{"account", "edit", "Demo", "--folder", "INBOX"}, 1, "The accounts: Work."},
+        {{"free-up", "--account", "Work", "--mailbox", "Nope", "--before", "2000-01-01"},
+         1,
+         "Work has no folder named “Nope”"},
+        {{"free-up", "--account", "Work", "--mailbox", "Reçus", "--before", "2000-01-01"},
+         0,
+         "0 messages in Reçus"},
+    };
+    for (const Case& c : cases) {
+        ProcessResult result = cli(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments[3] << "\n" << result.output;
+        EXPECT_NE(result.output.find(c.words), std::string::npos) << result.output;
+    }
+    EXPECT_EQ(accounts().at(0).folders, (std::vector<std::string>{"INBOX"}));
+
+    ASSERT_EQ(cli({"account", "remove", "Work"}).exitCode, 0);
+    EXPECT_TRUE(accounts().empty());
+    EXPECT_TRUE(credentials().empty()) << "no password outlives its account";
+}
+
+// Without a desktop session the keyring can't be reached, which is said as such; a password
+// command serves instead, and keeps the password out of the vault and every store. A vault
+// that can't be written refuses the account and keeps no password for it.
+TEST_F(CLITest, HeadlessRunsTellAnUnreachableKeyringAndUseAPasswordCommand) {
+    dovecot().deliver(user_, "INBOX", "Subject: hi\r\nFrom: a@b.example\r\n\r\nhi\r\n");
+    auto secret = home_.path() / "secret";
+    std::ofstream(secret) << password_ << "\nsecond line\n";
+    auto arguments = addArguments(user_, "Cmd", {"INBOX"});
+    arguments.insert(arguments.end(), {"--password-command", "cat '" + secret.string() + "'"});
+    ProcessResult added = cli(arguments);
+    ASSERT_EQ(added.exitCode, 0) << added.output;
+    EXPECT_TRUE(credentials().empty());
+    EXPECT_EQ(FileIO::read(ArchiveLayout{vault()}.accountsURL()).find(password_),
+              std::string::npos);
+
+    const std::string other = user_ + "k";
+    dovecot().addUser(other, password_);
+    arguments = addArguments(other, "Keyring", {"INBOX"});
+    arguments.push_back("--password-stdin");
+    ASSERT_EQ(cli(arguments, password_ + "\n").exitCode, 0);
+
+    ProcessResult backup = headless({"backup"});
+    EXPECT_EQ(backup.exitCode, 1) << backup.output;
+    for (const char* words :
+         {"Cmd › INBOX · Done", "Backup finished — 1 account needs attention · 1 new message saved",
+          "Keyring: The keyring can’t be reached."}) {
+        EXPECT_NE(backup.output.find(words), std::string::npos) << words << "\n" << backup.output;
+    }
+    EXPECT_EQ(backup.output.find("No saved password"), std::string::npos) << backup.output;
+
+    ProcessResult again = headless({"backup", "--account", "Keyring"});
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_EQ(again.output.find("Everything was already in the vault"), std::string::npos)
+        << "an account that wasn't looked at isn't up to date\n"
+        << again.output;
+
+    // A file where the vault should be: nothing can be written below it.
+    vaultName_ = "not-a-folder";
+    std::ofstream{vault()}.flush();
+    ProcessResult refused = addAccount({"INBOX"});
+    EXPECT_EQ(refused.exitCode, 1) << refused.output;
+    EXPECT_NE(refused.output.find("Quernstead can’t write to the vault folder. Choose a folder "
+                                  "you own with --vault DIR."),
+              std::string::npos)
+        << refused.output;
+    EXPECT_FALSE(
+        credentials().contains(user_ + "@127.0.0.1:" + std::to_string(dovecot().imapsPort())))
+        << "no orphaned password";
 }
 
 } // namespace

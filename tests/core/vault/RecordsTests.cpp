@@ -20,6 +20,7 @@ qs::MailAccount sampleAccount() {
     account.knownFolders = {{"INBOX", "INBOX", "/", {"\\HasNoChildren"}},
                             {"&AMQ-rger", "Ärger", std::nullopt, {}}};
     account.lastBackup = qs::dateFromUnix(1'700'000'000) + std::chrono::milliseconds(750);
+    account.passwordCommand = "pass show \"mail/work\"";
     return account;
 }
 
@@ -50,12 +51,13 @@ TEST(MailAccountJSON, RoundTripsToTheSameAccountLessSubSeconds) {
               std::hash<qs::MailAccount>()(account));
 }
 
-TEST(MailAccountJSON, MissingLastBackupAndDelimiterDecodeAsAbsent) {
+TEST(MailAccountJSON, MissingOptionalKeysDecodeAsAbsent) {
     auto decoded = qs::MailAccount::decodeList(validAccountsFile);
     ASSERT_TRUE(decoded);
     ASSERT_EQ(decoded->size(), 1u);
     const auto& account = decoded->front();
     EXPECT_FALSE(account.lastBackup);
+    EXPECT_FALSE(account.passwordCommand);
     EXPECT_EQ(account.server, (qs::IMAPServer{"127.0.0.1", 1143, true}));
     EXPECT_FALSE(account.knownFolders.at(0).delimiter);
 }
