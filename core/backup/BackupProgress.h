@@ -39,6 +39,9 @@ struct BackupProgress {
 /// What one run filed.
 struct BackupSummary {
     int newMessages = 0;
+    /// Files already in the vault recognised as messages renumbered by the server (after a
+    /// UIDVALIDITY change): nothing was written for them, and they aren't new.
+    int relinked = 0;
     std::int64_t bytes = 0; ///< body bytes of the new messages
     int folders = 0;        ///< folders that finished
     std::vector<std::string> files;

@@ -4,6 +4,7 @@
 #include "FakeMailboxes.h"
 #include "backup/BackupRunner.h"
 #include "imap/IMAPError.h"
+#include "imap/IMAPParseError.h"
 #include "support/AtomicFile.h"
 #include "support/Cancellation.h"
 #include "support/FileIO.h"
@@ -33,7 +34,7 @@ std::string message(std::uint32_t n, const std::string& subject = {}, size_t pad
 }
 
 FakeFolder folder(std::string name, std::uint32_t count, std::uint32_t first = 1) {
-    FakeFolder result{std::move(name), {}, 1, {}, {}};
+    FakeFolder result{std::move(name), {}, 1, {}, {}, {}};
     for (std::uint32_t uid = first; uid < first + count; ++uid) {
         result.messages[uid] = message(uid);
     }
@@ -473,30 +474,43 @@ TEST_F(RunnerWithFake, CancellingBetweenBatchesKeepsWhatWasSaved) {
     EXPECT_TRUE(commandsNamed("EXAMINE Sent").empty());
 }
 
-TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWriting) {
+TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWritingAcrossADrop) {
     mail.folders = {folder("INBOX", 30)};
     auto first = backUp();
     auto before = snapshot(layout.root);
     // The server rebuilt its index: the same messages under new UIDs and a new UIDVALIDITY.
-    FakeFolder renumbered{"INBOX", {}, 2, {}, {}};
+    FakeFolder renumbered{"INBOX", {}, 2, {}, {}, {}};
     for (const auto& [uid, bytes] : mail.folders[0].messages) {
         renumbered.messages[uid + 500] = bytes;
     }
+    // Two identical messages keep their two files.
+    renumbered.messages[531] = mail.folders[0].messages[1];
+    std::ofstream(layout.url("Acct/INBOX/2024/2024-03-05 m1 1 (2).eml")) << message(1);
+    before = snapshot(layout.root);
     mail.folders = {renumbered};
-    auto summary = backUp();
-    EXPECT_EQ(summary.newMessages, 30);
-    EXPECT_EQ(summary.files, first.files);
+    // The first re-linking run is cut off after two saved batches of 10.
+    mail.dropInBody = first.newMessages + 25;
+    EXPECT_THROW(backUp(nullptr, 10), IMAPError);
+    EXPECT_TRUE(state("INBOX").relinking);
+    mail.dropInBody.reset();
+    auto summary = backUp(nullptr, 10);
+    EXPECT_EQ(summary.newMessages, 0);
+    EXPECT_EQ(summary.relinked, 11);
+    EXPECT_EQ(summary.bytes, 0);
     auto after = snapshot(layout.root);
     auto sync = layout.syncURL(account).lexically_relative(layout.root).string();
     before.erase(sync);
     after.erase(sync);
     EXPECT_EQ(after, before);
     auto filed = state("INBOX");
+    EXPECT_FALSE(filed.relinking);
     EXPECT_EQ(filed.uidValidity, 2u);
-    EXPECT_EQ(filed.highestUID, 530u);
-    EXPECT_EQ(filed.files.size(), 30u);
-    EXPECT_EQ(filed.files.at("501"), first.files.at(0));
-    EXPECT_EQ(filed.sizes->size(), 30u);
+    EXPECT_EQ(filed.highestUID, 531u);
+    EXPECT_EQ(filed.files.size(), 31u);
+    EXPECT_EQ(
+        (std::set<std::string>{filed.files.at("501"), filed.files.at("531")}),
+        (std::set<std::string>{first.files.at(0), "Acct/INBOX/2024/2024-03-05 m1 1 (2).eml"}));
+    EXPECT_EQ(filed.sizes->size(), 31u);
 }
 
 TEST_F(RunnerWithFake, DifferentMessageOnTheSameNameGetsACounter) {
@@ -513,6 +527,98 @@ TEST_F(RunnerWithFake, DifferentMessageOnTheSameNameGetsACounter) {
     EXPECT_EQ(FileIO::read(layout.url(summary.files[0])), message(2, "same"));
     EXPECT_EQ(FileIO::read(layout.url("Acct/INBOX/2024/2024-03-05 same 1.eml")),
               message(1, "same"));
+}
+
+// What a hostile or broken server may send in answer to a body FETCH. An answer nobody asked
+// for is ignored; what would exhaust memory ends the run with a parse error before it is held.
+struct HostileCase {
+    const char* name;
+    std::string before;                          // sent ahead of the first batch's bodies
+    std::string after;                           // sent after them
+    std::map<std::uint32_t, std::uint64_t> told; // RFC822.SIZE told instead of the true one
+    std::optional<std::string> error;            // the parse error that ends the run
+};
+
+class HostileAnswers : public RunnerWithFake, public testing::WithParamInterface<HostileCase> {};
+
+TEST_P(HostileAnswers, AreIgnoredOrEndTheRunBeforeMemoryGoes) {
+    mail.folders = {folder("INBOX", 3)};
+    mail.folders[0].messages[1] = message(1, {}, 200'000);
+    mail.folders[0].toldSizes = GetParam().told;
+    mail.beforeFirstBodies = GetParam().before;
+    mail.afterFirstBodies = GetParam().after;
+    std::optional<std::string> error;
+    try {
+        backUp(nullptr, 1);
+    } catch (const IMAPParseError& parse) {
+        error = parse.description();
+    }
+    EXPECT_EQ(error, GetParam().error);
+    auto saved = layout.loadSync(account).folders["INBOX"];
+    EXPECT_EQ(saved.files.size(), error ? 0u : 3u);
+    EXPECT_EQ(saved.highestUID, error ? 0u : 3u);
+    for (const auto& [uid, path] : saved.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.folders[0].messages.at(std::stoul(uid)));
+    }
+    EXPECT_EQ(messageFiles(layout.root).size(), saved.files.size());
+}
+
+std::string forged(std::uint32_t uid) {
+    return "* 9 FETCH (UID " + std::to_string(uid) + " BODY[] {6}\r\nforged)\r\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Server, HostileAnswers,
+    testing::Values(HostileCase{"UnrequestedUID", forged(3), {}, {}, {}},
+                    HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
+                    HostileCase{"HugeLiteral",
+                                "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ",
+                                {},
+                                {},
+                                "bad literal"},
+                    HostileCase{"LineWithoutEnd",
+                                "* 1 FETCH (UID 1 FLAGS (" + std::string(1'100'000, 'a'),
+                                {},
+                                {},
+                                "unexpected end"},
+                    HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
+    [](const testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
+
+TEST_F(RunnerWithFake, GreatestPossibleUIDIsNotAskedPast) {
+    mail.folders = {folder("INBOX", 0)};
+    mail.folders[0].messages = {{4'294'967'294u, message(1)}, {4'294'967'295u, message(2)}};
+    EXPECT_EQ(backUp().newMessages, 2);
+    EXPECT_EQ(state("INBOX").highestUID, 4'294'967'295u);
+    EXPECT_EQ(backUp().newMessages, 0);
+    EXPECT_EQ(commandsNamed("UID SEARCH"), std::vector<std::string>{"UID SEARCH UID 1:*"});
+}
+
+// A stop asked for while a batch is reported, which comes from the filing thread while later
+// batches download, lets no further batch be requested; what was fetched is filed and saved.
+TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
+    mail.folders = {folder("INBOX", 60)};
+    auto server = mail.serve();
+    auto backup = runner(server->port());
+    backup.batchCount = 2;
+    std::stop_source stop;
+    size_t requestedAtStop = 0;
+    EXPECT_THROW(backup.run(
+                     [&](const BackupProgress& report) {
+                         if (!report.newFiles.empty() && !stop.stop_requested()) {
+                             requestedAtStop = commandsNamed("UID FETCH").size();
+                             stop.request_stop();
+                         }
+                     },
+                     stop.get_token()),
+                 CancellationError);
+    // The metadata fetch, then one per batch; the batch on its way when the stop came may be
+    // cut short, every batch before it is saved.
+    EXPECT_LE(commandsNamed("UID FETCH").size(), requestedAtStop + 1);
+    auto filed = state("INBOX");
+    EXPECT_GE(filed.files.size(), 2 * (requestedAtStop - 2));
+    for (const auto& [uid, path] : filed.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.folders[0].messages.at(std::stoul(uid)));
+    }
 }
 
 TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
