@@ -621,6 +621,38 @@ TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
     }
 }
 
+// A sync record is read back from the disk, where anything may have changed it: whatever its
+// directory says, nothing is written, walked or removed outside the vault.
+TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
+    mail.folders = {folder("INBOX", 2)};
+    auto outside = directory.path() / "outside";
+    fs::create_directories(outside / "2024");
+    std::ofstream(outside / "2024" / (std::string(AtomicFile::temporaryPrefix) + "1-0-x.eml"))
+        << "not ours";
+    const std::pair<std::string, std::string> cases[] = {
+        {"../outside", "outside"},
+        {outside.string(), outside.relative_path().string()},
+        {"Link", "Link"},
+    };
+    fs::create_directories(layout.root);
+    fs::create_directory_symlink(outside, layout.root / "Link");
+    for (const auto& [hostile, inVault] : cases) {
+        SCOPED_TRACE(hostile);
+        AccountSyncState sync;
+        sync.folders["INBOX"] = FolderState{"INBOX", hostile, 1, 0, {}, {}, {}, false};
+        layout.saveSync(sync, account);
+        if (hostile == "Link") {
+            EXPECT_THROW(backUp(), std::system_error);
+        } else {
+            EXPECT_EQ(backUp().newMessages, 2);
+            EXPECT_TRUE(fs::exists(layout.root / inVault / "2024/2024-03-05 m1 1.eml"));
+        }
+        EXPECT_EQ(fs::directory_iterator(outside / "2024")->path().filename().string(),
+                  std::string(AtomicFile::temporaryPrefix) + "1-0-x.eml");
+        EXPECT_EQ(std::distance(fs::directory_iterator(outside / "2024"), {}), 1);
+    }
+}
+
 TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
     mail.folders = {folder("INBOX", 3)};
     fs::create_directories(layout.root);
