@@ -3,9 +3,12 @@
 #include "model/AppStore.h"
 
 #include "backup/Importer.h"
+#include "model/FriendlyError.h"
 #include "model/MainThread.h"
 #include "support/FileIO.h"
+#include "vault/VaultLock.h"
 
+#include <optional>
 #include <thread>
 
 namespace qs {
@@ -38,6 +41,18 @@ void AppStore::importFiles(const std::vector<std::filesystem::path>& files) {
     setImportMessage(QStringLiteral("Importing…"));
     QPointer<AppStore> store(this);
     std::thread([store, files, layout = layout_] {
+        // One writer per vault: a backup or another import elsewhere must finish first.
+        std::optional<VaultLock> lock;
+        try {
+            lock.emplace(layout, "import");
+        } catch (...) {
+            auto problem = FriendlyError::describe(std::current_exception(), std::nullopt);
+            MainThread::post(store, [problem](AppStore& s) {
+                s.setImportMessage(QString::fromStdString(problem.title + ". " + problem.advice));
+                emit s.importFinished();
+            });
+            return;
+        }
         int64_t imported = 0;
         int64_t skipped = 0;
         for (const auto& file : files) {

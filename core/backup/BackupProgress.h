@@ -45,6 +45,8 @@ struct BackupSummary {
     std::int64_t bytes = 0; ///< body bytes of the new messages
     int folders = 0;        ///< folders that finished
     std::vector<std::string> files;
+    /// Chosen mailboxes (by name) that the server no longer lists: renamed or deleted there.
+    std::vector<std::string> vanished;
 
     friend bool operator==(const BackupSummary&, const BackupSummary&) = default;
 };

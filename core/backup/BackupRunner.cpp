@@ -12,6 +12,7 @@
 #include "support/Cancellation.h"
 #include "support/FileIO.h"
 #include "vault/FileNames.h"
+#include "vault/VaultLock.h"
 
 #include <algorithm>
 #include <atomic>
@@ -385,6 +386,9 @@ BackupRunner::BackupRunner(ArchiveLayout layout, MailAccount account, std::strin
     : layout(std::move(layout)), account(std::move(account)), password(std::move(password)) {}
 
 BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) {
+    // One writer per vault: another backup of it (another account's, or from another process)
+    // would file the same mail twice and remove the other's temporary files.
+    VaultLock lock(layout, "backup");
     IMAPClient client(account.server,
                       std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000)), stop);
     // Closing sends nothing and can't fail, so it is safe on every way out.
@@ -414,8 +418,13 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
         checkCancelled(stop);
         auto found = std::find_if(mailboxes.begin(), mailboxes.end(),
                                   [&](const IMAPMailbox& mailbox) { return mailbox.name == name; });
-        // A folder that vanished from the server, or can't be opened, costs nothing.
-        if (found == mailboxes.end() || !found->isSelectable()) {
+        // A folder that can't be opened costs nothing; one that vanished from the server is
+        // told, while the others are backed up all the same.
+        if (found == mailboxes.end()) {
+            run.summary.vanished.push_back(name);
+            continue;
+        }
+        if (!found->isSelectable()) {
             continue;
         }
         run.visit(*found);

@@ -9,6 +9,8 @@
 #include "support/Cancellation.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
+#include "vault/VaultBusyError.h"
+#include "vault/VaultLock.h"
 
 #include <gtest/gtest.h>
 
@@ -41,14 +43,15 @@ FakeFolder folder(std::string name, std::uint32_t count, std::uint32_t first = 1
     return result;
 }
 
-// Every regular file below the root (sync state included), with bytes and modification time.
+// Every regular file below the root (sync state included, the vault's lock left out), with bytes
+// and modification time.
 std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
     std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
     if (!fs::exists(root)) {
         return files;
     }
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file()) {
+        if (entry.is_regular_file() && entry.path().filename() != VaultLock::fileName) {
             files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
                                                                 entry.last_write_time()};
         }
@@ -171,6 +174,7 @@ struct ChoiceCase {
     bool listNothing;
     std::vector<std::string> examined;
     int folders;
+    std::vector<std::string> vanished;
 };
 
 class FolderChoice : public RunnerWithFake, public testing::WithParamInterface<ChoiceCase> {};
@@ -190,18 +194,21 @@ TEST_P(FolderChoice, VisitsWhatIsChosenAndSelectable) {
     EXPECT_EQ(commandsNamed("EXAMINE"), expected);
     EXPECT_TRUE(commandsNamed("SELECT").empty());
     EXPECT_EQ(summary.folders, GetParam().folders);
+    EXPECT_EQ(summary.vanished, GetParam().vanished);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, FolderChoice,
-    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1},
-                    ChoiceCase{"StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2},
+    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1, {}},
+                    ChoiceCase{
+                        "StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2, {}},
                     ChoiceCase{"UnselectableAndVanishedSkipped",
                                {"Archive", "Gone", "Old", "Sent"},
                                false,
                                {"Sent"},
-                               1},
-                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1}),
+                               1,
+                               {"Gone"}},
+                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1, {}}),
     [](const testing::TestParamInfo<ChoiceCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
@@ -653,6 +660,27 @@ TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
     }
 }
 
+TEST_F(RunnerWithFake, SecondBackupOfTheSameVaultWaitsItsTurn) {
+    mail.folders = {folder("INBOX", 3)};
+    auto server = mail.serve();
+    std::optional<std::string> holder;
+    auto first = runner(server->port());
+    auto summary = first.run([&](const BackupProgress& report) {
+        if (report.phase == BackupProgress::checking) {
+            // Another account of the vault, or another process, starts meanwhile.
+            try {
+                runner(server->port()).run({});
+            } catch (const VaultBusyError& busy) {
+                holder = busy.holder();
+            }
+        }
+    });
+    EXPECT_EQ(holder, VaultLock::describeHolder("backup"));
+    EXPECT_EQ(summary.newMessages, 3);
+    EXPECT_EQ(messageFiles(layout.root).size(), 3u);
+    EXPECT_EQ(commandsNamed("LOGIN").size(), 1u);
+}
+
 TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
     mail.folders = {folder("INBOX", 3)};
     fs::create_directories(layout.root);
@@ -663,8 +691,8 @@ TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
 
 TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     mail.folders = {folder("INBOX", 3)};
-    fs::create_directories(layout.root);
-    std::ofstream(layout.root / ".quernstead") << "in the way";
+    // A folder where the sync file goes: it can't be replaced.
+    fs::create_directories(layout.syncURL(account) / "in the way");
     EXPECT_THROW(backUp(), std::system_error);
     auto files = messageFiles(layout.root);
     EXPECT_EQ(files.size(), 3u);
