@@ -108,6 +108,9 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
         std::cerr << "No accounts yet. Connect an account to start filling the vault.\n";
         return failed;
     }
+    // Asked first so that a busy vault is told once; each account's backup takes the lock.
+    if (!holdVault(store, "backup"))
+        return failed;
     BackupDisplay display(stdoutIsTerminal());
     Interrupt interrupt;
     bool stopped = false;
@@ -135,6 +138,9 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
 }
 
 int importFiles(AppStore& store, const std::vector<std::string>& files) {
+    // Asked first so that a busy vault fails the command; the import takes the lock itself.
+    if (!holdVault(store, "import"))
+        return failed;
     std::vector<std::filesystem::path> paths(files.begin(), files.end());
     runUntil(&store, &AppStore::importFinished, [&] { store.importFiles(paths); });
     finishScan(store);
