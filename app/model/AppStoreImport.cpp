@@ -81,6 +81,8 @@ void AppStore::importFiles(const std::vector<std::filesystem::path>& files) {
                 skipped += static_cast<int64_t>(messages.size());
             }
         }
+        // Let go before telling, so that whatever the news starts finds the vault free.
+        lock.reset();
         MainThread::post(store, [imported, skipped](AppStore& s) {
             QLocale locale;
             QString message = imported == 1 ? QStringLiteral("Imported 1 message")

@@ -8,6 +8,7 @@
 #include "support/TemporaryDirectory.h"
 #include "vault/ArchiveLayout.h"
 #include "vault/MailAccount.h"
+#include "vault/VaultLock.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -180,6 +181,8 @@ TEST_F(CLITest, ImportsAnMboxAndFindsItsMessages) {
         << imported.output;
     size_t count = std::stoul(match[1]);
     EXPECT_GT(count, 0u);
+    // The scan that brings them into the index was finished, not dropped, at exit.
+    EXPECT_TRUE(fs::exists(ArchiveLayout{vault()}.indexURL()));
     EXPECT_LE(count, members);
     ProcessResult listed = cli({"list", "--account", "Imported", "--json"});
     ASSERT_EQ(listed.exitCode, 0) << listed.output;
@@ -342,7 +345,14 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
          "aol"},
         {{"backup"}, "", 1, "No accounts yet"},
         {{"show", "Demo/INBOX/2020/nothing.eml"}, "", 1, "No message at"},
+        {{"reindex"}, "", 1, "(" + VaultLock::describeHolder("backup") + ") is working on"},
+        {{"import", (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string()},
+         "",
+         1,
+         "The vault is busy"},
     };
+    // Another writer holds the vault all along.
+    VaultLock held(ArchiveLayout{vault()}, "backup");
     for (const Case& c : cases) {
         ProcessResult result = cli(c.arguments, c.input);
         EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments[0] << "\n" << result.output;
