@@ -7,12 +7,15 @@
 #include "Wait.h"
 
 #include "model/Fmt.h"
+#include "model/FriendlyError.h"
 #include "model/ImportWords.h"
+#include "vault/VaultLock.h"
 
 #include <QElapsedTimer>
 #include <QLocale>
 #include <iostream>
 #include <map>
+#include <memory>
 
 namespace qs::cli {
 
@@ -85,6 +88,24 @@ private:
     QElapsedTimer clock_;
 };
 
+/// Waits for the scan a backup or an import started, which saves the index at its end: one
+/// just started hasn't counted its files yet, so `indexing` alone doesn't tell.
+void finishScan(AppStore& store) {
+    if (store.scanPending())
+        runUntil(&store, &AppStore::scanFinished, [] {});
+}
+
+/// The vault's lock for a command that writes it, or nothing after telling who holds it.
+std::unique_ptr<VaultLock> holdVault(AppStore& store, std::string_view activity) {
+    try {
+        return std::make_unique<VaultLock>(store.layout(), activity);
+    } catch (...) {
+        auto problem = FriendlyError::describe(std::current_exception(), std::nullopt);
+        std::cerr << problem.title << ". " << problem.advice << "\n";
+        return nullptr;
+    }
+}
+
 } // namespace
 
 void loadArchive(AppStore& store) {
@@ -102,6 +123,9 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
         std::cerr << "No accounts yet. Connect an account to start filling the vault.\n";
         return failed;
     }
+    // Asked first so that a busy vault is told once; each account's backup takes the lock.
+    if (!holdVault(store, "backup"))
+        return failed;
     BackupDisplay display(stdoutIsTerminal());
     Interrupt interrupt;
     bool stopping = false;
@@ -133,8 +157,7 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
     display.finishLine();
     // A successful account makes the store re-read the vault; let that finish so the index
     // on disk is current when the command returns.
-    if (store.indexing())
-        runUntil(&store, &AppStore::scanFinished, [] {});
+    finishScan(store);
 
     std::map<std::string, FriendlyError::Message> problems;
     for (const MailAccount& account : only ? std::vector{*only} : store.accounts()) {
@@ -161,10 +184,12 @@ int backup(AppStore& store, const std::optional<std::string>& label) {
 }
 
 int importFiles(AppStore& store, const std::vector<std::string>& files) {
+    // Asked first so that a busy vault fails the command; the import takes the lock itself.
+    if (!holdVault(store, "import"))
+        return failed;
     std::vector<std::filesystem::path> paths(files.begin(), files.end());
     runUntil(&store, &AppStore::importFinished, [&] { store.importFiles(paths); });
-    if (store.indexing())
-        runUntil(&store, &AppStore::scanFinished, [] {});
+    finishScan(store);
     if (store.importMessage())
         std::cout << store.importMessage()->toStdString() << "\n";
     bool unread = false;
@@ -176,6 +201,9 @@ int importFiles(AppStore& store, const std::vector<std::string>& files) {
 }
 
 int reindex(AppStore& store) {
+    auto lock = holdVault(store, "reindex");
+    if (!lock)
+        return failed;
     bool live = stdoutIsTerminal();
     auto watch = QObject::connect(&store, &AppStore::indexingChanged, &store, [&] {
         if (live && store.indexing() && store.indexing()->total > 0) {

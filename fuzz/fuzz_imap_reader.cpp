@@ -45,39 +45,56 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::uint32_t state = data[0] * 2654435761u + 1;
     std::string_view stream(reinterpret_cast<const char*>(data + 1), size - 1);
 
+    // A literal above the ceiling is refused as it is announced, however the bytes come.
+    bool chunkedRefused = false;
     qs::IMAPResponseReader chunked;
     std::vector<Outcome> chunkedOut;
     std::size_t at = 0;
-    while (at < stream.size()) {
+    while (!chunkedRefused && at < stream.size()) {
         state = state * 1103515245u + 12345u;
         std::size_t length = 1 + (state >> 16) % 64;
         std::string_view piece = stream.substr(at, length);
-        if (state & 0x80000000u) {
-            chunked.append(std::string(piece));
-        } else if (state & 0x40000000u) {
-            // As the client receives: into the area the reader offers, which in a literal is
-            // no larger than the literal's missing part.
-            for (std::string_view rest = piece; !rest.empty();) {
-                std::span<char> area = chunked.receiveArea(rest.size());
-                std::size_t count = std::min(area.size(), rest.size());
-                std::memcpy(area.data(), rest.data(), count);
-                chunked.commit(count);
-                rest.remove_prefix(count);
+        try {
+            if (state & 0x80000000u) {
+                chunked.append(std::string(piece));
+            } else if (state & 0x40000000u) {
+                // As the client receives: into the area the reader offers, which in a literal
+                // is no larger than the literal's missing part.
+                for (std::string_view rest = piece; !rest.empty();) {
+                    std::span<char> area = chunked.receiveArea(rest.size());
+                    std::size_t count = std::min(area.size(), rest.size());
+                    std::memcpy(area.data(), rest.data(), count);
+                    chunked.commit(count);
+                    rest.remove_prefix(count);
+                }
+            } else {
+                chunked.append(piece);
             }
-        } else {
-            chunked.append(piece);
+        } catch (const qs::IMAPParseError&) {
+            chunkedRefused = true;
         }
         at += piece.size();
-        drain(chunked, chunkedOut);
+        if (!chunkedRefused) {
+            drain(chunked, chunkedOut);
+        }
     }
 
     qs::IMAPResponseReader whole;
     std::vector<Outcome> wholeOut;
-    whole.append(stream);
-    drain(whole, wholeOut);
-
     qs::IMAPResponseReader raw;
     std::vector<Outcome> rawOut;
+    try {
+        whole.append(stream);
+    } catch (const qs::IMAPParseError&) {
+        if (!chunkedRefused) {
+            std::abort();
+        }
+        return 0;
+    }
+    if (chunkedRefused) {
+        std::abort();
+    }
+    drain(whole, wholeOut);
     raw.append(stream);
     while (auto bytes = raw.nextRawResponse()) {
         try {

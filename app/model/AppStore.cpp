@@ -4,6 +4,7 @@
 #include "model/KeychainError.h"
 #include "model/VaultFiles.h"
 #include "model/VaultRoot.h"
+#include "support/AtomicFile.h"
 
 #include <QDateTime>
 #include <QProcess>
@@ -18,6 +19,8 @@ AppStore::AppStore(QObject* parent) : QObject(parent), layout_{VaultRoot::choose
     connect(&toastTimer_, &QTimer::timeout, this, &AppStore::clearToast);
     connect(this, &AppStore::accountsChanged, this, &AppStore::archiveAccountsChanged);
 
+    // A save killed half-way leaves its temporary file; nobody else would ever remove it.
+    AtomicFile::removeDeadLeftovers(layout_.metaDirectory());
     accounts_ = VaultFiles::loadAccounts(layout_).value_or(std::vector<MailAccount>{});
     if (auto searches = VaultFiles::loadSavedSearches(layout_)) {
         // Assigning saves, so a readable file is written back at once.
@@ -128,6 +131,7 @@ void AppStore::changeArchiveRoot(const std::filesystem::path& root) {
     VaultRoot::remember(root);
     layout_ = ArchiveLayout{root};
     emit layoutChanged();
+    AtomicFile::removeDeadLeftovers(layout_.metaDirectory());
     accounts_ = VaultFiles::loadAccounts(layout_).value_or(std::vector<MailAccount>{});
     emit accountsChanged();
     if (auto searches = VaultFiles::loadSavedSearches(layout_)) {

@@ -165,6 +165,9 @@ public:
     /// files, publishing records as it goes and the new index at its end; cancels a scan in
     /// flight. `scanFinished` tells when a scan has published its end.
     void reloadArchive();
+    /// A scan was started and hasn't published its end yet (it may not have counted the files
+    /// yet either, so `indexing` can still be empty).
+    bool scanPending() const { return scanTask_.has_value(); }
 
     /// All live messages, newest first.
     const std::vector<RecordRef>& records() const { return catalog_->records; }
@@ -428,6 +431,9 @@ private:
 
     // Backups, freeing space, importing.
     void finishBackup(int failures, int64_t newTotal, bool cancelled);
+    /// The problem told for chosen folders the server no longer lists.
+    static FriendlyError::Message vanishedProblem(const MailAccount& account,
+                                                  const std::vector<std::string>& vanished);
     void backupSucceeded(const UUID& accountId);
     void setBackupProblem(const std::string& label, FriendlyError::Message message);
     /// Runs on the check's worker thread: verifies the plan round by round, publishing each.

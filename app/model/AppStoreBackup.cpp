@@ -111,6 +111,11 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                     stop);
                 newTotal += summary.newMessages;
                 MainThread::post(store, [id = account.id](AppStore& s) { s.backupSucceeded(id); });
+                if (!summary.vanished.empty()) {
+                    MainThread::post(store, [account, vanished = summary.vanished](AppStore& s) {
+                        s.setBackupProblem(account.label, vanishedProblem(account, vanished));
+                    });
+                }
             } catch (const CancellationError&) {
                 break;
             } catch (...) {
@@ -128,6 +133,23 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
             s.finishBackup(failures, newTotal, cancelled);
         });
     }).detach();
+}
+
+FriendlyError::Message AppStore::vanishedProblem(const MailAccount& account,
+                                                 const std::vector<std::string>& vanished) {
+    std::string names;
+    for (const auto& name : vanished) {
+        std::string shown = name;
+        for (const auto& mailbox : account.knownFolders) {
+            if (mailbox.name == name) {
+                shown = mailbox.displayName;
+            }
+        }
+        names += (names.empty() ? "" : ", ") + shown;
+    }
+    return {names + (vanished.size() == 1 ? " is" : " are") + " no longer on the server",
+            "It was renamed or deleted there; its messages stay in the vault. Choose the "
+            "account’s folders again to back up what it became."};
 }
 
 void AppStore::backupSucceeded(const UUID& accountId) {

@@ -3,9 +3,12 @@
 #include "model/AppStore.h"
 
 #include "backup/ImportBatch.h"
+#include "model/FriendlyError.h"
 #include "model/ImportWords.h"
 #include "model/MainThread.h"
+#include "vault/VaultLock.h"
 
+#include <optional>
 #include <thread>
 
 namespace qs {
@@ -25,6 +28,18 @@ void AppStore::importFiles(const std::vector<std::filesystem::path>& files) {
     setImportMessage(QStringLiteral("Importing…"));
     QPointer<AppStore> store(this);
     std::thread([store, files, layout = layout_] {
+        // One writer per vault: a backup or another import elsewhere must finish first.
+        std::optional<VaultLock> lock;
+        try {
+            lock.emplace(layout, "import");
+        } catch (...) {
+            auto problem = FriendlyError::describe(std::current_exception(), std::nullopt);
+            MainThread::post(store, [problem](AppStore& s) {
+                s.setImportMessage(QString::fromStdString(problem.title + ". " + problem.advice));
+                emit s.importFinished();
+            });
+            return;
+        }
         int64_t imported = 0;
         int64_t skipped = 0;
         std::vector<ImportOutcome> outcomes;
@@ -47,6 +62,8 @@ void AppStore::importFiles(const std::vector<std::filesystem::path>& files) {
         std::erase_if(outcomes, [](const ImportOutcome& outcome) {
             return outcome.reason == ImportOutcome::Skip::none;
         });
+        // Let go before telling, so that whatever the news starts finds the vault free.
+        lock.reset();
         MainThread::post(store, [imported, skipped, outcomes](AppStore& s) {
             QLocale locale;
             QString message = imported == 1 ? QStringLiteral("Imported 1 message")

@@ -5,6 +5,7 @@
 #include "model/KeychainError.h"
 #include "model/PasswordCommandError.h"
 #include "support/Cancellation.h"
+#include "vault/VaultBusyError.h"
 
 #include <algorithm>
 #include <array>
@@ -142,6 +143,13 @@ Message file(const std::system_error& error) {
     return {"Something went wrong", error.what()};
 }
 
+Message busy(const VaultBusyError& error) {
+    return {"The vault is busy",
+            (error.holder().empty() ? std::string("Another Quernstead")
+                                    : "Another Quernstead (" + error.holder() + ")") +
+                " is working on this vault. Wait until it has finished, then try again."};
+}
+
 } // namespace
 
 std::ostream& operator<<(std::ostream& out, const Message& message) {
@@ -158,6 +166,8 @@ Message describe(const std::exception_ptr& error, const std::optional<std::strin
         return {"Stopped", "Nothing more was changed."};
     } catch (const CleanupError& e) {
         return {"Nothing more was changed", e.description()};
+    } catch (const VaultBusyError& e) {
+        return busy(e);
     } catch (const IMAPError& e) {
         return imap(e, host);
     } catch (const KeychainError& e) {

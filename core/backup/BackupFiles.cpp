@@ -21,8 +21,13 @@ bool hasEMLExtension(const fs::path& path) {
 
 // Walks the regular files below `folder`, skipping whatever can't be read, and calls `visit`
 // with each entry.
+// A folder that a symbolic link takes out of the vault is not walked at all; links below it
+// aren't followed.
 template <typename Visit>
-void walkFiles(const fs::path& folder, Visit visit) {
+void walkFiles(const ArchiveLayout& layout, const fs::path& folder, Visit visit) {
+    if (!layout.contains(folder)) {
+        return;
+    }
     std::error_code error;
     fs::recursive_directory_iterator it(folder, fs::directory_options::skip_permission_denied,
                                         error);
@@ -40,7 +45,7 @@ std::map<std::uint64_t, std::vector<std::string>>
 BackupRunner::filesBySize(const ArchiveLayout& layout, std::string_view directory) {
     std::map<std::uint64_t, std::vector<std::string>> bySize;
     auto folder = layout.url(directory);
-    walkFiles(folder, [&](const fs::directory_entry& entry) {
+    walkFiles(layout, folder, [&](const fs::directory_entry& entry) {
         // A temporary file is never a filed message, even when it holds one whole.
         if (!hasEMLExtension(entry.path()) ||
             entry.path().filename().string().starts_with(AtomicFile::temporaryPrefix)) {
@@ -62,7 +67,7 @@ BackupRunner::filesBySize(const ArchiveLayout& layout, std::string_view director
 
 void BackupRunner::removeLeftovers(const ArchiveLayout& layout, std::string_view directory) {
     std::vector<fs::path> leftovers;
-    walkFiles(layout.url(directory), [&](const fs::directory_entry& entry) {
+    walkFiles(layout, layout.url(directory), [&](const fs::directory_entry& entry) {
         if (entry.path().filename().string().starts_with(AtomicFile::temporaryPrefix)) {
             leftovers.push_back(entry.path());
         }

@@ -39,9 +39,14 @@ struct BackupProgress {
 /// What one run filed.
 struct BackupSummary {
     int newMessages = 0;
+    /// Files already in the vault recognised as messages renumbered by the server (after a
+    /// UIDVALIDITY change): nothing was written for them, and they aren't new.
+    int relinked = 0;
     std::int64_t bytes = 0; ///< body bytes of the new messages
     int folders = 0;        ///< folders that finished
     std::vector<std::string> files;
+    /// Chosen mailboxes (by name) that the server no longer lists: renamed or deleted there.
+    std::vector<std::string> vanished;
 
     friend bool operator==(const BackupSummary&, const BackupSummary&) = default;
 };

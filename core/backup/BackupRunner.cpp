@@ -3,6 +3,8 @@
 #include "backup/BackupPlan.h"
 #include "backup/FilingWorker.h"
 #include "imap/IMAPClient.h"
+#include "imap/IMAPParseError.h"
+#include "imap/IMAPResponseReader.h"
 #include "mime/EncodedWords.h"
 #include "mime/MIMEParser.h"
 #include "mime/MailDate.h"
@@ -10,11 +12,14 @@
 #include "support/Cancellation.h"
 #include "support/FileIO.h"
 #include "vault/FileNames.h"
+#include "vault/VaultLock.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <limits>
+#include <set>
 #include <unordered_map>
 
 namespace qs {
@@ -35,15 +40,36 @@ constexpr size_t filingBudget = 16'000'000;
 
 // Most batches one save may record. While the filing worker lags behind the download, a batch
 // whose successor is already queued waits for it, so that one flush of the file system and one
-// state save cover several: the save is what costs (the state grows with the folder), and a
-// crash then loses the bookkeeping of a few batches, whose files the next run finds in place.
+// state save cover several: the save is what costs (the state grows with the folder). This
+// departs from one save per batch on purpose, and safely: the files are flushed before the
+// save that records them, so a crash or a failed save costs the download of a few batches,
+// whose files the next run finds in place, never a duplicate.
 constexpr size_t batchesPerSave = 4;
+
+// Most batches fetched and not yet recorded in a saved state before the next is requested. The
+// reports, and so a stop asked for during one, come with the saves: the download may not run
+// further ahead of them than the batches one save takes, and one more in flight.
+constexpr size_t batchesAheadOfSave = batchesPerSave + 1;
+
+// The most a body may weigh against the size the server reported for it: servers count a few
+// bytes differently now and then, never a great many. Without a reported size only the fixed
+// ceiling holds.
+size_t allowedBodySize(std::optional<std::int64_t> reported) {
+    constexpr auto ceiling = IMAPResponseReader::defaultLiteralLimit;
+    if (!reported || *reported < 0 || std::uint64_t(*reported) >= ceiling) {
+        return ceiling;
+    }
+    auto size = static_cast<size_t>(*reported);
+    return std::min(ceiling, size + size / 8 + 0x10000);
+}
 
 // One filed message: where it is and how many body bytes it has.
 struct Filed {
     std::uint32_t uid = 0;
     std::string path;
     std::int64_t bodySize = 0;
+    /// An existing file recognised after a UIDVALIDITY change: nothing was written.
+    bool relinked = false;
 };
 
 // Everything one run carries from folder to folder.
@@ -59,6 +85,11 @@ struct Run {
     std::vector<Filed> results;
     /// Batches filed whose files aren't yet synced and recorded in a saved state.
     std::vector<std::vector<Filed>> unsaved;
+    /// Batches of the folder recorded in a saved state; written by the filing worker.
+    std::atomic<size_t> savedBatches{0};
+    /// While re-linking: the files already claimed by a UID, so that two identical messages
+    /// on the server keep their two files.
+    std::set<std::string> linked;
 
     void report(BackupProgress report) {
         report.account = runner.account.label;
@@ -77,6 +108,9 @@ struct Run {
     void finishFolder(FolderState& state, int filed) {
         last.completed[state.mailbox] = filed;
         state.lastRun = std::chrono::system_clock::now();
+        // Walked whole under the new UIDVALIDITY: every file left unclaimed now is not on the
+        // server any more, and the next run files only what is new.
+        state.relinking = false;
         save(state);
         ++summary.folders;
     }
@@ -88,7 +122,7 @@ struct Run {
                 BackupProgress& folder);
     void fileMessage(const IMAPFetchItem& item, const FolderState& state,
                      const std::map<std::uint64_t, std::vector<std::string>>& bySize,
-                     std::vector<Filed>& results) const;
+                     std::vector<Filed>& results);
 };
 
 void Run::visit(const IMAPMailbox& mailbox) {
@@ -110,20 +144,30 @@ void Run::visit(const IMAPMailbox& mailbox) {
     auto info = client.select(mailbox.name, true);
 
     // A new UIDVALIDITY voids every UID filed so far; the files themselves are recognised by
-    // size and bytes as the folder is filed afresh, so nothing is written twice.
-    std::map<std::uint64_t, std::vector<std::string>> bySize;
+    // size and bytes as the folder is filed afresh, so nothing is written twice. The state
+    // says so until the folder has been walked whole, so that a run interrupted after its
+    // first save leaves the next one re-linking too.
     if (state.uidValidity != 0 && state.uidValidity != info.uidValidity) {
         state.highestUID = 0;
         state.files.clear();
         if (state.sizes) {
             state.sizes->clear();
         }
-        bySize = BackupRunner::filesBySize(runner.layout, state.directory);
+        state.relinking = true;
     }
     state.uidValidity = info.uidValidity;
+    std::map<std::uint64_t, std::vector<std::string>> bySize;
+    linked.clear();
+    if (state.relinking) {
+        bySize = BackupRunner::filesBySize(runner.layout, state.directory);
+        for (const auto& [uid, path] : state.files) {
+            linked.insert(path);
+        }
+    }
 
     std::vector<std::uint32_t> uids;
-    if (info.exists >= 1) {
+    // No UID lies above the greatest there is, and "4294967296:*" is no set.
+    if (info.exists >= 1 && state.highestUID < std::numeric_limits<std::uint32_t>::max()) {
         // "n:*" always matches the last message, even when its UID is below n.
         auto criteria = "UID " + std::to_string(std::uint64_t{state.highestUID} + 1) + ":*";
         for (auto uid : client.uidSearch(criteria)) {
@@ -170,12 +214,36 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
     // the jobs handed to it (a whole batch fetched is still saved) while those are alive.
     std::atomic<size_t> fetched{0};
     FilingWorker worker(filingBudget);
+    savedBatches.store(0);
     for (size_t index = 0; index < batches.size(); ++index) {
+        worker.waitFor([&] { return index < savedBatches.load() + batchesAheadOfSave; });
+        // A stop asked for during a report (which comes from the filing worker) is seen here,
+        // before anything more is requested.
         checkCancelled(stop);
-        client.fetchBodies(batches[index], [&](IMAPFetchItem&& item) {
-            if (!item.uid || !item.body) {
+        const auto& batch = batches[index];
+        // A body may not outweigh what the server announced for it: the largest allowed in the
+        // batch bounds what the connection may hold at all, each body is held to its own.
+        std::unordered_map<std::uint32_t, size_t> allowed;
+        size_t largest = 0;
+        for (auto uid : batch) {
+            auto known = sizes.find(uid);
+            auto limit = allowedBodySize(
+                known != sizes.end() ? std::optional<std::int64_t>(known->second) : std::nullopt);
+            allowed.emplace(uid, limit);
+            largest = std::max(largest, limit);
+        }
+        client.setLiteralLimit(largest);
+        client.fetchBodies(batch, [&](IMAPFetchItem&& item) {
+            // Only what was asked for, once: an answer for another UID, or a second body,
+            // would be filed under a UID that says nothing of what it holds.
+            auto wanted = allowed.find(item.uid.value_or(0));
+            if (!item.uid || !item.body || wanted == allowed.end()) {
                 return;
             }
+            if (item.body->size() > wanted->second) {
+                throw IMAPParseError(IMAPParseError::Kind::badLiteral);
+            }
+            allowed.erase(wanted);
             auto weight = item.body->size();
             worker.post(weight, [this, &state, &bySize, &sizes, &folder, item = std::move(item)] {
                 try {
@@ -193,12 +261,15 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
                 }
             });
         });
-        // Whether a later batch is wholly queued is what lets this one's save wait for it.
+        client.setLiteralLimit(IMAPResponseReader::defaultLiteralLimit);
+        // Whether a later batch is wholly queued is what lets this one's save wait for it;
+        // after a stop, none will be.
         bool later = index + 1 < batches.size();
         worker.post(0, [this, &state, &sizes, &folder, &fetched, index, later] {
             unsaved.push_back(std::move(results));
             results.clear();
-            if (later && fetched.load() > index + 1 && unsaved.size() < batchesPerSave) {
+            if (later && fetched.load() > index + 1 && unsaved.size() < batchesPerSave &&
+                !stop.stop_requested()) {
                 return;
             }
             commit(state, sizes, folder);
@@ -230,14 +301,19 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
         }
     }
     save(state);
+    savedBatches.fetch_add(unsaved.size());
     // One report per batch, as if each had been saved by itself.
     for (auto& batch : unsaved) {
         folder.newFiles.clear();
         for (auto& result : batch) {
             ++folder.messagesDone;
-            ++summary.newMessages;
             folder.bytesDone += result.bodySize;
-            summary.bytes += result.bodySize;
+            if (result.relinked) {
+                ++summary.relinked;
+            } else {
+                ++summary.newMessages;
+                summary.bytes += result.bodySize;
+            }
             summary.files.push_back(result.path);
             folder.newFiles.push_back(std::move(result.path));
         }
@@ -248,7 +324,7 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
 
 void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
                       const std::map<std::uint64_t, std::vector<std::string>>& bySize,
-                      std::vector<Filed>& results) const {
+                      std::vector<Filed>& results) {
     if (!item.uid || !item.body) {
         return;
     }
@@ -256,9 +332,13 @@ void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
     auto bodySize = static_cast<std::int64_t>(body.size());
     if (auto candidates = bySize.find(body.size()); candidates != bySize.end()) {
         for (const auto& path : candidates->second) {
+            if (linked.contains(path)) {
+                continue;
+            }
             try {
                 if (FileIO::read(runner.layout.url(path)) == body) {
-                    results.push_back({*item.uid, path, bodySize});
+                    linked.insert(path);
+                    results.push_back({*item.uid, path, bodySize, true});
                     return;
                 }
             } catch (const std::system_error&) {
@@ -283,7 +363,7 @@ void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
     auto relative =
         state.directory + "/" + FileNames::messagePath(*date, subject, std::to_string(*item.uid));
     auto path = runner.layout.write(body, relative, *date, ArchiveLayout::Durability::deferred);
-    results.push_back({*item.uid, std::move(path), bodySize});
+    results.push_back({*item.uid, std::move(path), bodySize, false});
 }
 
 // Temporary sync files of this account that a killed save left in the meta folder.
@@ -306,6 +386,9 @@ BackupRunner::BackupRunner(ArchiveLayout layout, MailAccount account, std::strin
     : layout(std::move(layout)), account(std::move(account)), password(std::move(password)) {}
 
 BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) {
+    // One writer per vault: another backup of it (another account's, or from another process)
+    // would file the same mail twice and remove the other's temporary files.
+    VaultLock lock(layout, "backup");
     IMAPClient client(account.server,
                       std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000)), stop);
     // Closing sends nothing and can't fail, so it is safe on every way out.
@@ -329,14 +412,19 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
         }
     }
 
-    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}};
+    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}, {}, {}};
     removeSyncLeftovers(layout, account);
     for (const auto& name : chosen) {
         checkCancelled(stop);
         auto found = std::find_if(mailboxes.begin(), mailboxes.end(),
                                   [&](const IMAPMailbox& mailbox) { return mailbox.name == name; });
-        // A folder that vanished from the server, or can't be opened, costs nothing.
-        if (found == mailboxes.end() || !found->isSelectable()) {
+        // A folder that can't be opened costs nothing; one that vanished from the server is
+        // told, while the others are backed up all the same.
+        if (found == mailboxes.end()) {
+            run.summary.vanished.push_back(name);
+            continue;
+        }
+        if (!found->isSelectable()) {
             continue;
         }
         run.visit(*found);

@@ -53,8 +53,12 @@ public:
 
     /// The whole backup of the account. Folders: `account.folders` in order, or, when that is
     /// empty, the listed mailboxes named INBOX in any case; an empty LIST answer falls back to
-    /// `account.knownFolders`. A chosen folder that isn't listed, or is \Noselect or
-    /// \NonExistent, is skipped without a word and isn't counted.
+    /// `account.knownFolders`. A chosen folder that is \Noselect or \NonExistent is skipped
+    /// without a word and isn't counted; one that isn't listed is skipped too, and named in
+    /// the summary's `vanished`.
+    ///
+    /// Holds the vault's VaultLock throughout; VaultBusyError, before anything else is done,
+    /// when another writer has it.
     ///
     /// Throws, unchanged and at once, the first error of the connection, a command (IMAPError,
     /// IMAPParseError), the file system (std::system_error from writing a message or saving

@@ -29,6 +29,12 @@ void FilingWorker::finish() {
     rethrowFailure();
 }
 
+void FilingWorker::waitFor(const std::function<bool()>& condition) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return failure_ || condition(); });
+    rethrowFailure();
+}
+
 void FilingWorker::rethrowFailure() {
     if (failure_) {
         std::rethrow_exception(failure_);

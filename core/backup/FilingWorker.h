@@ -39,6 +39,10 @@ public:
     /// Waits until every posted job has run. Throws the first job's error, if any.
     void finish();
 
+    /// Waits until `condition` holds, which is asked whenever a job ends (and at once); it reads
+    /// what the jobs change. Throws the first job's error, if any, instead of waiting on.
+    void waitFor(const std::function<bool()>& condition);
+
 private:
     struct Job {
         size_t weight;

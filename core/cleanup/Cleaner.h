@@ -88,6 +88,7 @@ public:
     /// all with nothing changed on the server; `stopped` after a stop request or a failure
     /// during the chunks, with the count released and the failure's text as `problem`. IMAP
     /// failures before the first chunk come out unchanged, with nothing changed on the server.
+    /// VaultBusyError, with nothing done, when another writer holds the vault's VaultLock.
     int64_t execute(const CleanupPlan& plan, const Progress& progress = {},
                     std::stop_token stop = {}) const;
 

@@ -2,6 +2,7 @@
 #include "cleanup/Cleaner.h"
 
 #include "imap/IMAPClient.h"
+#include "vault/VaultLock.h"
 
 #include <algorithm>
 #include <chrono>
@@ -23,6 +24,8 @@ std::vector<uint32_t> without(const std::vector<uint32_t>& uids, const std::set<
 
 int64_t Cleaner::execute(const CleanupPlan& plan, const Progress& progress,
                          std::stop_token stop) const {
+    // No backup or import may change the vault while its copies are proven and released.
+    VaultLock lock(layout, "release");
     // Prove again: the vault may have changed since the plan was verified.
     std::map<uint32_t, int64_t> proven;
     for (const CleanupItem& item : plan.verified()) {

@@ -77,6 +77,9 @@ public:
     std::chrono::milliseconds timeout() const { return timeout_; }
     /// Applies from the next wait on.
     void setTimeout(std::chrono::milliseconds timeout) { timeout_ = timeout; }
+    /// The longest literal accepted from now on (see IMAPResponseReader): a longer one fails
+    /// the read with IMAPParseError "bad literal" before any of it is held.
+    void setLiteralLimit(std::size_t limit) { reader_.setLiteralLimit(limit); }
     /// Every byte received on this session, the greeting included; safe to read from any thread.
     int64_t bytesRead() const { return bytesRead_.load(std::memory_order_relaxed); }
     /// True between a successful start of `connect` and `disconnect` / `logout`.

@@ -63,6 +63,7 @@ void IMAPResponseReader::append(std::string_view bytes) {
             const void* found = std::memchr(bytes.data(), '\n', bytes.size());
             if (!found) {
                 lines_.append(bytes);
+                checkLineLimit();
                 return;
             }
             std::size_t count = std::size_t(static_cast<const char*>(found) - bytes.data()) + 1;
@@ -95,15 +96,27 @@ void IMAPResponseReader::append(std::string_view bytes) {
                 literal = true;
                 break;
             }
+            if (base + lineFeed + 1 - responseStart_ > lineLimit) {
+                throw IMAPParseError(IMAPParseError::Kind::unexpectedEnd);
+            }
             framed_.push_back(Framed{base + lineEnd, base + lineFeed + 1, literalsSoFar_});
             literalsSoFar_ = 0;
             lineFrom = lineFeed + 1;
+            responseStart_ = base + lineFrom;
         }
         if (!literal) {
             lines_.append(bytes);
             lineStart_ = base + lineFrom;
+            checkLineLimit();
             return;
         }
+        checkLineLimit();
+    }
+}
+
+void IMAPResponseReader::checkLineLimit() const {
+    if (origin_ + lines_.size() - responseStart_ > lineLimit) {
+        throw IMAPParseError(IMAPParseError::Kind::unexpectedEnd);
     }
 }
 
@@ -155,6 +168,7 @@ void IMAPResponseReader::commit(std::size_t count) {
 }
 
 void IMAPResponseReader::endLine() {
+    checkLineLimit();
     std::size_t lineStart = lineStart_ - origin_;
     std::size_t lineFeed = lines_.size() - 1;
     std::size_t lineEnd = lineFeed;
@@ -166,7 +180,11 @@ void IMAPResponseReader::endLine() {
     if (!literal) {
         framed_.push_back(Framed{origin_ + lineEnd, lineStart_, literalsSoFar_});
         literalsSoFar_ = 0;
+        responseStart_ = lineStart_;
         return;
+    }
+    if (*literal > literalLimit_) {
+        throw IMAPParseError(IMAPParseError::Kind::badLiteral);
     }
     // The next line starts after the literal, at the same position among the line bytes.
     filling_.emplace(HeldLiteral{lineStart_, {}});

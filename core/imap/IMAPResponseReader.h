@@ -20,9 +20,12 @@ namespace qs {
 ///
 /// A response is complete when its last line has ended (CR LF, or a lone LF) and every literal
 /// `{n}` / `{n+}` announced at the end of one of its lines has all its n bytes. The bytes of a
-/// literal are skipped unexamined. Framing never fails: it only ever waits for more bytes.
-/// There is no limit on the size of a response; at most `literalReserveLimit` bytes are reserved
-/// ahead of the bytes that actually arrive, however large a literal is announced.
+/// literal are skipped unexamined. Framing only ever waits for more bytes, except where a
+/// server would otherwise exhaust memory: a literal announced longer than `literalLimit()`, or
+/// more than `lineLimit` bytes outside literals in one response, fails `append` and `commit`
+/// with `IMAPParseError` ("bad literal", "unexpected end"), and the reader is then unusable. At
+/// most `literalReserveLimit` bytes are reserved ahead of the bytes that actually arrive,
+/// however large a literal is announced.
 ///
 /// Framing happens as bytes are appended, and each byte is looked at once: the lines are
 /// scanned for their line feeds, and a literal's bytes, once its announcement has been seen,
@@ -40,6 +43,17 @@ public:
     /// reader allocate more ahead of the bytes that actually arrive. Larger literals still
     /// arrive, their string just grows as they do.
     static constexpr std::size_t literalReserveLimit = 0x2000000;
+
+    /// The longest literal accepted unless `setLiteralLimit` says otherwise: far above any real
+    /// message, far below what would take the machine down.
+    static constexpr std::size_t defaultLiteralLimit = std::size_t(1) << 30;
+    /// The most bytes outside literals in one response (a line that never ends, or endless
+    /// small literals): no real response comes near it.
+    static constexpr std::size_t lineLimit = 0x100000;
+
+    /// Applies to literals announced from now on.
+    void setLiteralLimit(std::size_t limit) { literalLimit_ = limit; }
+    std::size_t literalLimit() const { return literalLimit_; }
 
     /// Adds received bytes at the end of the stream.
     void append(std::string_view bytes);
@@ -88,6 +102,8 @@ private:
 
     /// Ends the line whose line feed was just appended to `lines_`.
     void endLine();
+    /// Throws once the response being received holds more than `lineLimit` line bytes.
+    void checkLineLimit() const;
     /// The literal being filled has all its bytes.
     void endLiteral();
     /// The next framed response, taken off the list; there must be one.
@@ -105,6 +121,8 @@ private:
     // Where the line being received starts (a position), and how many literals the response
     // being received holds so far.
     std::size_t lineStart_ = 0;
+    std::size_t responseStart_ = 0; // where the response being received starts (a position)
+    std::size_t literalLimit_ = defaultLiteralLimit;
     std::size_t literalsSoFar_ = 0;
     std::vector<Framed> framed_; // [firstFramed_, end) are pending
     std::size_t firstFramed_ = 0;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <string>
 #include <system_error>
@@ -73,6 +74,32 @@ void write(const std::filesystem::path& path, std::string_view bytes) {
 
 void writeUnflushed(const std::filesystem::path& path, std::string_view bytes) {
     writeFile(path, bytes, false);
+}
+
+void removeDeadLeftovers(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::directory_iterator it(folder, error);
+    for (; !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+        auto name = it->path().filename().string();
+        if (!name.starts_with(temporaryPrefix)) {
+            continue;
+        }
+        // ".qs-tmp-{pid}-{n}-{name}": a file of a live process is a save under way.
+        auto rest = std::string_view(name).substr(temporaryPrefix.size());
+        auto digits = rest.substr(0, rest.find('-'));
+        pid_t pid = 0;
+        for (char c : digits) {
+            pid = c >= '0' && c <= '9' && pid < 100'000'000 ? pid * 10 + (c - '0') : -1;
+            if (pid < 0) {
+                break;
+            }
+        }
+        if (pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM)) {
+            continue;
+        }
+        std::error_code ignored;
+        std::filesystem::remove(it->path(), ignored);
+    }
 }
 
 void syncFileSystem(const std::filesystem::path& path) {

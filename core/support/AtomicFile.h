@@ -21,6 +21,10 @@ void writeUnflushed(const std::filesystem::path& path, std::string_view bytes);
 /// recognised and removed.
 inline constexpr std::string_view temporaryPrefix = ".qs-tmp-";
 
+/// Removes the temporary files in `folder` (not below it) that a writer killed mid-save left:
+/// those whose writing process is gone. Never throws; what can't be removed stays.
+void removeDeadLeftovers(const std::filesystem::path& folder);
+
 /// Flushes every written file of the file system that holds `path` (syncfs).
 /// Throws std::system_error.
 void syncFileSystem(const std::filesystem::path& path);

@@ -3,6 +3,7 @@
 #include "support/AtomicFile.h"
 #include "support/FileIO.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <ostream>
 #include <sys/stat.h>
@@ -15,7 +16,8 @@ namespace {
 // The file at `path` holds exactly `data`. Anything that can't be read counts as different.
 bool holdsExactly(const std::filesystem::path& path, std::string_view data) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) {
+    // A symbolic link is never the message, wherever it points.
+    if (::lstat(path.c_str(), &info) != 0) {
         return false;
     }
     if (!S_ISREG(info.st_mode) || static_cast<uint64_t>(info.st_size) != data.size()) {
@@ -91,16 +93,43 @@ void ArchiveLayout::saveSync(const AccountSyncState& state, const MailAccount& a
 
 std::filesystem::path ArchiveLayout::url(std::string_view relative) const {
     // An account label of nothing but unsafe characters gives a folder path that starts with
-    // "/"; joined as it is, it would leave the vault for the file system's root.
-    while (!relative.empty() && relative.front() == '/') {
-        relative.remove_prefix(1);
+    // "/", and a damaged record may say anything: joined as they are, they would leave the
+    // vault.
+    std::filesystem::path result = root;
+    while (!relative.empty()) {
+        auto slash = relative.find('/');
+        auto segment = relative.substr(0, slash);
+        if (!segment.empty() && segment != "." && segment != "..") {
+            result /= segment;
+        }
+        relative.remove_prefix(slash == std::string_view::npos ? relative.size() : slash + 1);
     }
-    return root / std::filesystem::path(relative);
+    return result;
+}
+
+bool ArchiveLayout::contains(const std::filesystem::path& path) const {
+    std::error_code error;
+    auto realRoot = std::filesystem::weakly_canonical(root, error);
+    if (error) {
+        return false;
+    }
+    auto real = std::filesystem::weakly_canonical(path, error);
+    if (error) {
+        return false;
+    }
+    auto [inRoot, inPath] =
+        std::mismatch(realRoot.begin(), realRoot.end(), real.begin(), real.end());
+    return inRoot == realRoot.end();
 }
 
 std::string ArchiveLayout::write(std::string_view data, std::string_view relative, Date date,
                                  Durability durability) const {
-    std::filesystem::create_directories(url(relative).parent_path());
+    auto folder = url(relative).parent_path();
+    if (!contains(folder)) {
+        throw std::system_error(std::make_error_code(std::errc::permission_denied),
+                                folder.string());
+    }
+    std::filesystem::create_directories(folder);
     // Later candidates are always made from the name passed in, so a message that collides
     // with "x (2).eml" becomes "x (3).eml", never "x (2) (2).eml".
     std::string_view stem =

@@ -50,9 +50,14 @@ struct ArchiveLayout {
     /// then untouched.
     void saveSync(const AccountSyncState& state, const MailAccount& account) const;
 
-    /// root joined with a vault-relative path. Leading slashes are dropped, so every
-    /// relative path stays inside the vault.
+    /// root joined with a vault-relative path, which may come from a damaged or hostile record:
+    /// empty, "." and ".." segments are dropped (a leading slash too), so the result is always
+    /// below the root, "../x" naming root/x.
     std::filesystem::path url(std::string_view relative) const;
+
+    /// Whether `path`, once its symbolic links are followed, is the root or below it: a link
+    /// in the vault that leads out of it is refused by whatever writes or removes files.
+    bool contains(const std::filesystem::path& path) const;
 
     /// Files a message at `relative` (which ends in ".eml") and returns the relative path
     /// actually used. Never overwrites and never duplicates: a file already there with exactly
@@ -60,7 +65,8 @@ struct ArchiveLayout {
     /// message to "{name} (2).eml", "{name} (3).eml", … (each try made from `relative`), the
     /// first that is free or identical. A new file is written atomically and its modification
     /// time set to `date` (a failure of that last step is ignored).
-    /// Throws std::system_error when the folder can't be made or the file can't be written;
+    /// Throws std::system_error when the folder can't be made or the file can't be written,
+    /// or (permission_denied) when a symbolic link would take the file out of the vault;
     /// nothing half-written is left behind.
     std::string write(std::string_view data, std::string_view relative, Date date,
                       Durability durability = Durability::flushed) const;

@@ -18,6 +18,9 @@ void to_json(nlohmann::json& json, const FolderState& state) {
     if (state.sizes) {
         json["sizes"] = *state.sizes;
     }
+    if (state.relinking) {
+        json["relinking"] = true;
+    }
 }
 
 void from_json(const nlohmann::json& json, FolderState& state) {
@@ -37,6 +40,7 @@ void from_json(const nlohmann::json& json, FolderState& state) {
         }
         state.sizes = std::move(decoded);
     }
+    state.relinking = RecordJSON::optional<bool>(json, "relinking").value_or(false);
 }
 
 std::ostream& operator<<(std::ostream& out, const FolderState& state) {
@@ -60,7 +64,7 @@ std::ostream& operator<<(std::ostream& out, const FolderState& state) {
     } else {
         out << "none";
     }
-    return out << '}';
+    return out << (state.relinking ? " relinking" : "") << '}';
 }
 
 } // namespace qs

@@ -12,7 +12,8 @@
 namespace qs {
 
 /// What is known of one mailbox of one account. In the sync file every key is required except
-/// "lastRun" and "sizes", which are left out while absent.
+/// "lastRun" and "sizes", which are left out while absent, and "relinking", left out while
+/// false.
 struct FolderState {
     /// The mailbox's IMAP `name`.
     std::string mailbox;
@@ -31,6 +32,10 @@ struct FolderState {
     /// UID in decimal → the size the server reported (else the size of the body written).
     /// Absent in state files written before sizes were kept.
     std::optional<std::map<std::string, std::int64_t>> sizes;
+    /// The UIDVALIDITY changed and the folder hasn't yet been walked whole under the new one:
+    /// until then every run recognises the files already in the folder by size and bytes
+    /// rather than writing them again under their new UIDs.
+    bool relinking = false;
 
     friend bool operator==(const FolderState&, const FolderState&) = default;
 };

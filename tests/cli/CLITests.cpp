@@ -8,6 +8,7 @@
 #include "support/TemporaryDirectory.h"
 #include "vault/ArchiveLayout.h"
 #include "vault/MailAccount.h"
+#include "vault/VaultLock.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -227,6 +228,8 @@ TEST_F(CLITest, ImportsAnMboxAndFindsItsMessages) {
         << imported.output;
     size_t count = std::stoul(match[1]);
     EXPECT_GT(count, 0u);
+    // The scan that brings them into the index was finished, not dropped, at exit.
+    EXPECT_TRUE(fs::exists(ArchiveLayout{vault()}.indexURL()));
     EXPECT_LE(count, members);
     ProcessResult listed = cli({"list", "--account", "Imported", "--json"});
     ASSERT_EQ(listed.exitCode, 0) << listed.output;
@@ -468,7 +471,14 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         {{"backup"}, "", 1, "No accounts yet"},
         {{"account", "remove", "Nobody"}, "", 1, "No account named “Nobody”. The accounts: none."},
         {{"show", "Demo/INBOX/2020/nothing.eml"}, "", 1, "No message at"},
+        {{"reindex"}, "", 1, "(" + VaultLock::describeHolder("backup") + ") is working on"},
+        {{"import", (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string()},
+         "",
+         1,
+         "The vault is busy"},
     };
+    // Another writer holds the vault all along.
+    VaultLock held(ArchiveLayout{vault()}, "backup");
     for (const Case& c : cases) {
         ProcessResult result =
             c.arguments[0] == "env" ? runProcess(c.arguments, c.input) : cli(c.arguments, c.input);

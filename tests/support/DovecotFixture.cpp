@@ -500,6 +500,21 @@ void DovecotFixture::setUIDValidity(const std::string& user, const std::string& 
     doveadm({"mailbox", "update", "-u", user, "--uid-validity", std::to_string(value), folder});
 }
 
+std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const std::string& folder) {
+    auto aside = folder + "-renumbering";
+    auto old = uidValidity(user, folder);
+    createFolder(user, aside);
+    doveadm({"move", "-u", user, aside, "mailbox", folder, "all"});
+    doveadm({"move", "-u", user, folder, "mailbox", aside, "all"});
+    doveadm({"mailbox", "delete", "-u", user, aside});
+    setUIDValidity(user, folder, old + 1000);
+    std::vector<uint32_t> uids;
+    for (const auto& message : messages(user, folder)) {
+        uids.push_back(message.uid);
+    }
+    return uids;
+}
+
 void DovecotFixture::addFlags(const std::string& user, const std::string& folder, uint32_t uid,
                               const std::string& flags) {
     doveadm({"flags", "add", "-u", user, flags, "mailbox", folder, "uid", std::to_string(uid)});

@@ -98,6 +98,10 @@ public:
     /// The folder's UIDVALIDITY, and a way to change it (as a server that rebuilt its index).
     uint32_t uidValidity(const std::string& user, const std::string& folder);
     void setUIDValidity(const std::string& user, const std::string& folder, uint32_t value);
+    /// Renumbers a folder as a server that rebuilt or migrated it: every message moved out and
+    /// back (so each gets a new UID), then a new UIDVALIDITY. Returns the new UIDs in the old
+    /// order.
+    std::vector<uint32_t> renumber(const std::string& user, const std::string& folder);
     /// Adds flags to messages by UID, e.g. "\\Deleted".
     void addFlags(const std::string& user, const std::string& folder, uint32_t uid,
                   const std::string& flags);

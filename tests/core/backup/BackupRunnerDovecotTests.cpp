@@ -2,10 +2,12 @@
 // shared corpus, and the conditions a real server and a real process meet (a UIDVALIDITY
 // change, a run killed halfway).
 #include "backup/BackupRunner.h"
+#include "imap/IMAPError.h"
 #include "support/AtomicFile.h"
 #include "support/DovecotFixture.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
+#include "support/IMAPRelay.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -167,24 +169,58 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
     EXPECT_EQ(snapshot(layout.root).size(), 303u);
 }
 
-TEST_F(RunnerWithDovecot, UIDValidityChangeRebuildsFilesWithoutWriting) {
-    makeUser("validity");
-    auto mail = corpusMail(25);
-    seed(dovecot, "validity", {{"INBOX", mail}});
-    auto first = backUp();
-    ASSERT_EQ(first.newMessages, 25);
-    auto old = state("INBOX");
+// A server that truly renumbers a folder (new UIDVALIDITY, every message a new UID), the backup
+// of it cut off after each batch in turn, then run to the end: the files already in the vault
+// are recognised however many runs it takes, none is written again and none goes missing.
+TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole) {
+    // A cut at an exact command needs the relay, which speaks plain IMAP.
+    static DovecotFixture plain(DovecotFixture::Options{true, {}, true});
+    plain.addUser("relink", "secret");
+    test::IMAPRelay relay(plain.imapPort());
+    makeUser("relink");
+    account.server = {"127.0.0.1", relay.port(), true};
+    auto mail = corpusMail(20);
+    test::seedFolders(plain, "relink", {{"INBOX", [&] {
+                                             std::vector<test::SeedMessage> seeded;
+                                             for (const auto& bytes : mail) {
+                                                 seeded.push_back({bytes, std::nullopt});
+                                             }
+                                             return seeded;
+                                         }()}});
+    auto backUpInBatchesOf4 = [&] {
+        BackupRunner runner(layout, account, "secret");
+        runner.batchCount = 4;
+        return runner.run({});
+    };
+    ASSERT_EQ(backUpInBatchesOf4().newMessages, 20);
     auto before = snapshot(layout.root);
 
-    dovecot.setUIDValidity("validity", "INBOX", old.uidValidity + 1000);
-    auto second = backUp();
-    EXPECT_EQ(second.newMessages, 25);
-    EXPECT_EQ(second.files, first.files);
-    EXPECT_EQ(snapshot(layout.root), before);
-    auto rebuilt = state("INBOX");
-    EXPECT_EQ(rebuilt.uidValidity, old.uidValidity + 1000);
-    EXPECT_EQ(rebuilt.files, old.files);
-    EXPECT_EQ(rebuilt.highestUID, 25u);
+    // Cut after `batches` of the five body fetches; 0 is a run that isn't cut at all.
+    for (int batches = 0; batches < 5; ++batches) {
+        SCOPED_TRACE(batches);
+        auto uids = plain.renumber("relink", "INBOX");
+        ASSERT_EQ(uids.size(), 20u);
+        if (batches > 0) {
+            // The metadata fetch, then one per batch.
+            relay.arm("UID FETCH", 2 + batches, test::IMAPRelay::Action::cut);
+            EXPECT_THROW(backUpInBatchesOf4(), IMAPError);
+            auto cut = state("INBOX");
+            EXPECT_TRUE(cut.relinking);
+            EXPECT_EQ(cut.files.size(), size_t(4 * batches));
+        }
+        relay.arm("nothing", 1, test::IMAPRelay::Action::cut);
+        auto summary = backUpInBatchesOf4();
+        EXPECT_EQ(summary.newMessages, 0);
+        EXPECT_EQ(summary.relinked, 20 - 4 * batches);
+        EXPECT_EQ(snapshot(layout.root), before);
+        auto relinked = state("INBOX");
+        EXPECT_FALSE(relinked.relinking);
+        ASSERT_EQ(relinked.files.size(), 20u);
+        for (size_t n = 0; n < uids.size(); ++n) {
+            EXPECT_EQ(FileIO::read(layout.url(relinked.files.at(std::to_string(uids[n])))),
+                      mail[n]);
+        }
+    }
 }
 
 TEST_F(RunnerWithDovecot, RunKilledInTheMiddleOfAFolderIsCompletedByTheNext) {

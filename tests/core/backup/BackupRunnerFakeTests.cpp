@@ -4,10 +4,13 @@
 #include "FakeMailboxes.h"
 #include "backup/BackupRunner.h"
 #include "imap/IMAPError.h"
+#include "imap/IMAPParseError.h"
 #include "support/AtomicFile.h"
 #include "support/Cancellation.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
+#include "vault/VaultBusyError.h"
+#include "vault/VaultLock.h"
 
 #include <gtest/gtest.h>
 
@@ -33,21 +36,22 @@ std::string message(std::uint32_t n, const std::string& subject = {}, size_t pad
 }
 
 FakeFolder folder(std::string name, std::uint32_t count, std::uint32_t first = 1) {
-    FakeFolder result{std::move(name), {}, 1, {}, {}};
+    FakeFolder result{std::move(name), {}, 1, {}, {}, {}};
     for (std::uint32_t uid = first; uid < first + count; ++uid) {
         result.messages[uid] = message(uid);
     }
     return result;
 }
 
-// Every regular file below the root (sync state included), with bytes and modification time.
+// Every regular file below the root (sync state included, the vault's lock left out), with bytes
+// and modification time.
 std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
     std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
     if (!fs::exists(root)) {
         return files;
     }
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file()) {
+        if (entry.is_regular_file() && entry.path().filename() != VaultLock::fileName) {
             files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
                                                                 entry.last_write_time()};
         }
@@ -170,6 +174,7 @@ struct ChoiceCase {
     bool listNothing;
     std::vector<std::string> examined;
     int folders;
+    std::vector<std::string> vanished;
 };
 
 class FolderChoice : public RunnerWithFake, public testing::WithParamInterface<ChoiceCase> {};
@@ -189,18 +194,21 @@ TEST_P(FolderChoice, VisitsWhatIsChosenAndSelectable) {
     EXPECT_EQ(commandsNamed("EXAMINE"), expected);
     EXPECT_TRUE(commandsNamed("SELECT").empty());
     EXPECT_EQ(summary.folders, GetParam().folders);
+    EXPECT_EQ(summary.vanished, GetParam().vanished);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, FolderChoice,
-    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1},
-                    ChoiceCase{"StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2},
+    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1, {}},
+                    ChoiceCase{
+                        "StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2, {}},
                     ChoiceCase{"UnselectableAndVanishedSkipped",
                                {"Archive", "Gone", "Old", "Sent"},
                                false,
                                {"Sent"},
-                               1},
-                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1}),
+                               1,
+                               {"Gone"}},
+                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1, {}}),
     [](const testing::TestParamInfo<ChoiceCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
@@ -473,30 +481,43 @@ TEST_F(RunnerWithFake, CancellingBetweenBatchesKeepsWhatWasSaved) {
     EXPECT_TRUE(commandsNamed("EXAMINE Sent").empty());
 }
 
-TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWriting) {
+TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWritingAcrossADrop) {
     mail.folders = {folder("INBOX", 30)};
     auto first = backUp();
     auto before = snapshot(layout.root);
     // The server rebuilt its index: the same messages under new UIDs and a new UIDVALIDITY.
-    FakeFolder renumbered{"INBOX", {}, 2, {}, {}};
+    FakeFolder renumbered{"INBOX", {}, 2, {}, {}, {}};
     for (const auto& [uid, bytes] : mail.folders[0].messages) {
         renumbered.messages[uid + 500] = bytes;
     }
+    // Two identical messages keep their two files.
+    renumbered.messages[531] = mail.folders[0].messages[1];
+    std::ofstream(layout.url("Acct/INBOX/2024/2024-03-05 m1 1 (2).eml")) << message(1);
+    before = snapshot(layout.root);
     mail.folders = {renumbered};
-    auto summary = backUp();
-    EXPECT_EQ(summary.newMessages, 30);
-    EXPECT_EQ(summary.files, first.files);
+    // The first re-linking run is cut off after two saved batches of 10.
+    mail.dropInBody = first.newMessages + 25;
+    EXPECT_THROW(backUp(nullptr, 10), IMAPError);
+    EXPECT_TRUE(state("INBOX").relinking);
+    mail.dropInBody.reset();
+    auto summary = backUp(nullptr, 10);
+    EXPECT_EQ(summary.newMessages, 0);
+    EXPECT_EQ(summary.relinked, 11);
+    EXPECT_EQ(summary.bytes, 0);
     auto after = snapshot(layout.root);
     auto sync = layout.syncURL(account).lexically_relative(layout.root).string();
     before.erase(sync);
     after.erase(sync);
     EXPECT_EQ(after, before);
     auto filed = state("INBOX");
+    EXPECT_FALSE(filed.relinking);
     EXPECT_EQ(filed.uidValidity, 2u);
-    EXPECT_EQ(filed.highestUID, 530u);
-    EXPECT_EQ(filed.files.size(), 30u);
-    EXPECT_EQ(filed.files.at("501"), first.files.at(0));
-    EXPECT_EQ(filed.sizes->size(), 30u);
+    EXPECT_EQ(filed.highestUID, 531u);
+    EXPECT_EQ(filed.files.size(), 31u);
+    EXPECT_EQ(
+        (std::set<std::string>{filed.files.at("501"), filed.files.at("531")}),
+        (std::set<std::string>{first.files.at(0), "Acct/INBOX/2024/2024-03-05 m1 1 (2).eml"}));
+    EXPECT_EQ(filed.sizes->size(), 31u);
 }
 
 TEST_F(RunnerWithFake, DifferentMessageOnTheSameNameGetsACounter) {
@@ -515,6 +536,151 @@ TEST_F(RunnerWithFake, DifferentMessageOnTheSameNameGetsACounter) {
               message(1, "same"));
 }
 
+// What a hostile or broken server may send in answer to a body FETCH. An answer nobody asked
+// for is ignored; what would exhaust memory ends the run with a parse error before it is held.
+struct HostileCase {
+    const char* name;
+    std::string before;                          // sent ahead of the first batch's bodies
+    std::string after;                           // sent after them
+    std::map<std::uint32_t, std::uint64_t> told; // RFC822.SIZE told instead of the true one
+    std::optional<std::string> error;            // the parse error that ends the run
+};
+
+class HostileAnswers : public RunnerWithFake, public testing::WithParamInterface<HostileCase> {};
+
+TEST_P(HostileAnswers, AreIgnoredOrEndTheRunBeforeMemoryGoes) {
+    mail.folders = {folder("INBOX", 3)};
+    mail.folders[0].messages[1] = message(1, {}, 200'000);
+    mail.folders[0].toldSizes = GetParam().told;
+    mail.beforeFirstBodies = GetParam().before;
+    mail.afterFirstBodies = GetParam().after;
+    std::optional<std::string> error;
+    try {
+        backUp(nullptr, 1);
+    } catch (const IMAPParseError& parse) {
+        error = parse.description();
+    }
+    EXPECT_EQ(error, GetParam().error);
+    auto saved = layout.loadSync(account).folders["INBOX"];
+    EXPECT_EQ(saved.files.size(), error ? 0u : 3u);
+    EXPECT_EQ(saved.highestUID, error ? 0u : 3u);
+    for (const auto& [uid, path] : saved.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.folders[0].messages.at(std::stoul(uid)));
+    }
+    EXPECT_EQ(messageFiles(layout.root).size(), saved.files.size());
+}
+
+std::string forged(std::uint32_t uid) {
+    return "* 9 FETCH (UID " + std::to_string(uid) + " BODY[] {6}\r\nforged)\r\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Server, HostileAnswers,
+    testing::Values(HostileCase{"UnrequestedUID", forged(3), {}, {}, {}},
+                    HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
+                    HostileCase{"HugeLiteral",
+                                "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ",
+                                {},
+                                {},
+                                "bad literal"},
+                    HostileCase{"LineWithoutEnd",
+                                "* 1 FETCH (UID 1 FLAGS (" + std::string(1'100'000, 'a'),
+                                {},
+                                {},
+                                "unexpected end"},
+                    HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
+    [](const testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
+
+TEST_F(RunnerWithFake, GreatestPossibleUIDIsNotAskedPast) {
+    mail.folders = {folder("INBOX", 0)};
+    mail.folders[0].messages = {{4'294'967'294u, message(1)}, {4'294'967'295u, message(2)}};
+    EXPECT_EQ(backUp().newMessages, 2);
+    EXPECT_EQ(state("INBOX").highestUID, 4'294'967'295u);
+    EXPECT_EQ(backUp().newMessages, 0);
+    EXPECT_EQ(commandsNamed("UID SEARCH"), std::vector<std::string>{"UID SEARCH UID 1:*"});
+}
+
+// A stop asked for while a batch is reported, which comes from the filing thread while later
+// batches download, lets no further batch be requested; what was fetched is filed and saved.
+TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
+    mail.folders = {folder("INBOX", 60)};
+    auto server = mail.serve();
+    auto backup = runner(server->port());
+    backup.batchCount = 2;
+    std::stop_source stop;
+    size_t requestedAtStop = 0;
+    EXPECT_THROW(backup.run(
+                     [&](const BackupProgress& report) {
+                         if (!report.newFiles.empty() && !stop.stop_requested()) {
+                             requestedAtStop = commandsNamed("UID FETCH").size();
+                             stop.request_stop();
+                         }
+                     },
+                     stop.get_token()),
+                 CancellationError);
+    // The metadata fetch, then one per batch; the batch on its way when the stop came may be
+    // cut short, every batch before it is saved.
+    EXPECT_LE(commandsNamed("UID FETCH").size(), requestedAtStop + 1);
+    auto filed = state("INBOX");
+    EXPECT_GE(filed.files.size(), 2 * (requestedAtStop - 2));
+    for (const auto& [uid, path] : filed.files) {
+        EXPECT_EQ(FileIO::read(layout.url(path)), mail.folders[0].messages.at(std::stoul(uid)));
+    }
+}
+
+// A sync record is read back from the disk, where anything may have changed it: whatever its
+// directory says, nothing is written, walked or removed outside the vault.
+TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
+    mail.folders = {folder("INBOX", 2)};
+    auto outside = directory.path() / "outside";
+    fs::create_directories(outside / "2024");
+    std::ofstream(outside / "2024" / (std::string(AtomicFile::temporaryPrefix) + "1-0-x.eml"))
+        << "not ours";
+    const std::pair<std::string, std::string> cases[] = {
+        {"../outside", "outside"},
+        {outside.string(), outside.relative_path().string()},
+        {"Link", "Link"},
+    };
+    fs::create_directories(layout.root);
+    fs::create_directory_symlink(outside, layout.root / "Link");
+    for (const auto& [hostile, inVault] : cases) {
+        SCOPED_TRACE(hostile);
+        AccountSyncState sync;
+        sync.folders["INBOX"] = FolderState{"INBOX", hostile, 1, 0, {}, {}, {}, false};
+        layout.saveSync(sync, account);
+        if (hostile == "Link") {
+            EXPECT_THROW(backUp(), std::system_error);
+        } else {
+            EXPECT_EQ(backUp().newMessages, 2);
+            EXPECT_TRUE(fs::exists(layout.root / inVault / "2024/2024-03-05 m1 1.eml"));
+        }
+        EXPECT_EQ(fs::directory_iterator(outside / "2024")->path().filename().string(),
+                  std::string(AtomicFile::temporaryPrefix) + "1-0-x.eml");
+        EXPECT_EQ(std::distance(fs::directory_iterator(outside / "2024"), {}), 1);
+    }
+}
+
+TEST_F(RunnerWithFake, SecondBackupOfTheSameVaultWaitsItsTurn) {
+    mail.folders = {folder("INBOX", 3)};
+    auto server = mail.serve();
+    std::optional<std::string> holder;
+    auto first = runner(server->port());
+    auto summary = first.run([&](const BackupProgress& report) {
+        if (report.phase == BackupProgress::checking) {
+            // Another account of the vault, or another process, starts meanwhile.
+            try {
+                runner(server->port()).run({});
+            } catch (const VaultBusyError& busy) {
+                holder = busy.holder();
+            }
+        }
+    });
+    EXPECT_EQ(holder, VaultLock::describeHolder("backup"));
+    EXPECT_EQ(summary.newMessages, 3);
+    EXPECT_EQ(messageFiles(layout.root).size(), 3u);
+    EXPECT_EQ(commandsNamed("LOGIN").size(), 1u);
+}
+
 TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
     mail.folders = {folder("INBOX", 3)};
     fs::create_directories(layout.root);
@@ -525,8 +691,8 @@ TEST_F(RunnerWithFake, BlockedMessageFolderThrowsTheFileError) {
 
 TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     mail.folders = {folder("INBOX", 3)};
-    fs::create_directories(layout.root);
-    std::ofstream(layout.root / ".quernstead") << "in the way";
+    // A folder where the sync file goes: it can't be replaced.
+    fs::create_directories(layout.syncURL(account) / "in the way");
     EXPECT_THROW(backUp(), std::system_error);
     auto files = messageFiles(layout.root);
     EXPECT_EQ(files.size(), 3u);

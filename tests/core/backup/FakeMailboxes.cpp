@@ -1,14 +1,26 @@
 #include "FakeMailboxes.h"
 
 #include <algorithm>
-#include <set>
+#include <utility>
+#include <vector>
 
 namespace qs::test {
 
 namespace {
 
-std::set<std::uint32_t> parseSet(const std::string& text, std::uint32_t largest) {
-    std::set<std::uint32_t> uids;
+// A UID set as ranges, so that "1:*" costs nothing even when the greatest UID is 4294967295.
+struct UIDRanges {
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges;
+
+    bool contains(std::uint32_t uid) const {
+        return std::any_of(ranges.begin(), ranges.end(), [&](const auto& range) {
+            return range.first <= uid && uid <= range.second;
+        });
+    }
+};
+
+UIDRanges parseSet(const std::string& text, std::uint32_t largest) {
+    UIDRanges uids;
     size_t start = 0;
     while (start <= text.size()) {
         size_t comma = text.find(',', start);
@@ -20,14 +32,10 @@ std::set<std::uint32_t> parseSet(const std::string& text, std::uint32_t largest)
         if (auto colon = piece.find(':'); colon != std::string::npos) {
             auto a = read(piece.substr(0, colon));
             auto b = read(piece.substr(colon + 1));
-            for (auto uid = std::min(a, b); uid <= std::max(a, b) && uid != 0; ++uid) {
-                uids.insert(uid);
-                if (uid == UINT32_MAX) {
-                    break;
-                }
-            }
+            uids.ranges.emplace_back(std::max<std::uint32_t>(1, std::min(a, b)), std::max(a, b));
         } else if (!piece.empty()) {
-            uids.insert(read(piece));
+            auto uid = read(piece);
+            uids.ranges.emplace_back(uid, uid);
         }
         if (comma == std::string::npos) {
             break;
@@ -117,6 +125,10 @@ void FakeMailboxes::handle(FakeIMAPConnection& connection, const FakeIMAPCommand
         std::uint32_t largest = folder->messages.empty() ? 0 : folder->messages.rbegin()->first;
         auto wanted = parseSet(args[0], largest);
         bool bodies = args[1].find("BODY.PEEK[]") != std::string::npos;
+        bool first = bodies && ++bodyFetches_ == 1;
+        if (first && !beforeFirstBodies.empty()) {
+            connection.sendRaw(beforeFirstBodies);
+        }
         int sequence = 0;
         for (const auto& [uid, bytes] : folder->messages) {
             ++sequence;
@@ -126,7 +138,10 @@ void FakeMailboxes::handle(FakeIMAPConnection& connection, const FakeIMAPCommand
             std::string items = "UID " + std::to_string(uid);
             if (std::find(folder->withoutSize.begin(), folder->withoutSize.end(), uid) ==
                 folder->withoutSize.end()) {
-                items += " RFC822.SIZE " + std::to_string(bytes.size());
+                auto told = folder->toldSizes.find(uid);
+                items +=
+                    " RFC822.SIZE " +
+                    std::to_string(told != folder->toldSizes.end() ? told->second : bytes.size());
             }
             items += " INTERNALDATE \"05-Mar-2024 10:00:00 +0000\" FLAGS ()";
             if (!bodies) {
@@ -142,6 +157,9 @@ void FakeMailboxes::handle(FakeIMAPConnection& connection, const FakeIMAPCommand
                 return;
             }
             connection.sendRaw(head + bytes + ")\r\n");
+        }
+        if (first) {
+            connection.sendRaw(afterFirstBodies);
         }
         connection.send(tag + " OK fetched");
     } else if (name == "LOGOUT") {

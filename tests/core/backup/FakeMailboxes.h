@@ -24,6 +24,8 @@ struct FakeFolder {
     std::map<std::uint32_t, std::string> messages;
     /// UIDs whose RFC822.SIZE isn't sent.
     std::vector<std::uint32_t> withoutSize;
+    /// UID → the RFC822.SIZE told instead of the true one.
+    std::map<std::uint32_t, std::uint64_t> toldSizes;
 };
 
 class FakeMailboxes {
@@ -36,6 +38,10 @@ public:
     bool listNothing = false;
     /// Answer LOGOUT by closing the connection without a word.
     bool closeOnLogout = false;
+    /// Raw bytes sent at the start and at the end of the first answer to a body FETCH (an
+    /// answer nobody asked for, a literal of absurd length, a line that never ends).
+    std::string beforeFirstBodies;
+    std::string afterFirstBodies;
 
     /// Commands received, in order, as "NAME args".
     std::vector<std::string> commands() const;
@@ -52,6 +58,7 @@ private:
     std::vector<std::string> commands_;
     std::string selected_;
     int bodiesSent_ = 0;
+    int bodyFetches_ = 0;
 };
 
 } // namespace qs::test

@@ -138,13 +138,57 @@ TEST(ReaderFraming, OverflowingMarkerIsAnOrdinaryLineEnd) {
     EXPECT_NE(reader.next(), std::nullopt);
 }
 
-TEST(ReaderFraming, HugeAnnouncedLiteralOnlyWaits) {
-    IMAPResponseReader reader;
-    reader.append(std::string_view("* 1 FETCH (BODY[] {9223372036854775807}\r\nabc"));
-    EXPECT_EQ(reader.next(), std::nullopt);
-    reader.append(std::string_view(")\r\n* OK\r\n"));
-    EXPECT_EQ(reader.next(), std::nullopt);
-    EXPECT_EQ(reader.bufferedByteCount(), reader.buffer().size());
+// What a server could otherwise grow without end: refused as it arrives, the limits themselves
+// still accepted.
+TEST(ReaderFraming, LiteralsAndLinesHaveACeiling) {
+    const std::string line(IMAPResponseReader::lineLimit - 2, 'a');
+    struct Case {
+        const char* name;
+        std::size_t literalLimit;
+        std::vector<std::string> pieces;
+        std::optional<std::string> error;
+    };
+    const Case cases[] = {
+        {"HugeLiteral",
+         IMAPResponseReader::defaultLiteralLimit,
+         {"* 1 FETCH (BODY[] {9223372036854775807}\r\nabc"},
+         "bad literal"},
+        {"LiteralAboveTheSetLimit", 100, {"* 1 FETCH (BODY[] {101}\r\n"}, "bad literal"},
+        {"LiteralAtTheSetLimit", 100, {"* 1 FETCH (BODY[] {100}\r\n"}, std::nullopt},
+        {"LineAtTheLimit", IMAPResponseReader::defaultLiteralLimit, {line + "\r\n"}, std::nullopt},
+        {"LineWithoutEnd",
+         IMAPResponseReader::defaultLiteralLimit,
+         {line, "aaa"},
+         "unexpected end"},
+        {"LineAboveTheLimitInOnePiece",
+         IMAPResponseReader::defaultLiteralLimit,
+         {line + "a\r\n"},
+         "unexpected end"},
+        {"EndlessSmallLiterals",
+         IMAPResponseReader::defaultLiteralLimit,
+         {"* 1 FETCH (X",
+          [] {
+              std::string many;
+              while (many.size() <= 2 * IMAPResponseReader::lineLimit) {
+                  many += " {1}\r\nx";
+              }
+              return many;
+          }()},
+         "unexpected end"},
+    };
+    for (const auto& c : cases) {
+        IMAPResponseReader reader;
+        reader.setLiteralLimit(c.literalLimit);
+        std::optional<std::string> error;
+        try {
+            for (const auto& piece : c.pieces) {
+                reader.append(std::string_view(piece));
+            }
+        } catch (const IMAPParseError& parse) {
+            error = parse.description();
+        }
+        EXPECT_EQ(error, c.error) << c.name;
+    }
 }
 
 TEST(ReaderFraming, SmallResponsesLeaveConsumedBytesInFront) {

@@ -7,8 +7,13 @@
 #include "support/Unicode.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace qs {
 namespace {
@@ -81,6 +86,36 @@ TEST(AtomicFile, ReplacesWholeAndLeavesNoTemporary) {
     AtomicFile::write(target, "second");
     EXPECT_EQ(FileIO::read(target), "second");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1);
+    std::filesystem::remove_all(dir);
+}
+
+// Each record save killed half-way (a file size limit makes the kernel end the writer inside
+// its write), then the start-up clean-up: only a live process's save under way is left.
+TEST(AtomicFile, LeftoversOfKilledSavesAreRemovedAndLiveOnesKept) {
+    auto dir = std::filesystem::temp_directory_path() / ("qs-atomic-" + UUID::random().string());
+    std::filesystem::create_directories(dir);
+    for (const char* name : {"accounts.json", "filters.json", "index.json"}) {
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            struct rlimit limit {
+                10, 10
+            };
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            AtomicFile::write(dir / name, std::string(100, 'x'));
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status)) << name;
+    }
+    auto live = dir / (std::string(AtomicFile::temporaryPrefix) + std::to_string(::getpid()) +
+                       "-0-accounts.json");
+    std::ofstream(live) << "saving";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 4);
+    AtomicFile::removeDeadLeftovers(dir);
+    std::vector<std::filesystem::path> left(std::filesystem::directory_iterator(dir), {});
+    EXPECT_EQ(left, std::vector<std::filesystem::path>{live});
     std::filesystem::remove_all(dir);
 }
 

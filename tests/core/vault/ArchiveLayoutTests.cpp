@@ -57,6 +57,46 @@ TEST(ArchiveLayout, PathsLiveBelowTheRoot) {
     EXPECT_EQ(layout.url("Home/INBOX/2024/a 1.eml"), fs::path("/vault/Home/INBOX/2024/a 1.eml"));
 }
 
+// Paths come from records and from mail; whatever they say, they name something in the vault.
+TEST(ArchiveLayout, HostileRelativePathsStayBelowTheRoot) {
+    qs::ArchiveLayout layout{"/vault"};
+    const std::pair<const char*, const char*> cases[] = {
+        {"../escaped/a.eml", "/vault/escaped/a.eml"},
+        {"/etc/passwd", "/vault/etc/passwd"},
+        {"A/../../../x", "/vault/A/x"},
+        {"./A//B/./..", "/vault/A/B"},
+        {"..", "/vault"},
+        {"", "/vault"},
+        {"A/..hidden/x..y", "/vault/A/..hidden/x..y"},
+    };
+    for (const auto& [relative, expected] : cases) {
+        EXPECT_EQ(layout.url(relative), fs::path(expected)) << relative;
+    }
+}
+
+TEST(ArchiveLayoutWrite, ALinkOutOfTheVaultIsRefused) {
+    qs::test::TemporaryDirectory directory;
+    qs::ArchiveLayout layout{directory.path() / "vault"};
+    fs::create_directories(directory.path() / "outside");
+    fs::create_directories(layout.root / "A");
+    fs::create_directory_symlink(directory.path() / "outside", layout.root / "A/F");
+    fs::create_directory_symlink(layout.root / "A", layout.root / "Inside");
+    EXPECT_FALSE(layout.contains(layout.url("A/F/2024")));
+    EXPECT_TRUE(layout.contains(layout.url("Inside/2024")));
+    try {
+        layout.write("x", "A/F/2024/m 1.eml", qs::Date{});
+        ADD_FAILURE() << "the write should have been refused";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::permission_denied);
+    }
+    EXPECT_TRUE(fs::is_empty(directory.path() / "outside"));
+    // A link at the message's own name is never taken for the message.
+    fs::create_directories(layout.root / "B/2024");
+    std::ofstream(directory.path() / "outside/m.eml") << "x";
+    fs::create_symlink(directory.path() / "outside/m.eml", layout.root / "B/2024/m 1.eml");
+    EXPECT_EQ(layout.write("x", "B/2024/m 1.eml", qs::Date{}), "B/2024/m 1 (2).eml");
+}
+
 TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFile) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path() / "new vault"};
