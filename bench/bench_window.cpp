@@ -83,6 +83,7 @@ void printPercentiles(const char* what, std::vector<double> values) {
 } // namespace
 
 int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const int count = argc > 1 ? std::atoi(argv[1]) : 100'000;
     const auto base = fs::temp_directory_path() / ("qs-bench-window-" + std::to_string(::getpid()));
     const auto vault = base / "vault";

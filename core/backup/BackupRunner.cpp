@@ -90,6 +90,8 @@ struct Run {
     /// While re-linking: the files already claimed by a UID, so that two identical messages
     /// on the server keep their two files.
     std::set<std::string> linked;
+    /// A batch is being downloaded: a stop waits for its end (see `run`).
+    std::atomic<bool>* fetching = nullptr;
 
     void report(BackupProgress report) {
         report.account = runner.account.label;
@@ -233,6 +235,11 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
             largest = std::max(largest, limit);
         }
         client.setLiteralLimit(largest);
+        fetching->store(true);
+        struct Fetched {
+            std::atomic<bool>& flag;
+            ~Fetched() { flag.store(false); }
+        } fetched_{*fetching};
         client.fetchBodies(batch, [&](IMAPFetchItem&& item) {
             // Only what was asked for, once: an answer for another UID, or a second body,
             // would be filed under a UID that says nothing of what it holds.
@@ -389,8 +396,19 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
     // One writer per vault: another backup of it (another account's, or from another process)
     // would file the same mail twice and remove the other's temporary files.
     VaultLock lock(layout, "backup");
+    // A stop ends the current batch's download only after it, so that what was asked for is
+    // filed and saved ("Stopping after the current batch" holds); anywhere else it ends the
+    // conversation at once. A stalled server still gives up within the time-out.
+    std::stop_source connection;
+    std::atomic<bool> fetching{false};
+    std::stop_callback relay(stop, [&] {
+        if (!fetching.load()) {
+            connection.request_stop();
+        }
+    });
     IMAPClient client(account.server,
-                      std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000)), stop);
+                      std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000)),
+                      connection.get_token());
     // Closing sends nothing and can't fail, so it is safe on every way out.
     struct Disconnect {
         IMAPClient& client;
@@ -413,6 +431,7 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
     }
 
     Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}, {}, {}};
+    run.fetching = &fetching;
     removeSyncLeftovers(layout, account);
     for (const auto& name : chosen) {
         checkCancelled(stop);

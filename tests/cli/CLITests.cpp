@@ -485,7 +485,8 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments[0] << "\n" << result.output;
         EXPECT_NE(result.output.find(c.words), std::string::npos) << result.output;
     }
-    EXPECT_FALSE(fs::exists(vault() / ".quernstead")) << "a failed sign-in saves nothing";
+    EXPECT_FALSE(fs::exists(vault() / ".quernstead" / "accounts.json"))
+        << "a failed sign-in saves nothing";
 }
 
 // The same user, server and port is one account: adding it again updates it, so no twin can
