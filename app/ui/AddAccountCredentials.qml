@@ -114,7 +114,8 @@ RowLayout {
     }
 
     Rectangle {
-        Layout.fillHeight: true
+        Layout.alignment: Qt.AlignTop
+        Layout.preferredHeight: Math.min(help.implicitHeight + 28, page.height)
         Layout.preferredWidth: 1
         Layout.fillWidth: true
         radius: Theme.rCard

@@ -148,7 +148,7 @@ void AddAccountFlow::connectToServer() {
             client.logout();
             MainThread::post(flow, [stop, mailboxes = std::move(mailboxes)](AddAccountFlow& f) {
                 if (!stop.stop_requested()) {
-                    f.signedIn(mailboxes);
+                    f.presentMailboxes(mailboxes);
                 }
             });
         } catch (...) {
@@ -163,11 +163,12 @@ void AddAccountFlow::connectToServer() {
     });
 }
 
-void AddAccountFlow::signedIn(std::vector<IMAPMailbox> mailboxes) {
+void AddAccountFlow::presentMailboxes(std::vector<IMAPMailbox> mailboxes) {
     auto defaults = AccountDraft::defaultFolders(draft_.preset().id, mailboxes);
     mailboxes_ = std::move(mailboxes);
     chosen_ = {defaults.begin(), defaults.end()};
     emit foldersChanged();
+    setError(std::nullopt);
     setBusy(false);
     setStep(Folders);
 }

@@ -101,6 +101,9 @@ public:
     /// the password can't be kept the error titled "Couldn’t save the password" shows, nothing
     /// is added and the step stays.
     Q_INVOKABLE void save();
+    /// The end of a good sign-in: these are the server's mailboxes, the defaults are chosen and
+    /// the step moves to folders.
+    void presentMailboxes(std::vector<IMAPMailbox> mailboxes);
     /// Back to an empty draft on the first step; a sign-in in flight is stopped and forgotten.
     Q_INVOKABLE void reset();
 
@@ -117,7 +120,6 @@ private:
     void setStep(Step step);
     void setBusy(bool busy);
     void setError(std::optional<FriendlyError::Message> error);
-    void signedIn(std::vector<IMAPMailbox> mailboxes);
 
     AppStore& store_;
     Step step_ = Provider;

@@ -11,7 +11,6 @@ Popup {
     objectName: "addAccountSheet"
     property alias flow: flow
 
-    parent: Overlay.overlay
     anchors.centerIn: parent
     width: Math.min(760, parent ? parent.width - 40 : 760)
     height: Math.min(640, parent ? parent.height - 40 : 640)
