@@ -1,6 +1,7 @@
 #include "SnapshotRunner.h"
 
 #include "AddAccountFlow.h"
+#include "FreeUpFlow.h"
 #include "Motion.h"
 #include "Theme.h"
 #include "model/AppStore.h"
@@ -270,6 +271,58 @@ void SnapshotRunner::planSheetShots(bool dark) {
     });
     add("", [this] {
         store_.setShowBackupActivity(false);
+        return false;
+    });
+    add("free-up-choose", [this] {
+        sheet(QStringLiteral("FreeUpSpaceSheet"));
+        store_.setShowFreeUp(true);
+        return false;
+    });
+    // The later steps draw a walk laid out here: the demo's server isn't running in this mode.
+    const auto walk = [this](CleanupStage stage, int checked) {
+        using Status = CleanupItem::Status;
+        CleanupPlan plan;
+        plan.mailbox = plan.displayName = "INBOX";
+        plan.before = std::chrono::system_clock::now() - std::chrono::days(730);
+        plan.serverSupportsUIDPlus = true;
+        for (uint32_t uid = 1; uid <= 10; ++uid) {
+            CleanupItem item;
+            item.uid = uid;
+            item.serverSize = 2'000 + uid * 3'517;
+            item.date = plan.before - std::chrono::days(40 * uid);
+            if (int(uid) <= checked)
+                item.status = uid == 4   ? Status::notBackedUp()
+                              : uid == 9 ? Status::sizeMismatch(4'100, 4'211)
+                                         : Status::verified();
+            plan.items.push_back(item);
+        }
+        CleanupModel& cleanup = store_.cleanup();
+        cleanup.setPlan(plan);
+        cleanup.setChecked(checked);
+        cleanup.setBusy(checked < 10);
+        cleanup.setStage(stage);
+    };
+    add("free-up-verify", [walk] {
+        walk(CleanupStage::verify, 7);
+        return false;
+    });
+    add("free-up-release", [this, walk] {
+        walk(CleanupStage::release, 10);
+        if (auto* flow =
+                sheet(QStringLiteral("FreeUpSpaceSheet"))->property("flow").value<QObject*>())
+            flow->setProperty("confirmation", QStringLiteral("RELEASE 8"));
+        return false;
+    });
+    add("free-up-done", [this, walk] {
+        walk(CleanupStage::done, 10);
+        if (!store_.accounts().empty() && store_.cleanup().plan())
+            store_.finishCleanup(8, *store_.cleanup().plan(), store_.accounts().front(), false);
+        return false;
+    });
+    add("", [this] {
+        store_.setShowFreeUp(false);
+        store_.resetCleanup();
+        store_.dismissToast();
         return false;
     });
 }
