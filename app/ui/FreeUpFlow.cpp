@@ -167,6 +167,10 @@ void FreeUpFlow::setConfirmation(const QString& text) {
 }
 
 void FreeUpFlow::start() {
+    // A walk under way belongs to the account it began on; the release must reach that one.
+    if (cleanup_.stage() != CleanupStage::choose) {
+        return;
+    }
     confirmation_.clear();
     years_ = presetYears[0];
     before_ = yearsBefore(QDate::currentDate(), years_);

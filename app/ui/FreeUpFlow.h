@@ -61,6 +61,7 @@ public:
     QVariantMap view() const;
 
     /// The first account and its INBOX (or first folder); the default limit; no confirmation.
+    /// Nothing while a walk is past its first step, so reopening keeps its account.
     Q_INVOKABLE void start();
     /// "Verify Copies": surveys and verifies the chosen folder before the limit.
     Q_INVOKABLE void verify();

@@ -2,6 +2,11 @@
 
 #include "ui/FreeUpFlow.h"
 
+#include "model/AppStore.h"
+
+#include "app/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
 
 namespace qs {
@@ -50,6 +55,34 @@ TEST(FreeUpFlow, KeptSentenceAgreesWithItsCount) {
               "1 message was kept on the server because its copy couldn’t be verified.");
     EXPECT_EQ(FreeUpFlow::keptSentence(3),
               "3 messages were kept on the server because their copies couldn’t be verified.");
+}
+
+TEST(FreeUpFlow, StartsOnTheFirstAccountButReopeningMidWalkKeepsTheWalksAccount) {
+    test::TemporaryDirectory dir;
+    test::ScopedEnvironment environment;
+    environment.set("QUERNSTEAD_ARCHIVE_DIR", (dir.path() / "vault").string());
+    environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "credentials.json").string());
+    AppStore store;
+    for (const char* label : {"Home", "Work"}) {
+        MailAccount account;
+        account.id = UUID::random();
+        account.label = label;
+        account.username = label;
+        account.server.host = "127.0.0.1";
+        account.knownFolders = {{"Archive", "Archive", "/", {}}};
+        account.folders = {"Archive"};
+        store.addAccount(account, "pw");
+    }
+    FreeUpFlow flow(store, nullptr);
+    flow.start();
+    EXPECT_EQ(flow.accountId().toStdString(), store.accounts()[0].id.string());
+    EXPECT_EQ(flow.mailbox(), "Archive") << "no INBOX known: the first chosen folder";
+
+    flow.setAccountId(QString::fromStdString(store.accounts()[1].id.string()));
+    store.cleanup().setStage(CleanupStage::release);
+    flow.start();
+    EXPECT_EQ(flow.accountId().toStdString(), store.accounts()[1].id.string());
+    store.resetCleanup();
 }
 
 } // namespace
