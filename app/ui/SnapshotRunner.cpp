@@ -1,5 +1,7 @@
 #include "SnapshotRunner.h"
 
+#include "AddAccountFlow.h"
+#include "FreeUpFlow.h"
 #include "Motion.h"
 #include "Theme.h"
 #include "model/AppStore.h"
@@ -8,6 +10,8 @@
 #include <QGuiApplication>
 #include <QImage>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
+#include <QQuickItem>
 #include <QQuickWindow>
 #include <QTimer>
 #include <QtQml/qqml.h>
@@ -64,7 +68,7 @@ void SnapshotRunner::planShots(bool dark) {
     namespace fs = std::filesystem;
     const QString prefix = dark ? QStringLiteral("dark-") : QStringLiteral("light-");
     const auto add = [&](const char* name, std::function<bool()> prepare) {
-        shots_.push_back({prefix + QLatin1String(name), std::move(prepare)});
+        shots_.push_back({*name ? prefix + QLatin1String(name) : QString(), std::move(prepare)});
     };
     add("main", [this, dark] {
         singleton<Theme>(engine_, "Theme")->setDark(dark);
@@ -117,9 +121,13 @@ void SnapshotRunner::planShots(bool dark) {
                 Q_ARG(QVariant, QString::fromStdString(store_.accounts()[0].label)));
         return false;
     });
-    add("vault-empty", [this] {
+    add("", [this] {
         if (QObject* dialog = find(QStringLiteral("removeDialog")))
             QMetaObject::invokeMethod(dialog, "close");
+        return false;
+    });
+    planSheetShots(dark);
+    add("vault-empty", [this] {
         fillQuietVault();
         useVault(scratchRoot() / "accounts-only");
         return true;
@@ -132,6 +140,15 @@ void SnapshotRunner::planShots(bool dark) {
     add("welcome", [this] {
         useVault(fs::path(scratch_.path().toStdString()) / "empty");
         return true;
+    });
+    add("ledger-empty", [this] {
+        sheet(QStringLiteral("LedgerSheet"));
+        store_.setShowBackupActivity(true);
+        return false;
+    });
+    add("", [this] {
+        store_.setShowBackupActivity(false);
+        return false;
     });
 }
 
@@ -184,6 +201,143 @@ void SnapshotRunner::settleThenGrab(const QString& name) {
             window_.grabWindow().save(QDir(dir_).filePath(name + QStringLiteral(".png")));
         next();
     });
+}
+
+void SnapshotRunner::planSheetShots(bool dark) {
+    const QString prefix = dark ? QStringLiteral("dark-") : QStringLiteral("light-");
+    const auto add = [&](const char* name, std::function<bool()> prepare) {
+        shots_.push_back({*name ? prefix + QLatin1String(name) : QString(), std::move(prepare)});
+    };
+    const auto flow = [this] {
+        return sheet(QStringLiteral("AddAccountSheet"))->property("flow").value<AddAccountFlow*>();
+    };
+    add("add-account-provider", [this, flow] {
+        flow();
+        store_.setShowAddAccount(true);
+        return false;
+    });
+    add("add-account-gmail", [flow] {
+        flow()->choose(QStringLiteral("gmail"));
+        return false;
+    });
+    add("add-account-custom", [flow] {
+        AddAccountFlow* f = flow();
+        f->reset();
+        f->choose(QStringLiteral("custom"));
+        f->setUsername(QStringLiteral("robin@example.org"));
+        f->setPassword(QStringLiteral("not-a-real-password"));
+        f->setHost(QStringLiteral("127.0.0.1"));
+        // Nothing listens on port 1, so the sign-in fails at once with the real words.
+        f->setPort(QStringLiteral("1"));
+        f->connectToServer();
+        return false;
+    });
+    add("add-account-folders", [flow] {
+        const auto box = [](const char* name, std::vector<std::string> attributes = {}) {
+            return IMAPMailbox{name, name, "/", std::move(attributes)};
+        };
+        flow()->presentMailboxes({box("INBOX"), box("Archive", {"\\Archive"}),
+                                  box("Drafts", {"\\Drafts"}), box("Sent", {"\\Sent"}),
+                                  box("Junk", {"\\Junk"}), box("Trash", {"\\Trash"}),
+                                  box("Projects/Garden"), box("Projects/Harbour")});
+        return false;
+    });
+    add("", [this] {
+        store_.setShowAddAccount(false);
+        return false;
+    });
+    add("ledger", [this] {
+        sheet(QStringLiteral("LedgerSheet"));
+        if (!store_.accounts().empty()) {
+            // One folder through with nothing new, one with new mail, one under way; the
+            // account's others show when they last ran.
+            const MailAccount& account = store_.accounts().front();
+            BackupProgress progress;
+            progress.account = account.label;
+            progress.phase = BackupProgress::downloading;
+            const auto& folders = account.folders;
+            for (size_t i = 0; i < folders.size() && i < 2; ++i)
+                progress.completed[folders[i]] = int(i) * 12;
+            if (folders.size() > 2) {
+                progress.mailbox = folders[2];
+                progress.folder = folders[2];
+                progress.messagesDone = 1'180;
+                progress.messagesTotal = 2'400;
+            }
+            store_.apply(progress, account.directoryName());
+        }
+        store_.setShowBackupActivity(true);
+        return false;
+    });
+    add("", [this] {
+        store_.setShowBackupActivity(false);
+        return false;
+    });
+    add("free-up-choose", [this] {
+        sheet(QStringLiteral("FreeUpSpaceSheet"));
+        store_.setShowFreeUp(true);
+        return false;
+    });
+    // The later steps draw a walk laid out here: the demo's server isn't running in this mode.
+    const auto walk = [this](CleanupStage stage, int checked) {
+        using Status = CleanupItem::Status;
+        CleanupPlan plan;
+        plan.mailbox = plan.displayName = "INBOX";
+        plan.before = std::chrono::system_clock::now() - std::chrono::days(730);
+        plan.serverSupportsUIDPlus = true;
+        for (uint32_t uid = 1; uid <= 10; ++uid) {
+            CleanupItem item;
+            item.uid = uid;
+            item.serverSize = 2'000 + uid * 3'517;
+            item.date = plan.before - std::chrono::days(40 * uid);
+            if (int(uid) <= checked)
+                item.status = uid == 4   ? Status::notBackedUp()
+                              : uid == 9 ? Status::sizeMismatch(4'100, 4'211)
+                                         : Status::verified();
+            plan.items.push_back(item);
+        }
+        CleanupModel& cleanup = store_.cleanup();
+        cleanup.setPlan(plan);
+        cleanup.setChecked(checked);
+        cleanup.setBusy(checked < 10);
+        cleanup.setStage(stage);
+    };
+    add("free-up-verify", [walk] {
+        walk(CleanupStage::verify, 7);
+        return false;
+    });
+    add("free-up-release", [this, walk] {
+        walk(CleanupStage::release, 10);
+        if (auto* flow =
+                sheet(QStringLiteral("FreeUpSpaceSheet"))->property("flow").value<QObject*>())
+            flow->setProperty("confirmation", QStringLiteral("RELEASE 8"));
+        return false;
+    });
+    add("free-up-done", [this, walk] {
+        walk(CleanupStage::done, 10);
+        if (!store_.accounts().empty() && store_.cleanup().plan())
+            store_.finishCleanup(8, *store_.cleanup().plan(), store_.accounts().front(), false);
+        return false;
+    });
+    add("", [this] {
+        store_.setShowFreeUp(false);
+        store_.resetCleanup();
+        store_.dismissToast();
+        return false;
+    });
+}
+
+QObject* SnapshotRunner::sheet(const QString& type) {
+    const QString name = type.left(1).toLower() + type.mid(1);
+    if (QObject* found = find(name))
+        return found;
+    QQmlComponent component(&engine_, QUrl(QStringLiteral("qrc:/Quernstead/%1.qml").arg(type)));
+    QObject* made = component.create();
+    if (!made)
+        qFatal("%s", qPrintable(component.errorString()));
+    made->setParent(engine_.rootObjects().value(0));
+    made->setProperty("parent", QVariant::fromValue(window_.contentItem()));
+    return made;
 }
 
 QObject* SnapshotRunner::find(const QString& objectName) const {

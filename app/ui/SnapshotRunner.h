@@ -40,6 +40,10 @@ private:
     void next();
     void settleThenGrab(const QString& name);
     QObject* find(const QString& objectName) const;
+    /// The sheet of this QML type, by its object name ("addAccountSheet" for AddAccountSheet);
+    /// a window that doesn't hold one gets one made for the shot.
+    QObject* sheet(const QString& type);
+    void planSheetShots(bool dark);
     std::filesystem::path scratchRoot() const;
     void fillQuietVault();
     void useVault(const std::filesystem::path& root);

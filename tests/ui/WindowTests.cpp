@@ -3,10 +3,12 @@
 
 #include "model/AppStore.h"
 #include "support/TemporaryDirectory.h"
+#include "ui/AddAccountFlow.h"
 #include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSettings>
@@ -16,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <memory>
 
 Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
 
@@ -164,6 +167,43 @@ TEST_F(Window, AScrubScrollsTheListToThatMonth) {
         5'000));
     EXPECT_GT(list->property("contentY").toDouble(), 0);
     EXPECT_EQ(store().timeline().currentMonth(), december2023);
+}
+
+TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
+    // The window the integrator assembles holds the sheet; here it is made beside it.
+    QQmlComponent component(engine_, QUrl(QStringLiteral("qrc:/Quernstead/AddAccountSheet.qml")));
+    std::unique_ptr<QObject> sheet(component.create());
+    ASSERT_TRUE(sheet) << component.errorString().toStdString();
+    sheet->setProperty("parent", QVariant::fromValue(window_->contentItem()));
+    auto* flow = sheet->property("flow").value<AddAccountFlow*>();
+    const auto inSheet = [&](const char* name) {
+        return item(name, sheet->property("contentItem").value<QQuickItem*>());
+    };
+
+    store().setShowAddAccount(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return sheet->property("opened").toBool(); }, 5'000));
+    QQuickItem* card = inSheet("provider-custom");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return card->width() > 0; }, 5'000));
+    const QPoint centre =
+        card->mapToScene(QPointF(card->width() / 2, card->height() / 2)).toPoint();
+    QTest::mouseMove(window_, centre);
+    QTest::mouseClick(window_, Qt::LeftButton, {}, centre, 20);
+    EXPECT_EQ(flow->step(), AddAccountFlow::Credentials);
+
+    QQuickItem* host = inSheet("hostField")->childItems().value(1);
+    host->forceActiveFocus();
+    EXPECT_FALSE(inSheet("plaintextRow")->isVisible());
+    type("127.0.0.1");
+    EXPECT_EQ(flow->host(), "127.0.0.1");
+    EXPECT_TRUE(inSheet("plaintextRow")->isVisible());
+
+    // Escape is Cancel: the flag drops and nothing typed is kept.
+    QTest::keyClick(window_, Qt::Key_Escape);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !sheet->property("visible").toBool(); }, 5'000));
+    EXPECT_FALSE(store().showAddAccount());
+    EXPECT_EQ(flow->step(), AddAccountFlow::Provider);
+    EXPECT_TRUE(flow->host().isEmpty());
+    EXPECT_TRUE(store().accounts().empty());
 }
 
 } // namespace
