@@ -24,6 +24,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <QUrl>
 #include <QVariant>
 #include <QVariantMap>
 #include <map>
@@ -340,6 +341,8 @@ public:
     /// toast, re-reads the vault and emits `importFinished`. Unreadable files and blocks that
     /// aren't mail count as skipped; nothing is reported by its own words.
     void importFiles(const std::vector<std::filesystem::path>& files);
+    /// `importFiles` for the file panel's choice; URLs that aren't local files are left out.
+    Q_INVOKABLE void importFileUrls(const QList<QUrl>& urls);
 
 signals:
     void layoutChanged();
