@@ -3,10 +3,13 @@
 
 #include "model/AppStore.h"
 #include "support/TemporaryDirectory.h"
+#include "ui/CommandTable.h"
 #include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
+#include <QQmlListReference>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSettings>
@@ -16,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <memory>
 
 Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
 
@@ -164,6 +168,86 @@ TEST_F(Window, AScrubScrollsTheListToThatMonth) {
         5'000));
     EXPECT_GT(list->property("contentY").toDouble(), 0);
     EXPECT_EQ(store().timeline().currentMonth(), december2023);
+}
+
+// A second window with the menu bar and the welcome guide, as the main window will hold them.
+std::unique_ptr<QQuickWindow> menusAndGuide(QQmlEngine& engine) {
+    QQmlComponent host(&engine);
+    host.setData("import QtQuick.Controls\nApplicationWindow { width: 800; height: 600 }", QUrl());
+    std::unique_ptr<QQuickWindow> window(qobject_cast<QQuickWindow*>(host.create()));
+    EXPECT_NE(window, nullptr) << host.errorString().toStdString();
+    if (!window)
+        return window;
+    QQmlComponent bar(&engine, QUrl("qrc:/Quernstead/AppMenuBar.qml"));
+    window->setProperty("menuBar", QVariant::fromValue(bar.create()));
+    QQmlComponent guide(&engine, QUrl("qrc:/Quernstead/OnboardingView.qml"));
+    QObject* onboarding = guide.beginCreate(engine.rootContext());
+    onboarding->setParent(window.get());
+    onboarding->setProperty("parent", QVariant::fromValue<QObject*>(window->contentItem()));
+    guide.completeCreate();
+    window->show();
+    return window;
+}
+
+// Items of a window's visual tree, popups included, by object name.
+QList<QQuickItem*> itemsNamed(QQuickItem* from, const QString& name) {
+    QList<QQuickItem*> found;
+    if (from->objectName() == name)
+        found.append(from);
+    for (QQuickItem* child : from->childItems())
+        found.append(itemsNamed(child, name));
+    return found;
+}
+
+// A menu item of the menu bar by its object name.
+QObject* menuItem(QQuickWindow& window, const QString& name) {
+    const auto bars = itemsNamed(window.contentItem(), "appMenuBar");
+    if (bars.isEmpty())
+        return nullptr;
+    QQmlListReference menus(bars.first(), "menus");
+    for (qsizetype m = 0; m < menus.count(); ++m) {
+        QQmlListReference items(menus.at(m), "contentData");
+        for (qsizetype i = 0; i < items.count(); ++i) {
+            if (items.at(i)->objectName() == name)
+                return items.at(i);
+        }
+    }
+    return nullptr;
+}
+
+TEST_F(Window, MenuItemsFollowTheStateOfTheStore) {
+    auto window = menusAndGuide(*engine_);
+    ASSERT_NE(window, nullptr);
+    auto* next = menuItem(*window, "menu:nextMessage");
+    auto* backUp = menuItem(*window, "menu:backUpNow");
+    ASSERT_NE(next, nullptr);
+    ASSERT_NE(backUp, nullptr);
+    EXPECT_EQ(next->property("text").toString(), "Next Message");
+    EXPECT_TRUE(next->property("enabled").toBool());
+    EXPECT_FALSE(backUp->property("enabled").toBool()) << "the vault has no accounts";
+    store().setQuery("nothing like this");
+    EXPECT_FALSE(next->property("enabled").toBool());
+    EXPECT_EQ(menuItem(*window, "menu:showVault")->property("text").toString(),
+              "Show Vault in File Manager");
+}
+
+TEST_F(Window, TheGuidesKeycapsShowTheKeysOfTheMenus) {
+    auto window = menusAndGuide(*engine_);
+    ASSERT_NE(window, nullptr);
+    auto* guide = window->findChild<QObject*>("onboarding");
+    QQuickItem* root = window->contentItem();
+    ASSERT_NE(guide, nullptr);
+    EXPECT_TRUE(guide->property("visible").toBool()) << "it opens at the first launch";
+    guide->setProperty("page", 2);
+    QCoreApplication::processEvents();
+    QList<QStringList> shown;
+    for (auto* cap : itemsNamed(root, "onboardingKeycap"))
+        shown.append(cap->property("keys").toStringList());
+    QList<QStringList> menus;
+    for (auto action : {"addAccount", "previousMessage", "nextMessage", "showImages"})
+        menus.append(CommandTable::keycaps(CommandTable::find(action)->keys));
+    EXPECT_EQ(shown, menus);
+    EXPECT_EQ(menus.value(3), (QStringList{"Shift", "Ctrl", "L"}));
 }
 
 } // namespace
