@@ -115,9 +115,9 @@ void QuernsteadCommands::trigger(const QString& action) {
     } else if (name == "rebuildIndex") {
         store_.reloadArchive();
     } else if (name == "nextMessage") {
-        store_.selectNext(1);
+        emit stepRequested(1);
     } else if (name == "previousMessage") {
-        store_.selectNext(-1);
+        emit stepRequested(-1);
     } else if (name == "showImages") {
         store_.allowImages(QString::fromStdString(store_.openMessage()->record.path));
     } else if (name == "revealMessage") {

@@ -12,7 +12,8 @@ class AppStore;
 
 /// The menu bar's side of the store: the command table for QML to lay out (`menus`, `keyed`),
 /// which commands are enabled now, and `trigger`, which runs one. What needs a window of its
-/// own (the file panel, Settings, the welcome guide) is asked for by a signal.
+/// own (the file panel, Settings, the welcome guide) is asked for by a signal, and so is a step
+/// through the list, which the list takes so that it keeps the new selection in view.
 class QuernsteadCommands : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(Commands)
@@ -45,6 +46,8 @@ signals:
     void importPanelRequested();
     void settingsRequested();
     void welcomeRequested();
+    /// Select the next (1) or previous (-1) message of the list.
+    void stepRequested(int delta);
 
 private:
     AppStore& store_;

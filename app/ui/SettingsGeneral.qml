@@ -63,10 +63,9 @@ ScrollView {
                 enabled: VaultSettings.scheduleEnabled
                 model: VaultSettings.hourChoices
                 textRole: "title"
-                valueRole: "hours"
                 implicitWidth: 180
-                currentIndex: indexOfValue(VaultSettings.scheduleHours)
-                onActivated: VaultSettings.scheduleHours = currentValue
+                currentIndex: VaultSettings.hourChoice
+                onActivated: (index) => VaultSettings.hourChoice = index
             }
             Text {
                 Layout.fillWidth: true

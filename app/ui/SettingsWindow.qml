@@ -13,6 +13,16 @@ Window {
     minimumWidth: 520
     minimumHeight: 440
     color: Theme.paper
+    palette.window: Theme.paper
+    palette.windowText: Theme.ink
+    palette.base: Theme.raised
+    palette.text: Theme.ink
+    palette.button: Theme.raised
+    palette.buttonText: Theme.ink
+    palette.highlight: Theme.focus
+    palette.mid: Theme.ruleStrong
+    palette.dark: Theme.ink2
+    palette.light: Theme.raised
     property int tab: 0
 
     readonly property var tabs: [

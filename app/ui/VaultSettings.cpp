@@ -7,12 +7,14 @@
 #include <QSettings>
 
 #include <algorithm>
+#include <array>
 
 namespace qs {
 
 namespace {
 
 constexpr int shownHoursWhileUnset = 6;
+constexpr std::array hourChoiceValues{1, 2, 3, 6, 12, 24};
 
 QSettings userSettings() {
     return QSettings(SettingsKeys::organisation, SettingsKeys::application);
@@ -62,12 +64,22 @@ void VaultSettings::setScheduleHours(int hours) {
 
 QVariantList VaultSettings::hourChoices() {
     QVariantList choices;
-    for (int hours : {1, 2, 3, 6, 12, 24}) {
+    for (int hours : hourChoiceValues) {
         const QString title = hours == 1 ? QStringLiteral("Every 1 hour")
                                          : QStringLiteral("Every %1 hours").arg(hours);
         choices.append(QVariantMap{{"hours", hours}, {"title", title}});
     }
     return choices;
+}
+
+int VaultSettings::hourChoice() const {
+    const auto found = std::ranges::find(hourChoiceValues, scheduleHours());
+    return found == hourChoiceValues.end() ? -1 : int(found - hourChoiceValues.begin());
+}
+
+void VaultSettings::setHourChoice(int index) {
+    if (index >= 0 && index < int(hourChoiceValues.size()))
+        setScheduleHours(hourChoiceValues[size_t(index)]);
 }
 
 QVariantList VaultSettings::accounts() const {

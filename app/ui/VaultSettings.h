@@ -19,6 +19,7 @@ class VaultSettings : public QObject {
         bool scheduleEnabled READ scheduleEnabled WRITE setScheduleEnabled NOTIFY scheduleChanged)
     Q_PROPERTY(int scheduleHours READ scheduleHours WRITE setScheduleHours NOTIFY scheduleChanged)
     Q_PROPERTY(QVariantList hourChoices READ hourChoices CONSTANT)
+    Q_PROPERTY(int hourChoice READ hourChoice WRITE setHourChoice NOTIFY scheduleChanged)
     Q_PROPERTY(QVariantList accounts READ accounts NOTIFY accountsChanged)
     Q_PROPERTY(QString version READ version CONSTANT)
 
@@ -35,6 +36,9 @@ public:
     void setScheduleHours(int hours);
     /// The picker's entries: `hours` and `title` ("Every 1 hour", "Every 6 hours").
     static QVariantList hourChoices();
+    /// The picker's entry of `scheduleHours`; -1 for a stored value it doesn't offer.
+    int hourChoice() const;
+    void setHourChoice(int index);
     /// Each account as `id`, `label`, `server`, `lastBackup` ("5 min ago" or "never"),
     /// `foldersTitle` ("Folders to back up ({n})") and `folders` (`name`, `title`, `included`).
     QVariantList accounts() const;
