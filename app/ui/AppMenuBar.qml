@@ -44,10 +44,12 @@ MenuBar {
                     required property var modelData
                     objectName: "menu:" + modelData.action
                     text: modelData.title
+                    implicitHeight: 28
+                    leftPadding: 10
+                    rightPadding: 10
                     enabled: Commands.enabled[modelData.action] === true
                     onTriggered: Commands.trigger(modelData.action)
                     contentItem: Item {
-                        implicitHeight: 24
                         Text {
                             anchors.left: parent.left
                             anchors.verticalCenter: parent.verticalCenter

@@ -14,14 +14,14 @@ constexpr std::array<std::string_view, 4> menuNames{"File", "Mailbox", "Message"
 // system's commands. ⌘ is Ctrl here, ⌥ is Alt and ⇧ is Shift.
 constexpr std::array table{
     Command{"File", "Add Account…", "Ctrl+N", "addAccount", always},
-    Command{"File", "Import .eml or .mbox…", "Shift+Ctrl+I", "importFiles", always},
-    Command{"File", "Show Vault in Finder", "Shift+Ctrl+A", "showVault", always},
+    Command{"File", "Import .eml or .mbox…", "Ctrl+Shift+I", "importFiles", always},
+    Command{"File", "Show Vault in Finder", "Ctrl+Shift+A", "showVault", always},
     Command{"File", "Settings…", "Ctrl+,", "settings", always},
     Command{"File", "Quit", "Ctrl+Q", "quit", always},
-    Command{"Mailbox", "Back Up Now", "Shift+Ctrl+B", "backUpNow", accountsIdle},
+    Command{"Mailbox", "Back Up Now", "Ctrl+Shift+B", "backUpNow", accountsIdle},
     Command{"Mailbox", "Stop Backup", "Ctrl+.", "stopBackup", backupRunning},
-    Command{"Mailbox", "Backup Ledger…", "Shift+Ctrl+0", "backupLedger", always},
-    Command{"Mailbox", "Free Up Space…", "Shift+Ctrl+F", "freeUpSpace", accounts},
+    Command{"Mailbox", "Backup Ledger…", "Ctrl+Shift+0", "backupLedger", always},
+    Command{"Mailbox", "Free Up Space…", "Ctrl+Shift+F", "freeUpSpace", accounts},
     Command{"Mailbox", "Everything", "Ctrl+1", "showEverything", always},
     Command{"Mailbox", "Last 30 Days", "Ctrl+2", "showRecent", always},
     Command{"Mailbox", "With Attachments", "Ctrl+3", "showAttachments", always},
@@ -29,10 +29,10 @@ constexpr std::array table{
     Command{"Mailbox", "Rebuild Search Index", "", "rebuildIndex", always},
     Command{"Message", "Next Message", "Ctrl+Down", "nextMessage", visibleNotEmpty},
     Command{"Message", "Previous Message", "Ctrl+Up", "previousMessage", visibleNotEmpty},
-    Command{"Message", "Show Images", "Shift+Ctrl+L", "showImages", messageOpen},
-    Command{"Message", "Show in Finder", "Shift+Ctrl+R", "revealMessage", selection},
+    Command{"Message", "Show Images", "Ctrl+Shift+L", "showImages", messageOpen},
+    Command{"Message", "Show in Finder", "Ctrl+Shift+R", "revealMessage", selection},
     Command{"Message", "Open in Default Mail App", "Ctrl+O", "openInMailApp", selection},
-    Command{"Message", "Save Search as Smart Filter", "Alt+Ctrl+S", "saveSearch", queryNotEmpty},
+    Command{"Message", "Save Search as Smart Filter", "Ctrl+Alt+S", "saveSearch", queryNotEmpty},
     Command{"Help", "Welcome to Quernstead…", "", "showWelcome", always},
 };
 

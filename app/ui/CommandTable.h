@@ -27,7 +27,7 @@ struct Command {
     std::string_view menu;
     /// As the user reads it, in the words of Apple's platform (see PlatformWords).
     std::string_view title;
-    /// A Qt key sequence in portable text ("Shift+Ctrl+B"); empty when there is none.
+    /// A Qt key sequence in portable text ("Ctrl+Shift+B"); empty when there is none.
     std::string_view keys;
     /// The name `QuernsteadCommands::trigger` runs.
     std::string_view action;
@@ -50,7 +50,7 @@ std::span<const Command> commands();
 /// The command running `action`; null for an unknown one.
 const Command* find(std::string_view action);
 bool isEnabled(Enablement rule, const State& state);
-/// The keys as caps to draw: "Shift+Ctrl+Up" gives "Shift", "Ctrl", "↑".
+/// The keys as caps to draw: "Ctrl+Shift+Up" gives "Ctrl", "Shift", "↑".
 QStringList keycaps(std::string_view keys);
 
 } // namespace qs::CommandTable

@@ -13,7 +13,7 @@ Rectangle {
 
     ColumnLayout {
         anchors.centerIn: parent
-        width: Math.min(parent.width - 64, 480)
+        width: Math.min(parent.width - 64, 560)
         spacing: 12
 
         Seal {

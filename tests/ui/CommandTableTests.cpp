@@ -46,7 +46,7 @@ TEST(CommandTable, KeysAreUniqueAndDrawnAsLinuxCaps) {
             EXPECT_TRUE(seen.insert(command.keys).second) << command.keys;
         }
     }
-    EXPECT_EQ(CommandTable::keycaps("Shift+Ctrl+Up"), (QStringList{"Shift", "Ctrl", "↑"}));
+    EXPECT_EQ(CommandTable::keycaps("Ctrl+Shift+Up"), (QStringList{"Ctrl", "Shift", "↑"}));
     EXPECT_EQ(CommandTable::keycaps("Alt+Ctrl+S"), (QStringList{"Alt", "Ctrl", "S"}));
 }
 
