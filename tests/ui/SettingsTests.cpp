@@ -1,19 +1,19 @@
-// The Settings window's side of the store: what it writes must reach the store and outlive
-// the program.
-
-#include "ui/VaultSettings.h"
+// What the Settings window and the welcome guide write must reach the store and outlive the
+// program.
 
 #include "app/StoreTest.h"
 #include "model/AppStore.h"
+#include "ui/Onboarding.h"
+#include "ui/VaultSettings.h"
 
 #include <gtest/gtest.h>
 
 namespace qs {
 namespace {
 
-using VaultSettingsTest = test::StoreTest;
+using SettingsTest = test::StoreTest;
 
-TEST_F(VaultSettingsTest, ScheduleAndVaultPlaceAreKeptForTheNextLaunch) {
+TEST_F(SettingsTest, ScheduleAndVaultPlaceAreKeptForTheNextLaunch) {
     AppStore store;
     VaultSettings view(store, nullptr);
     EXPECT_EQ(view.scheduleHours(), 6);
@@ -35,7 +35,17 @@ TEST_F(VaultSettingsTest, ScheduleAndVaultPlaceAreKeptForTheNextLaunch) {
     EXPECT_EQ(nextLaunch.archiveRoot(), QString::fromStdString(moved.string()));
 }
 
-TEST_F(VaultSettingsTest, TickingAFolderKeepsTheInboxThatWasTakenByDefault) {
+TEST_F(SettingsTest, TheWelcomeGuideOpensByItselfUntilItWasFinishedOnce) {
+    AppStore store;
+    Onboarding first(store, nullptr);
+    EXPECT_TRUE(first.visible());
+    first.connectAccount();
+    EXPECT_FALSE(first.visible());
+    EXPECT_TRUE(store.showAddAccount());
+    EXPECT_FALSE(Onboarding(store, nullptr).visible());
+}
+
+TEST_F(SettingsTest, TickingAFolderKeepsTheInboxThatWasTakenByDefault) {
     AppStore store;
     MailAccount account;
     account.id = UUID::random();
