@@ -13,17 +13,18 @@ bool isWordCharacter(QChar c) {
 QString adapt(QStringView text) {
     QString out = text.toString();
     for (const Word& word : table) {
-        const QString apple = QString::fromUtf8(word.apple.data(), qsizetype(word.apple.size()));
+        const QString elsewhere =
+            QString::fromUtf8(word.elsewhere.data(), qsizetype(word.elsewhere.size()));
         const QString here = QString::fromUtf8(word.here.data(), qsizetype(word.here.size()));
-        for (qsizetype at = out.indexOf(apple); at >= 0; at = out.indexOf(apple, at)) {
-            const qsizetype end = at + apple.size();
+        for (qsizetype at = out.indexOf(elsewhere); at >= 0; at = out.indexOf(elsewhere, at)) {
+            const qsizetype end = at + elsewhere.size();
             const bool whole = (at == 0 || !isWordCharacter(out[at - 1])) &&
                                (end == out.size() || !isWordCharacter(out[end]));
             if (!whole) {
                 at = end;
                 continue;
             }
-            out.replace(at, apple.size(), here);
+            out.replace(at, elsewhere.size(), here);
             at += here.size();
         }
     }

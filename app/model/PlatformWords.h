@@ -5,14 +5,14 @@
 #include <array>
 #include <string_view>
 
-// The few words of the user texts that name Apple's platform, and what a Linux desktop calls
-// the same thing. Every text that carries one of them passes through `adapt`, so the window,
-// the CLI and the errors say it the same way.
+// The few words of the user texts that name another desktop's things ("Finder", "Keychain",
+// "Mac"), and what a Linux desktop calls the same thing. Every text that carries one of them
+// passes through `adapt`, so the window, the CLI and the errors say it the same way.
 
 namespace qs::PlatformWords {
 
 struct Word {
-    std::string_view apple;
+    std::string_view elsewhere;
     std::string_view here;
 };
 

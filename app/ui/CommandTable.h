@@ -25,7 +25,7 @@ enum class Enablement {
 
 struct Command {
     std::string_view menu;
-    /// As the user reads it, in the words of Apple's platform (see PlatformWords).
+    /// As the user reads it, before PlatformWords puts it in this desktop's words.
     std::string_view title;
     /// A Qt key sequence in portable text ("Ctrl+Shift+B"); empty when there is none.
     std::string_view keys;

@@ -6,7 +6,7 @@ namespace qs {
 namespace {
 
 struct Row {
-    const char16_t* apple;
+    const char16_t* elsewhere;
     const char16_t* here;
 };
 
@@ -21,7 +21,7 @@ TEST(PlatformWords, ReplacesWholeWordsOnly) {
         {u"Mac", u"computer"},
     };
     for (const Row& row : rows)
-        EXPECT_EQ(PlatformWords::adapt(QStringView(row.apple)), QString::fromUtf16(row.here));
+        EXPECT_EQ(PlatformWords::adapt(QStringView(row.elsewhere)), QString::fromUtf16(row.here));
 }
 
 } // namespace
