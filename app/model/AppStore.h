@@ -25,6 +25,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <QUrl>
 #include <QVariant>
 #include <QVariantMap>
 #include <map>
@@ -351,6 +352,8 @@ public:
     /// `importFinished`. Unreadable files and blocks that aren't mail count as skipped; when
     /// nothing was filed the toast says why (ImportWords::nothingImported).
     void importFiles(const std::vector<std::filesystem::path>& files);
+    /// `importFiles` for the file panel's choice; URLs that aren't local files are left out.
+    Q_INVOKABLE void importFileUrls(const QList<QUrl>& urls);
 
 signals:
     void layoutChanged();

@@ -24,6 +24,15 @@ QVariant AppStore::importMessageForView() const {
     return importMessage_ ? QVariant(*importMessage_) : QVariant();
 }
 
+void AppStore::importFileUrls(const QList<QUrl>& urls) {
+    std::vector<std::filesystem::path> files;
+    for (const QUrl& url : urls) {
+        if (url.isLocalFile())
+            files.emplace_back(url.toLocalFile().toStdString());
+    }
+    importFiles(files);
+}
+
 void AppStore::importFiles(const std::vector<std::filesystem::path>& files) {
     setImportMessage(QStringLiteral("Importing…"));
     QPointer<AppStore> store(this);

@@ -4,6 +4,7 @@
 #include "imap/IMAPError.h"
 #include "model/KeychainError.h"
 #include "model/PasswordCommandError.h"
+#include "model/PlatformWords.h"
 #include "support/Cancellation.h"
 #include "vault/VaultBusyError.h"
 
@@ -127,9 +128,10 @@ Message file(const std::system_error& error) {
         switch (error.code().value()) {
         case ENOSPC:
         case EDQUOT:
-            // The words name the user's machine; on this platform it isn't a Mac.
-            return {"Your disk is full", "Free some space on this computer (or choose another "
-                                         "vault folder in Settings), then back up again."};
+            return {"Your disk is full",
+                    PlatformWords::adapt(u"Free some space on this Mac (or choose another vault "
+                                         u"folder in Settings), then back up again.")
+                        .toStdString()};
         case EACCES:
         case EPERM:
         case EROFS:

@@ -9,10 +9,9 @@ namespace qs {
 /// code and message so the error can be worded for the user without losing what happened.
 class KeychainError : public std::runtime_error {
 public:
-    /// `message` is the store's text; when it has none, "Keychain error {code}".
-    KeychainError(int code, const std::string& message)
-        : std::runtime_error(message.empty() ? "Keychain error " + std::to_string(code) : message),
-          code_(code) {}
+    /// `message` is the store's text; when it has none, "Keychain error {code}" in the words
+    /// of this platform.
+    KeychainError(int code, const std::string& message);
 
     /// The store's error code (a GError code of its domain).
     int code() const { return code_; }

@@ -76,5 +76,5 @@ Rectangle {
     }
     ToolTip.visible: hoverArea.containsMouse
     ToolTip.delay: 800
-    ToolTip.text: "Double-click for the backup ledger (Shift+Ctrl+0)"
+    ToolTip.text: "Double-click for the backup ledger (Ctrl+Shift+0)"
 }

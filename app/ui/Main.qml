@@ -24,6 +24,8 @@ ApplicationWindow {
     palette.toolTipBase: Theme.panel
     palette.toolTipText: Theme.ink
 
+    menuBar: AppMenuBar {}
+
     header: ToolBar {
         visible: WindowState.ready && !WindowState.showWelcome
         implicitHeight: 46
@@ -47,7 +49,7 @@ ApplicationWindow {
                 text: running ? "Backing Up" : "Back Up Now"
                 enabled: running || WindowState.hasAccounts
                 help: running ? "Stop backup (Ctrl+.)"
-                    : WindowState.hasAccounts ? "Fetch new mail from every account into the vault (Shift+Ctrl+B)"
+                    : WindowState.hasAccounts ? "Fetch new mail from every account into the vault (Ctrl+Shift+B)"
                     : "Add an account first"
                 onClicked: running ? Store.stopBackup() : Store.backUpAll()
             }
@@ -55,7 +57,7 @@ ApplicationWindow {
                 compact: true
                 symbol: "arrow.up.bin"
                 text: "Free Up Space"
-                help: "Remove old messages from the server once their copies are verified (Shift+Ctrl+F)"
+                help: "Remove old messages from the server once their copies are verified (Ctrl+Shift+F)"
                 onClicked: Store.showFreeUp = true
             }
             Item { Layout.fillWidth: true }
@@ -68,15 +70,13 @@ ApplicationWindow {
                 onClicked: moreMenu.popup(moreButton, 0, moreButton.height)
                 Menu {
                     id: moreMenu
-                    MenuItem { text: "Import .eml or .mbox…"; onTriggered: window.importAsked() }
-                    MenuItem { text: "Show Vault in File Manager"; onTriggered: Store.openArchiveInFinder() }
-                    MenuItem { text: "Backup Ledger…"; onTriggered: Store.showBackupActivity = true }
+                    MenuItem { text: "Import .eml or .mbox…"; onTriggered: Commands.trigger("importFiles") }
+                    MenuItem { text: "Show Vault in File Manager"; onTriggered: Commands.trigger("showVault") }
+                    MenuItem { text: "Backup Ledger…"; onTriggered: Commands.trigger("backupLedger") }
                 }
             }
         }
     }
-
-    signal importAsked()
 
     Loader {
         anchors.fill: parent
@@ -85,7 +85,7 @@ ApplicationWindow {
 
     Component {
         id: welcome
-        WelcomePlaceholder {}
+        WelcomeView {}
     }
 
     Component {
@@ -163,20 +163,17 @@ ApplicationWindow {
         }
     }
 
-    // Keys of the window; they work wherever focus is, the search field included.
-    Shortcut { sequence: "Ctrl+1"; context: Qt.ApplicationShortcut; onActivated: Store.showEverything() }
-    Shortcut { sequence: "Ctrl+2"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("recent") }
-    Shortcut { sequence: "Ctrl+3"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("attachments") }
-    Shortcut { sequence: "Ctrl+4"; context: Qt.ApplicationShortcut; onActivated: Store.showSmart("suspicious") }
-    Shortcut { sequence: "Ctrl+N"; onActivated: Store.showAddAccount = true }
-    Shortcut { sequence: "Shift+Ctrl+B"; enabled: WindowState.hasAccounts && !Store.backup.running; onActivated: Store.backUpAll() }
-    Shortcut { sequence: "Ctrl+."; enabled: Store.backup.running; onActivated: Store.stopBackup() }
-    Shortcut { sequence: "Shift+Ctrl+0"; onActivated: Store.showBackupActivity = true }
-    Shortcut { sequence: "Shift+Ctrl+F"; enabled: WindowState.hasAccounts; onActivated: Store.showFreeUp = true }
-    Shortcut { sequence: "Shift+Ctrl+A"; onActivated: Store.openArchiveInFinder() }
-    Shortcut { sequence: "Shift+Ctrl+R"; onActivated: Store.revealSelected() }
-    Shortcut { sequence: "Alt+Ctrl+S"; enabled: Store.query.trim().length > 0; onActivated: Store.saveCurrentSearch() }
-    Shortcut { sequence: "Ctrl+Down"; enabled: Store.visibleCount > 0; onActivated: window.messageColumn && window.messageColumn.move(1) }
-    Shortcut { sequence: "Ctrl+Up"; enabled: Store.visibleCount > 0; onActivated: window.messageColumn && window.messageColumn.move(-1) }
+    // The menu bar holds the window's keys; this one only moves focus.
     Shortcut { sequence: "Ctrl+F"; onActivated: window.messageColumn && window.messageColumn.searchField.forceActiveFocus() }
+
+    AddAccountSheet {}
+    LedgerSheet {}
+    FreeUpSpaceSheet {}
+    ImportPanel {}
+    SettingsWindow {}
+    OnboardingView {}
+    Connections {
+        target: Commands
+        function onStepRequested(delta) { if (window.messageColumn) window.messageColumn.move(delta) }
+    }
 }

@@ -76,7 +76,7 @@ Rectangle {
                     visible: Store.query.trim().length > 0
                     compact: true
                     text: "Save to Sidebar"
-                    help: "Keep this search in the sidebar (Alt+Ctrl+S)"
+                    help: "Keep this search in the sidebar (Ctrl+Alt+S)"
                     onClicked: Store.saveCurrentSearch()
                 }
             }

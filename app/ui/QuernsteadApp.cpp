@@ -15,6 +15,9 @@
 #include <QTimer>
 #include <QtQml/qqml.h>
 
+#include <filesystem>
+#include <vector>
+
 namespace qs {
 
 namespace {
@@ -80,9 +83,15 @@ int QuernsteadApp::run(int argc, char** argv) {
     QSettings settings;
     window->resize(settings.value(sizeKey, defaultSize).toSize().expandedTo(QSize(720, 480)));
     window->show();
-    QTimer::singleShot(0, &store, [&store] {
+    // Files handed over by the desktop (an .eml or .mbox opened with the program) are imported.
+    std::vector<std::filesystem::path> files;
+    for (const QString& argument : QCoreApplication::arguments().mid(1))
+        files.emplace_back(argument.toStdString());
+    QTimer::singleShot(0, &store, [&store, files] {
         store.reloadArchive();
         store.startScheduler();
+        if (!files.empty())
+            store.importFiles(files);
     });
     const int status = QGuiApplication::exec();
     settings.setValue(sizeKey, window->size());

@@ -3,6 +3,7 @@
 #include "AddAccountFlow.h"
 #include "FreeUpFlow.h"
 #include "Motion.h"
+#include "Onboarding.h"
 #include "Theme.h"
 #include "model/AppStore.h"
 
@@ -72,6 +73,11 @@ void SnapshotRunner::planShots(bool dark) {
     };
     add("main", [this, dark] {
         singleton<Theme>(engine_, "Theme")->setDark(dark);
+        // The guide opens by itself at a first launch, which this mode always is.
+        singleton<Onboarding>(engine_, "Onboarding")->finish();
+        if (settings_)
+            settings_->hide();
+        grabTarget_ = nullptr;
         if (store_.layout().root != vault_) {
             useVault(vault_);
             return true;
@@ -150,6 +156,66 @@ void SnapshotRunner::planShots(bool dark) {
         store_.setShowBackupActivity(false);
         return false;
     });
+    planGuideAndSettingsShots(prefix);
+}
+
+void SnapshotRunner::planGuideAndSettingsShots(const QString& prefix) {
+    const auto add = [&](const QString& name, std::function<bool()> prepare) {
+        shots_.push_back({prefix + name, std::move(prepare)});
+    };
+    for (int page = 0; page < int(Onboarding::pages().size()); ++page)
+        add(QStringLiteral("onboarding-%1").arg(page + 1), [this, page] {
+            singleton<Onboarding>(engine_, "Onboarding")->open();
+            if (QObject* view = guide())
+                view->setProperty("page", page);
+            return false;
+        });
+    const char* tabs[] = {"general", "accounts", "about"};
+    for (int tab = 0; tab < 3; ++tab)
+        add(QStringLiteral("settings-%1").arg(QLatin1String(tabs[tab])), [this, tab] {
+            singleton<Onboarding>(engine_, "Onboarding")->finish();
+            QQuickWindow* window = settingsWindow();
+            if (!window)
+                return false;
+            window->setProperty("tab", tab);
+            window->show();
+            grabTarget_ = window;
+            // The accounts are the demo vault's.
+            if (tab == 0 && store_.layout().root != vault_) {
+                useVault(vault_);
+                return true;
+            }
+            return false;
+        });
+}
+
+QObject* SnapshotRunner::guide() {
+    if (!guide_)
+        guide_ = find(QStringLiteral("onboarding"));
+    if (!guide_) {
+        QQmlComponent component(&engine_,
+                                QUrl(QStringLiteral("qrc:/Quernstead/OnboardingView.qml")));
+        guide_ = component.beginCreate(engine_.rootContext());
+        if (!guide_)
+            return nullptr;
+        guide_->setParent(this);
+        guide_->setProperty("parent", QVariant::fromValue<QObject*>(window_.contentItem()));
+        component.completeCreate();
+    }
+    return guide_;
+}
+
+QQuickWindow* SnapshotRunner::settingsWindow() {
+    if (!settings_)
+        settings_ = qobject_cast<QQuickWindow*>(find(QStringLiteral("settingsWindow")));
+    if (!settings_) {
+        QQmlComponent component(&engine_,
+                                QUrl(QStringLiteral("qrc:/Quernstead/SettingsWindow.qml")));
+        settings_ = qobject_cast<QQuickWindow*>(component.create());
+        if (settings_)
+            static_cast<QObject*>(settings_)->setParent(this);
+    }
+    return settings_;
 }
 
 std::filesystem::path SnapshotRunner::scratchRoot() const {
@@ -198,7 +264,9 @@ void SnapshotRunner::next() {
 void SnapshotRunner::settleThenGrab(const QString& name) {
     QTimer::singleShot(settleMilliseconds, this, [this, name] {
         if (!name.isEmpty())
-            window_.grabWindow().save(QDir(dir_).filePath(name + QStringLiteral(".png")));
+            (grabTarget_ ? *grabTarget_ : window_)
+                .grabWindow()
+                .save(QDir(dir_).filePath(name + QStringLiteral(".png")));
         next();
     });
 }

@@ -47,6 +47,11 @@ private:
     std::filesystem::path scratchRoot() const;
     void fillQuietVault();
     void useVault(const std::filesystem::path& root);
+    void planGuideAndSettingsShots(const QString& prefix);
+    /// The welcome guide and the Settings window: the main window's own when it holds them,
+    /// else made here, so that they are pictured either way.
+    QObject* guide();
+    QQuickWindow* settingsWindow();
 
     QQmlApplicationEngine& engine_;
     QQuickWindow& window_;
@@ -58,6 +63,10 @@ private:
     size_t position_ = 0;
     bool waitingForScan_ = false;
     QString pending_;
+    QObject* guide_ = nullptr;
+    QQuickWindow* settings_ = nullptr;
+    /// The window the next grab takes; the main window when null.
+    QQuickWindow* grabTarget_ = nullptr;
 };
 
 } // namespace qs

@@ -40,7 +40,7 @@ TEST(KeychainError, AnUnreachableStoreThrowsItsMessageAndAddsNoAccount) {
 }
 
 TEST(KeychainError, WithoutAMessageTheCodeIsWorded) {
-    EXPECT_STREQ(qs::KeychainError(7, "").what(), "Keychain error 7");
+    EXPECT_STREQ(qs::KeychainError(7, "").what(), "keyring error 7");
     EXPECT_STREQ(qs::KeychainError(7, "Locked").what(), "Locked");
 }
 

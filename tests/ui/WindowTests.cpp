@@ -2,19 +2,24 @@
 // the store as a user would drive it.
 
 #include "model/AppStore.h"
+#include "model/SettingsKeys.h"
 #include "support/TemporaryDirectory.h"
 #include "ui/AddAccountFlow.h"
+#include "ui/CommandTable.h"
+#include "ui/Onboarding.h"
 #include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QQmlComponent>
+#include <QQmlListReference>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 #include <QtQml/QQmlExtensionPlugin>
+#include <QtQml/qqml.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -49,6 +54,9 @@ protected:
         ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault_->path().c_str(), 1);
         ::setenv("QUERNSTEAD_CREDENTIALS_FILE", (vault_->path() / "none.json").c_str(), 1);
 
+        // At a first launch the welcome guide would cover the window.
+        QSettings(SettingsKeys::organisation, SettingsKeys::application)
+            .setValue(SettingsKeys::didShowWelcome, true);
         engine_ = new QQmlApplicationEngine;
         QuernsteadApp::load(*engine_, AppStore::shared());
         window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().value(0));
@@ -204,6 +212,92 @@ TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
     EXPECT_EQ(flow->step(), AddAccountFlow::Provider);
     EXPECT_TRUE(flow->host().isEmpty());
     EXPECT_TRUE(store().accounts().empty());
+// A second window with the menu bar and the welcome guide, as the main window will hold them.
+std::unique_ptr<QQuickWindow> menusAndGuide(QQmlEngine& engine) {
+    QQmlComponent host(&engine);
+    host.setData("import QtQuick.Controls\nApplicationWindow { width: 800; height: 600 }", QUrl());
+    std::unique_ptr<QQuickWindow> window(qobject_cast<QQuickWindow*>(host.create()));
+    EXPECT_NE(window, nullptr) << host.errorString().toStdString();
+    if (!window)
+        return window;
+    QQmlComponent bar(&engine, QUrl("qrc:/Quernstead/AppMenuBar.qml"));
+    // Owned by the window, so that its shortcuts go with it.
+    QObject* menuBar = bar.create();
+    menuBar->setParent(window.get());
+    window->setProperty("menuBar", QVariant::fromValue(menuBar));
+    QQmlComponent guide(&engine, QUrl("qrc:/Quernstead/OnboardingView.qml"));
+    QObject* onboarding = guide.beginCreate(engine.rootContext());
+    onboarding->setParent(window.get());
+    onboarding->setProperty("parent", QVariant::fromValue<QObject*>(window->contentItem()));
+    guide.completeCreate();
+    window->show();
+    return window;
+}
+
+// Items of a window's visual tree, popups included, by object name.
+QList<QQuickItem*> itemsNamed(QQuickItem* from, const QString& name) {
+    QList<QQuickItem*> found;
+    if (from->objectName() == name)
+        found.append(from);
+    for (QQuickItem* child : from->childItems())
+        found.append(itemsNamed(child, name));
+    return found;
+}
+
+// A menu item of the menu bar by its object name.
+QObject* menuItem(QQuickWindow& window, const QString& name) {
+    const auto bars = itemsNamed(window.contentItem(), "appMenuBar");
+    if (bars.isEmpty())
+        return nullptr;
+    QQmlListReference menus(bars.first(), "menus");
+    for (qsizetype m = 0; m < menus.count(); ++m) {
+        QQmlListReference items(menus.at(m), "contentData");
+        for (qsizetype i = 0; i < items.count(); ++i) {
+            if (items.at(i)->objectName() == name)
+                return items.at(i);
+        }
+    }
+    return nullptr;
+}
+
+TEST_F(Window, MenuItemsFollowTheStateOfTheStore) {
+    auto window = menusAndGuide(*engine_);
+    ASSERT_NE(window, nullptr);
+    auto* next = menuItem(*window, "menu:nextMessage");
+    auto* backUp = menuItem(*window, "menu:backUpNow");
+    ASSERT_NE(next, nullptr);
+    ASSERT_NE(backUp, nullptr);
+    EXPECT_EQ(next->property("text").toString(), "Next Message");
+    EXPECT_TRUE(next->property("enabled").toBool());
+    EXPECT_FALSE(backUp->property("enabled").toBool()) << "the vault has no accounts";
+    store().setQuery("nothing like this");
+    EXPECT_FALSE(next->property("enabled").toBool());
+    EXPECT_EQ(menuItem(*window, "menu:showVault")->property("text").toString(),
+              "Show Vault in File Manager");
+}
+
+TEST_F(Window, TheGuidesKeycapsShowTheKeysOfTheMenus) {
+    auto window = menusAndGuide(*engine_);
+    ASSERT_NE(window, nullptr);
+    auto* guide = window->findChild<QObject*>("onboarding");
+    QQuickItem* root = window->contentItem();
+    ASSERT_NE(guide, nullptr);
+    auto* onboarding =
+        engine_->singletonInstance<Onboarding*>(qmlTypeId("Quernstead", 1, 0, "Onboarding"));
+    onboarding->open();
+    EXPECT_TRUE(guide->property("visible").toBool());
+    guide->setProperty("page", 2);
+    QCoreApplication::processEvents();
+    QList<QStringList> shown;
+    for (auto* cap : itemsNamed(root, "onboardingKeycap"))
+        shown.append(cap->property("keys").toStringList());
+    QList<QStringList> menus;
+    for (auto action : {"addAccount", "previousMessage", "nextMessage", "showImages"})
+        menus.append(CommandTable::keycaps(CommandTable::find(action)->keys));
+    EXPECT_EQ(shown, menus);
+    EXPECT_EQ(menus.value(3), (QStringList{"Ctrl", "Shift", "L"}));
+    // The main window shows the same guide; it must not cover the window for later tests.
+    onboarding->finish();
 }
 
 } // namespace

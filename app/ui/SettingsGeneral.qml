@@ -1,0 +1,100 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Dialogs
+import QtQuick.Layouts
+import Quernstead
+
+// Settings › General: where the vault is, what it holds, automatic backup, what stays off.
+ScrollView {
+    id: general
+    objectName: "settingsGeneral"
+    contentWidth: availableWidth
+    clip: true
+
+    ColumnLayout {
+        width: general.availableWidth - 48
+        x: 24
+        spacing: 18
+
+        Item { implicitHeight: 2 }
+
+        SettingsSection {
+            title: "Location"
+            Text {
+                objectName: "vaultPath"
+                Layout.fillWidth: true
+                text: Store.archiveRoot
+                color: Theme.ink
+                font: Theme.mono
+                elide: Text.ElideMiddle
+            }
+            RowLayout {
+                spacing: 8
+                VaultButton { text: "Show in File Manager"; compact: true; onClicked: Store.openArchiveInFinder() }
+                VaultButton { text: "Move Vault…"; compact: true; onClicked: folderPanel.open() }
+            }
+        }
+
+        SettingsSection {
+            title: "Contents"
+            Text {
+                Layout.fillWidth: true
+                wrapMode: Text.WordWrap
+                text: "One standard .eml per message, filed as Account › Folder › Year. Any mail app can open them."
+                color: Theme.ink2
+                font: Theme.body
+            }
+            Text { text: Store.vaultSummary; color: Theme.ink; font: Theme.body }
+        }
+
+        SettingsSection {
+            title: "Automatic backup"
+            Switch {
+                id: scheduleSwitch
+                objectName: "scheduleSwitch"
+                text: "Back up automatically while Quernstead is open"
+                checked: VaultSettings.scheduleEnabled
+                onToggled: VaultSettings.scheduleEnabled = checked
+                font: Theme.body
+                palette.windowText: Theme.ink
+            }
+            ComboBox {
+                objectName: "scheduleHours"
+                enabled: VaultSettings.scheduleEnabled
+                model: VaultSettings.hourChoices
+                textRole: "title"
+                implicitWidth: 180
+                currentIndex: VaultSettings.hourChoice
+                onActivated: (index) => VaultSettings.hourChoice = index
+            }
+            Text {
+                Layout.fillWidth: true
+                wrapMode: Text.WordWrap
+                text: "Quernstead looks every few minutes and backs up any account whose last backup is older than this."
+                color: Theme.ink3
+                font: Theme.callout
+            }
+        }
+
+        SafetyNote {
+            Layout.fillWidth: true
+            symbol: "eye.slash"
+            tint: Theme.seal
+            text: "Remote images and web fonts stay off until you click “Show images”. Tracking pixels stay blocked even then."
+        }
+        SafetyNote {
+            Layout.fillWidth: true
+            symbol: "eye.slash"
+            tint: Theme.seal
+            text: "Senders whose name doesn’t match their address, or whose domain imitates a well-known one, are flagged for a second look."
+        }
+        Item { implicitHeight: 6 }
+    }
+
+    FolderDialog {
+        id: folderPanel
+        objectName: "moveVaultPanel"
+        acceptLabel: "Use Folder"
+        onAccepted: VaultSettings.moveVault(selectedFolder)
+    }
+}
