@@ -212,6 +212,8 @@ TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
     EXPECT_EQ(flow->step(), AddAccountFlow::Provider);
     EXPECT_TRUE(flow->host().isEmpty());
     EXPECT_TRUE(store().accounts().empty());
+}
+
 // A second window with the menu bar and the welcome guide, as the main window will hold them.
 std::unique_ptr<QQuickWindow> menusAndGuide(QQmlEngine& engine) {
     QQmlComponent host(&engine);
