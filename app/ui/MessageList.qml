@@ -244,14 +244,24 @@ Rectangle {
             scrubAnimation.stop()
             const from = listView.contentY
             listView.positionViewAtIndex(row, ListView.Beginning)
-            const to = listView.contentY
+            let to = listView.contentY
             if (Motion.reduced || from === to) {
                 column.scrubbing = false
                 column.followTop()
                 return
             }
-            listView.contentY = from
-            scrubAnimation.from = from
+            // Across years only the last page moves: animating through every row between would
+            // build each of them on the way (seconds and gigabytes in a large vault).
+            let start = from
+            const page = listView.height
+            if (Math.abs(to - from) > 2 * page) {
+                start = to > from ? to - page : to + page
+                listView.contentY = start
+                listView.positionViewAtIndex(row, ListView.Beginning)
+                to = listView.contentY
+            }
+            listView.contentY = start
+            scrubAnimation.from = start
             scrubAnimation.to = to
             scrubAnimation.start()
         }
