@@ -1,6 +1,8 @@
-// Splitting an mbox must never fail and never invent bytes: every message ends in one CR LF
-// that it didn't end in before, and unescaping only removes.
+// Splitting an mbox must never fail and never invent bytes: every message ends in one line
+// end that it didn't end in before (CR LF, or CR alone in a file whose lines end so), and
+// unescaping only removes.
 #include "backup/Importer.h"
+#include "mime/LineEnds.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,13 +11,15 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     std::string_view input(reinterpret_cast<const char*>(data), size);
     auto messages = qs::Importer::splitMbox(input);
+    const bool crOnly = qs::LineEnds::crOnly(input);
     size_t total = 0;
     for (const auto& message : messages) {
-        if (!message.ends_with("\r\n") || message.ends_with("\n\r\n") ||
-            message.ends_with("\r\r\n")) {
+        if (crOnly ? !message.ends_with("\r") || message.ends_with("\r\r")
+                   : !message.ends_with("\r\n") || message.ends_with("\n\r\n") ||
+                         message.ends_with("\r\r\n")) {
             std::abort();
         }
-        total += message.size() - 2;
+        total += message.size() - (crOnly ? 1 : 2);
     }
     if (total > size) {
         std::abort();
