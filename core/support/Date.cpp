@@ -70,7 +70,8 @@ std::optional<Date> parse(std::string_view text) {
         return std::nullopt;
     }
     year_month_day ymd{year{y}, month{unsigned(mo)}, day{unsigned(d)}};
-    if (!ymd.ok() || h > 23 || mi > 59 || s > 60) {
+    // A Date counts nanoseconds in 64 bits: years beyond 1678 to 2261 can't be held.
+    if (!ymd.ok() || y < 1678 || y > 2261 || h > 23 || mi > 59 || s > 60) {
         return std::nullopt;
     }
     auto when = sys_days{ymd} + hours{h} + minutes{mi} + seconds{s} - seconds{offsetSeconds};
