@@ -42,6 +42,9 @@ struct BackupSummary {
     /// Files already in the vault recognised as messages renumbered by the server (after a
     /// UIDVALIDITY change): nothing was written for them, and they aren't new.
     int relinked = 0;
+    /// Recorded files that were missing or differed on the disk, written again from the server
+    /// (a changed one first set aside, kept). Not new either.
+    int repaired = 0;
     std::int64_t bytes = 0; ///< body bytes of the new messages
     int folders = 0;        ///< folders that finished
     std::vector<std::string> files;
