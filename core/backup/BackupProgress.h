@@ -31,7 +31,8 @@ struct BackupProgress {
     std::int64_t bytesTotal = 0;          ///< sum of the server's sizes for this folder
     std::vector<std::string> newFiles;    ///< vault-relative paths filed since the last report
     std::string mailbox;                  ///< IMAP name of the mailbox
-    std::map<std::string, int> completed; ///< finished mailbox name -> count filed from it
+    std::map<std::string, int> completed; ///< finished mailbox name -> count filed from it (not
+                                          ///< counting those fetched again)
 
     friend bool operator==(const BackupProgress&, const BackupProgress&) = default;
 };

@@ -99,6 +99,8 @@ struct Run {
     std::set<std::string> linked;
     /// UID → recorded path of the folder's files to fetch again; fixed before filing starts.
     std::map<std::uint32_t, std::string> repairs;
+    /// Of the folder's messages filed, those fetched again: not counted as filed from it.
+    int refetched = 0;
     /// A batch is being downloaded: a stop waits for its end (see `run`).
     std::atomic<bool>* fetching = nullptr;
 
@@ -181,6 +183,7 @@ void Run::visit(const IMAPMailbox& mailbox) {
     // Recorded files gone from the disk or changed there are fetched again, by the UIDs that
     // still name them: only while the UIDVALIDITY holds, which the block above has made sure of.
     repairs.clear();
+    refetched = 0;
     if (!state.relinking && info.exists >= 1) {
         auto health = FolderHealth::check(runner.layout, state);
         repairs = std::move(health.missing);
@@ -201,7 +204,7 @@ void Run::visit(const IMAPMailbox& mailbox) {
         }
     }
     int filed = uids.empty() ? 0 : file(mailbox, state, uids, bySize);
-    finishFolder(state, filed);
+    finishFolder(state, filed - refetched);
 }
 
 int Run::file(const IMAPMailbox& mailbox, FolderState& state,
@@ -338,6 +341,7 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
         for (auto& result : batch) {
             ++folder.messagesDone;
             folder.bytesDone += result.bodySize;
+            refetched += result.refetched ? 1 : 0;
             if (result.relinked) {
                 ++summary.relinked;
             } else if (result.repaired) {
