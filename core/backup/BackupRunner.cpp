@@ -129,7 +129,7 @@ struct Run {
     }
 
     void visit(const IMAPMailbox& mailbox);
-    int file(const IMAPMailbox& mailbox, FolderState& state, const std::vector<std::uint32_t>& uids,
+    int file(const IMAPMailbox& mailbox, FolderState& state, std::vector<std::uint32_t> uids,
              const std::map<std::uint64_t, std::vector<std::string>>& bySize);
     void commit(FolderState& state, const std::unordered_map<std::uint32_t, std::int64_t>& sizes,
                 BackupProgress& folder);
@@ -207,8 +207,7 @@ void Run::visit(const IMAPMailbox& mailbox) {
     finishFolder(state, filed - refetched);
 }
 
-int Run::file(const IMAPMailbox& mailbox, FolderState& state,
-              const std::vector<std::uint32_t>& uids,
+int Run::file(const IMAPMailbox& mailbox, FolderState& state, std::vector<std::uint32_t> uids,
               const std::map<std::uint64_t, std::vector<std::string>>& bySize) {
     BackupProgress folder;
     folder.folder = mailbox.displayName;
@@ -217,11 +216,13 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
     report(folder);
 
     std::unordered_map<std::uint32_t, std::int64_t> sizes;
+    std::set<std::uint32_t> answered;
     for (const auto& chunk : BackupPlan::chunked(uids, BackupPlan::metaChunk)) {
         for (auto& item : client.fetchMeta(chunk)) {
             if (!item.uid) {
                 continue;
             }
+            answered.insert(*item.uid);
             if (item.size) {
                 sizes[*item.uid] = *item.size;
             } else {
@@ -229,6 +230,10 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
             }
         }
     }
+    // A file to fetch again whose message the server no longer has (released by a free-up, or
+    // deleted there) can't be repaired: it isn't asked for.
+    std::erase_if(
+        uids, [&](std::uint32_t uid) { return repairs.contains(uid) && !answered.contains(uid); });
     folder.phase = BackupProgress::downloading;
     folder.messagesTotal = static_cast<int>(uids.size());
     for (const auto& [uid, size] : sizes) {
