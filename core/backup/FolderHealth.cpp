@@ -57,7 +57,8 @@ fs::path FolderHealth::setAsideFile(const ArchiveLayout& layout, std::string_vie
     auto source = layout.url(relative);
     auto target = setAsideURL(layout, relative);
     fs::create_directories(target.parent_path());
-    if (!layout.contains(source) || !layout.contains(target.parent_path())) {
+    // The entry itself is moved, a symbolic link as a link: only the folders must be the vault's.
+    if (!layout.contains(source.parent_path()) || !layout.contains(target.parent_path())) {
         throw std::system_error(std::make_error_code(std::errc::permission_denied),
                                 source.string());
     }
