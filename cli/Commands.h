@@ -62,6 +62,8 @@ int search(AppStore& store, const std::vector<std::string>& words, ListOptions o
 int show(AppStore& store, const std::string& path, bool json);
 int ledger(AppStore& store);
 int freeUp(AppStore& store, const FreeUpOptions& options);
+/// Exit 1 when a recorded file is missing or differs.
+int verify(AppStore& store, const std::optional<std::string>& label);
 
 /// Reads the vault's records (a scan of the index and the files), quietly.
 void loadArchive(AppStore& store);

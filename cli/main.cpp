@@ -135,6 +135,11 @@ int main(int argc, char** argv) {
 
     auto* ledger = app.add_subcommand("ledger", "What the backups did, per account and folder");
 
+    std::optional<std::string> verifyAccount;
+    auto* verify = app.add_subcommand(
+        "verify", "Check the vault's files against what the backups recorded, offline");
+    verify->add_option("--account", verifyAccount, "Only this account");
+
     qs::cli::FreeUpOptions freeUp;
     auto* freeUpCommand =
         app.add_subcommand("free-up", "Release verified old messages from the server");
@@ -189,6 +194,8 @@ int main(int argc, char** argv) {
         return qs::cli::show(store, showPath, showJSON);
     if (*ledger)
         return qs::cli::ledger(store);
+    if (*verify)
+        return qs::cli::verify(store, verifyAccount);
     if (*freeUpCommand)
         return qs::cli::freeUp(store, freeUp);
     return qs::cli::usage;

@@ -433,7 +433,7 @@ private:
     std::map<std::string, int64_t> serverSizes_;
 
     // Backups, freeing space, importing.
-    void finishBackup(int failures, int64_t newTotal, bool cancelled);
+    void finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled);
     /// The problem told for chosen folders the server no longer lists.
     static FriendlyError::Message vanishedProblem(const MailAccount& account,
                                                   const std::vector<std::string>& vanished);

@@ -77,6 +77,7 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
     std::thread([store, run = std::move(run), layout = layout_, stop] {
         int failures = 0;
         int64_t newTotal = 0;
+        int64_t repairedTotal = 0;
         for (size_t index = 0; index < run.size(); ++index) {
             if (stop.stop_requested()) {
                 break;
@@ -110,6 +111,7 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                     },
                     stop);
                 newTotal += summary.newMessages;
+                repairedTotal += summary.repaired;
                 MainThread::post(store, [id = account.id](AppStore& s) { s.backupSucceeded(id); });
                 if (!summary.vanished.empty()) {
                     MainThread::post(store, [account, vanished = summary.vanished](AppStore& s) {
@@ -129,8 +131,8 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
             }
         }
         bool cancelled = stop.stop_requested();
-        MainThread::post(store, [failures, newTotal, cancelled](AppStore& s) {
-            s.finishBackup(failures, newTotal, cancelled);
+        MainThread::post(store, [failures, newTotal, repairedTotal, cancelled](AppStore& s) {
+            s.finishBackup(failures, newTotal, repairedTotal, cancelled);
         });
     }).detach();
 }
@@ -167,7 +169,7 @@ void AppStore::setBackupProblem(const std::string& label, FriendlyError::Message
     emit backupProblemsChanged();
 }
 
-void AppStore::finishBackup(int failures, int64_t newTotal, bool cancelled) {
+void AppStore::finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled) {
     bool ledgerTouched = false;
     for (auto& [key, line] : ledger_) {
         if (line.running) {
@@ -190,7 +192,7 @@ void AppStore::finishBackup(int failures, int64_t newTotal, bool cancelled) {
     } else {
         backup_.lastError.reset();
     }
-    QString message = BackupStatus::closingMessage(cancelled, newTotal);
+    QString message = BackupStatus::closingMessage(cancelled, newTotal, QLocale(), repaired);
     backup_.lastMessage = message.toStdString();
     emit backupChanged();
 

@@ -2,9 +2,16 @@
 
 namespace qs {
 
-QString BackupStatus::closingMessage(bool cancelled, int64_t newTotal, const QLocale& locale) {
+QString BackupStatus::closingMessage(bool cancelled, int64_t newTotal, const QLocale& locale,
+                                     int64_t repaired) {
     if (cancelled) {
         return QStringLiteral("Stopped");
+    }
+    if (repaired > 0) {
+        auto fixed = QStringLiteral("%1 repaired").arg(locale.toString(qlonglong(repaired)));
+        return newTotal > 0
+                   ? closingMessage(false, newTotal, locale) + QStringLiteral(" · ") + fixed
+                   : fixed;
     }
     if (newTotal == 1) {
         return QStringLiteral("1 new message saved");

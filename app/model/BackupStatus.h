@@ -28,9 +28,10 @@ struct BackupStatus {
 
     /// The closing sentence of a run: "Stopped" when it was cancelled, else "{n} new
     /// message(s) saved" with `newTotal` grouped as `locale` does, else "Everything was already
-    /// in the vault".
+    /// in the vault"; `repaired` files written again add "{n} repaired" (alone when nothing is
+    /// new).
     static QString closingMessage(bool cancelled, int64_t newTotal,
-                                  const QLocale& locale = QLocale());
+                                  const QLocale& locale = QLocale(), int64_t repaired = 0);
 
     /// The toast after a run with problems: "Backup finished — 1 account needs attention" or
     /// "… — {n} accounts need attention".

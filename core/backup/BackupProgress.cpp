@@ -15,7 +15,8 @@ std::ostream& operator<<(std::ostream& out, const BackupProgress& progress) {
 
 std::ostream& operator<<(std::ostream& out, const BackupSummary& summary) {
     out << "{" << summary.newMessages << " msgs, " << summary.relinked << " relinked, "
-        << summary.bytes << " bytes, " << summary.folders << " folders, files [";
+        << summary.repaired << " repaired, " << summary.bytes << " bytes, " << summary.folders
+        << " folders, files [";
     for (const auto& file : summary.files) {
         out << file << "; ";
     }

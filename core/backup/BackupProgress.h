@@ -31,7 +31,8 @@ struct BackupProgress {
     std::int64_t bytesTotal = 0;          ///< sum of the server's sizes for this folder
     std::vector<std::string> newFiles;    ///< vault-relative paths filed since the last report
     std::string mailbox;                  ///< IMAP name of the mailbox
-    std::map<std::string, int> completed; ///< finished mailbox name -> count filed from it
+    std::map<std::string, int> completed; ///< finished mailbox name -> count filed from it (not
+                                          ///< counting those fetched again)
 
     friend bool operator==(const BackupProgress&, const BackupProgress&) = default;
 };
@@ -42,6 +43,9 @@ struct BackupSummary {
     /// Files already in the vault recognised as messages renumbered by the server (after a
     /// UIDVALIDITY change): nothing was written for them, and they aren't new.
     int relinked = 0;
+    /// Recorded files that were missing or differed on the disk, written again from the server
+    /// (a changed one first set aside, kept). Not new either.
+    int repaired = 0;
     std::int64_t bytes = 0; ///< body bytes of the new messages
     int folders = 0;        ///< folders that finished
     std::vector<std::string> files;

@@ -2,6 +2,7 @@
 
 #include "backup/BackupPlan.h"
 #include "backup/FilingWorker.h"
+#include "backup/FolderHealth.h"
 #include "imap/IMAPClient.h"
 #include "imap/IMAPParseError.h"
 #include "imap/IMAPResponseReader.h"
@@ -70,6 +71,12 @@ struct Filed {
     std::int64_t bodySize = 0;
     /// An existing file recognised after a UIDVALIDITY change: nothing was written.
     bool relinked = false;
+    /// A recorded file fetched again because it was missing or differed: the size recorded
+    /// is then the file's own, so that a server that counts a few bytes differently doesn't
+    /// have it fetched again on every run.
+    bool refetched = false;
+    /// Refetched, and written again (else the file was found to hold these very bytes).
+    bool repaired = false;
 };
 
 // Everything one run carries from folder to folder.
@@ -90,6 +97,10 @@ struct Run {
     /// While re-linking: the files already claimed by a UID, so that two identical messages
     /// on the server keep their two files.
     std::set<std::string> linked;
+    /// UID → recorded path of the folder's files to fetch again; fixed before filing starts.
+    std::map<std::uint32_t, std::string> repairs;
+    /// Of the folder's messages filed, those fetched again: not counted as filed from it.
+    int refetched = 0;
     /// A batch is being downloaded: a stop waits for its end (see `run`).
     std::atomic<bool>* fetching = nullptr;
 
@@ -118,13 +129,15 @@ struct Run {
     }
 
     void visit(const IMAPMailbox& mailbox);
-    int file(const IMAPMailbox& mailbox, FolderState& state, const std::vector<std::uint32_t>& uids,
+    int file(const IMAPMailbox& mailbox, FolderState& state, std::vector<std::uint32_t> uids,
              const std::map<std::uint64_t, std::vector<std::string>>& bySize);
     void commit(FolderState& state, const std::unordered_map<std::uint32_t, std::int64_t>& sizes,
                 BackupProgress& folder);
     void fileMessage(const IMAPFetchItem& item, const FolderState& state,
                      const std::map<std::uint64_t, std::vector<std::string>>& bySize,
                      std::vector<Filed>& results);
+    void repairMessage(const IMAPFetchItem& item, const std::string& path,
+                       std::vector<Filed>& results);
 };
 
 void Run::visit(const IMAPMailbox& mailbox) {
@@ -167,23 +180,34 @@ void Run::visit(const IMAPMailbox& mailbox) {
         }
     }
 
+    // Recorded files gone from the disk or changed there are fetched again, by the UIDs that
+    // still name them: only while the UIDVALIDITY holds, which the block above has made sure of.
+    repairs.clear();
+    refetched = 0;
+    if (!state.relinking && info.exists >= 1) {
+        auto health = FolderHealth::check(runner.layout, state);
+        repairs = std::move(health.missing);
+        repairs.merge(health.differing);
+    }
     std::vector<std::uint32_t> uids;
+    for (const auto& [uid, path] : repairs) {
+        uids.push_back(uid);
+    }
     // No UID lies above the greatest there is, and "4294967296:*" is no set.
     if (info.exists >= 1 && state.highestUID < std::numeric_limits<std::uint32_t>::max()) {
         // "n:*" always matches the last message, even when its UID is below n.
         auto criteria = "UID " + std::to_string(std::uint64_t{state.highestUID} + 1) + ":*";
         for (auto uid : client.uidSearch(criteria)) {
-            if (uid > state.highestUID) {
+            if (uid > state.highestUID && !repairs.contains(uid)) {
                 uids.push_back(uid);
             }
         }
     }
     int filed = uids.empty() ? 0 : file(mailbox, state, uids, bySize);
-    finishFolder(state, filed);
+    finishFolder(state, filed - refetched);
 }
 
-int Run::file(const IMAPMailbox& mailbox, FolderState& state,
-              const std::vector<std::uint32_t>& uids,
+int Run::file(const IMAPMailbox& mailbox, FolderState& state, std::vector<std::uint32_t> uids,
               const std::map<std::uint64_t, std::vector<std::string>>& bySize) {
     BackupProgress folder;
     folder.folder = mailbox.displayName;
@@ -192,11 +216,13 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
     report(folder);
 
     std::unordered_map<std::uint32_t, std::int64_t> sizes;
+    std::set<std::uint32_t> answered;
     for (const auto& chunk : BackupPlan::chunked(uids, BackupPlan::metaChunk)) {
         for (auto& item : client.fetchMeta(chunk)) {
             if (!item.uid) {
                 continue;
             }
+            answered.insert(*item.uid);
             if (item.size) {
                 sizes[*item.uid] = *item.size;
             } else {
@@ -204,6 +230,10 @@ int Run::file(const IMAPMailbox& mailbox, FolderState& state,
             }
         }
     }
+    // A file to fetch again whose message the server no longer has (released by a free-up, or
+    // deleted there) can't be repaired: it isn't asked for.
+    std::erase_if(
+        uids, [&](std::uint32_t uid) { return repairs.contains(uid) && !answered.contains(uid); });
     folder.phase = BackupProgress::downloading;
     folder.messagesTotal = static_cast<int>(uids.size());
     for (const auto& [uid, size] : sizes) {
@@ -303,7 +333,8 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
                 state.sizes.emplace();
             }
             auto known = sizes.find(result.uid);
-            (*state.sizes)[key] = known != sizes.end() ? known->second : result.bodySize;
+            (*state.sizes)[key] =
+                known != sizes.end() && !result.refetched ? known->second : result.bodySize;
             state.highestUID = std::max(state.highestUID, result.uid);
         }
     }
@@ -315,8 +346,13 @@ void Run::commit(FolderState& state, const std::unordered_map<std::uint32_t, std
         for (auto& result : batch) {
             ++folder.messagesDone;
             folder.bytesDone += result.bodySize;
+            refetched += result.refetched ? 1 : 0;
             if (result.relinked) {
                 ++summary.relinked;
+            } else if (result.repaired) {
+                ++summary.repaired;
+            } else if (result.refetched) {
+                continue;
             } else {
                 ++summary.newMessages;
                 summary.bytes += result.bodySize;
@@ -333,6 +369,10 @@ void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
                       const std::map<std::uint64_t, std::vector<std::string>>& bySize,
                       std::vector<Filed>& results) {
     if (!item.uid || !item.body) {
+        return;
+    }
+    if (auto repair = repairs.find(*item.uid); repair != repairs.end()) {
+        repairMessage(item, repair->second, results);
         return;
     }
     const std::string& body = *item.body;
@@ -371,6 +411,31 @@ void Run::fileMessage(const IMAPFetchItem& item, const FolderState& state,
         state.directory + "/" + FileNames::messagePath(*date, subject, std::to_string(*item.uid));
     auto path = runner.layout.write(body, relative, *date, ArchiveLayout::Durability::deferred);
     results.push_back({*item.uid, std::move(path), bodySize, false});
+}
+
+void Run::repairMessage(const IMAPFetchItem& item, const std::string& path,
+                        std::vector<Filed>& results) {
+    const std::string& body = *item.body;
+    Filed filed{*item.uid, path, static_cast<std::int64_t>(body.size()), false, true, false};
+    auto url = runner.layout.url(path);
+    std::error_code error;
+    if (std::filesystem::exists(std::filesystem::symlink_status(url, error))) {
+        try {
+            if (FileIO::read(url) == body) {
+                results.push_back(std::move(filed));
+                return;
+            }
+        } catch (const std::system_error&) {
+            // Unreadable: set aside like a changed file.
+        }
+        // Never destroyed: the file on the disk is kept apart before the server's copy takes
+        // its name.
+        FolderHealth::setAsideFile(runner.layout, path);
+    }
+    auto date = item.internalDate.value_or(std::chrono::system_clock::now());
+    filed.path = runner.layout.write(body, path, date, ArchiveLayout::Durability::deferred);
+    filed.repaired = true;
+    results.push_back(std::move(filed));
 }
 
 // Temporary sync files of this account that a killed save left in the meta folder.
@@ -430,7 +495,7 @@ BackupSummary BackupRunner::run(const Progress& progress, std::stop_token stop) 
         }
     }
 
-    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}, {}, {}};
+    Run run{*this, progress, stop, client, layout.loadSync(account), {}, {}, {}, {}, {}, {}, {}};
     run.fetching = &fetching;
     removeSyncLeftovers(layout, account);
     for (const auto& name : chosen) {

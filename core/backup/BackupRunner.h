@@ -25,6 +25,11 @@ namespace qs {
 /// bytes and not written again. A run leaves no temporary file behind; one left by a killed run
 /// is removed by the next run of the same account when it visits that folder.
 ///
+/// It also repairs the vault: while a folder's UIDVALIDITY holds, a recorded file that is gone
+/// from the disk, or whose size isn't the recorded one (FolderHealth), is fetched again by its
+/// UID in the same batches and written under its recorded name; a changed file is first moved,
+/// kept, into the set-aside folder. A message the server no longer has isn't asked for.
+///
 /// Message files are written on a second thread while the next messages are downloaded; a
 /// batch's state is saved there once its files are on the disk. On every way out, `run` first
 /// waits for that thread to finish what it was handed (a wholly fetched batch is still saved).

@@ -10,6 +10,7 @@
 #include "vault/MailAccount.h"
 #include "vault/VaultLock.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -216,6 +217,48 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
     ASSERT_EQ(removed.exitCode, 0) << removed.output;
     EXPECT_EQ(messageFiles().size(), total) << "removing an account never deletes mail";
     EXPECT_NE(cli({"account", "list"}).output.find("No accounts yet"), std::string::npos);
+}
+
+TEST_F(CLITest, VerifyFindsAMissingAndAChangedFileAndABackupFetchesBothAgain) {
+    std::vector<std::string> messages;
+    for (int n = 1; n <= 3; ++n) {
+        messages.push_back("From: a@example.org\r\nSubject: Note " + std::to_string(n) +
+                           "\r\nDate: Mon, 2 Mar 2026 10:00:00 +0000\r\n\r\nBody " +
+                           std::to_string(n) + "\r\n");
+    }
+    dovecot().deliverAll(user_, "INBOX", messages);
+    ASSERT_EQ(addAccount({"INBOX"}).exitCode, 0);
+    ASSERT_EQ(cli({"backup"}).exitCode, 0);
+    auto files = messageFiles();
+    ASSERT_EQ(files.size(), 3u);
+    std::sort(files.begin(), files.end());
+    std::map<std::string, std::string> original;
+    for (const auto& file : files)
+        original[file] = FileIO::read(vault() / file);
+    fs::remove(vault() / files[0]);
+    const std::string changed = "X-Edited: by hand\r\n" + original[files[1]];
+    std::ofstream(vault() / files[1], std::ios::binary | std::ios::trunc) << changed;
+
+    ProcessResult before = cli({"verify"});
+    EXPECT_EQ(before.exitCode, 1) << before.output;
+    EXPECT_NE(before.output.find("1 verified · 1 missing · 1 differing"), std::string::npos)
+        << before.output;
+
+    ProcessResult repair = cli({"backup"});
+    ASSERT_EQ(repair.exitCode, 0) << repair.output;
+    EXPECT_NE(repair.output.find("2 repaired"), std::string::npos) << repair.output;
+    for (const auto& file : files)
+        EXPECT_EQ(FileIO::read(vault() / file), original[file]) << file;
+    EXPECT_EQ(FileIO::read(vault() / ".quernstead/set-aside" / files[1]), changed);
+
+    ProcessResult after = cli({"verify"});
+    EXPECT_EQ(after.exitCode, 0) << after.output;
+    EXPECT_NE(after.output.find("3 verified · 0 missing · 0 differing · 1 set aside"),
+              std::string::npos)
+        << after.output;
+    ProcessResult again = cli({"backup"});
+    EXPECT_NE(again.output.find("Everything was already in the vault"), std::string::npos)
+        << again.output;
 }
 
 TEST_F(CLITest, ImportsAnMboxAndFindsItsMessages) {
