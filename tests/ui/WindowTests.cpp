@@ -163,6 +163,15 @@ TEST_F(Window, ASecondToastReplacesTheFirstAndRestartsItsTime) {
     EXPECT_TRUE(QTest::qWaitFor([] { return !store().toast(); }, 5'000));
 }
 
+TEST_F(Window, TheImportPanelOpens) {
+    // Without a desktop's own panel, Qt draws it in QML, with modules that must be installed.
+    QObject* panel = window_->findChild<QObject*>(QStringLiteral("importPanel"));
+    ASSERT_NE(panel, nullptr);
+    QMetaObject::invokeMethod(panel, "open");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return panel->property("visible").toBool(); }, 5'000));
+    QMetaObject::invokeMethod(panel, "close");
+}
+
 TEST_F(Window, AScrubScrollsTheListToThatMonth) {
     auto* list = item("messageList");
     const MonthKey december2023{2023, 12};
