@@ -142,6 +142,10 @@ Rectangle {
                             trackers: slot.trackers
                             suspicious: slot.suspicious
                             selected: !slot.isHeader && slot.path === Store.selectedPath
+                            onMenuRequested: {
+                                rowMenu.path = slot.path
+                                rowMenu.popup()
+                            }
                             onClicked: {
                                 column.keyboardMove = false
                                 listView.forceActiveFocus()
@@ -204,6 +208,14 @@ Rectangle {
                 Layout.preferredWidth: 84
             }
         }
+    }
+
+    Menu {
+        id: rowMenu
+        property string path
+        MenuItem { text: "Show in File Manager"; onTriggered: Store.revealPath(rowMenu.path) }
+        MenuItem { text: "Open in Default Mail App"; onTriggered: WindowState.openInMailApp(rowMenu.path) }
+        MenuItem { text: "Copy File Path"; onTriggered: WindowState.copyFilePath(rowMenu.path) }
     }
 
     function move(delta) {

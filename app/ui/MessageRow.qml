@@ -18,6 +18,8 @@ Item {
     property bool suspicious: false
     property bool selected: false
     signal clicked()
+    // One menu serves the whole list: a menu per row would be built with every row.
+    signal menuRequested()
 
     implicitHeight: 66
 
@@ -112,16 +114,9 @@ Item {
         acceptedButtons: Qt.LeftButton | Qt.RightButton
         onClicked: (event) => {
             if (event.button === Qt.RightButton)
-                rowMenu.popup()
+                row.menuRequested()
             else
                 row.clicked()
         }
-    }
-
-    Menu {
-        id: rowMenu
-        MenuItem { text: "Show in File Manager"; onTriggered: Store.revealPath(row.path) }
-        MenuItem { text: "Open in Default Mail App"; onTriggered: WindowState.openInMailApp(row.path) }
-        MenuItem { text: "Copy File Path"; onTriggered: WindowState.copyFilePath(row.path) }
     }
 }
