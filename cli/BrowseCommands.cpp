@@ -5,6 +5,7 @@
 
 #include "model/SidebarItem.h"
 #include "model/SmartFilter.h"
+#include "search/SearchCache.h"
 #include "support/Date.h"
 
 #include <QDateTime>
@@ -115,6 +116,26 @@ std::optional<std::string> operatorWord(const std::vector<std::string>& words) {
     return std::nullopt;
 }
 
+/// Prints the records shown of `found` matches, as text or as JSON.
+int print(const std::vector<const MessageRecord*>& shown, size_t found, bool json) {
+    if (json) {
+        nlohmann::json out = nlohmann::json::array();
+        for (const MessageRecord* r : shown)
+            out.push_back(recordJSON(*r));
+        std::cout << out.dump(2) << "\n";
+        return ok;
+    }
+    for (const MessageRecord* r : shown) {
+        std::cout << localDay(r->date) << "  " << terminalText(r->fromDisplay()) << "  "
+                  << (r->subject.empty() ? "(no subject)" : terminalText(r->subject)) << "\n    "
+                  << terminalText(r->path) << "\n";
+    }
+    if (shown.size() < found)
+        std::cout << shown.size() << " of ";
+    std::cout << plural(static_cast<int64_t>(found), "message") << "\n";
+    return ok;
+}
+
 } // namespace
 
 int search(AppStore& store, const std::vector<std::string>& words, ListOptions options) {
@@ -128,6 +149,19 @@ int search(AppStore& store, const std::vector<std::string>& words, ListOptions o
     for (const std::string& word : words)
         query += (query.empty() ? "" : " ") + word;
     options.query = query;
+    // A search of the whole vault answers from the index as last saved, through its cache: a
+    // cold start then reads a few pages instead of the whole index and every folder. Scoped
+    // searches, and a vault with no sound index yet, take the full path, which scans first.
+    if (!options.filter && !options.account && !options.folder) {
+        auto json = store.layout().indexURL();
+        if (auto answer =
+                SearchCache::answer(SearchCache::beside(json), json, query, options.limit)) {
+            std::vector<const MessageRecord*> shown;
+            for (const MessageRecord& r : answer->shown)
+                shown.push_back(&r);
+            return print(shown, answer->found, options.json);
+        }
+    }
     return list(store, options);
 }
 
@@ -162,22 +196,10 @@ int list(AppStore& store, const ListOptions& options) {
     size_t found = shown.size();
     if (options.limit > 0 && shown.size() > options.limit)
         shown.resize(options.limit);
-    if (options.json) {
-        nlohmann::json out = nlohmann::json::array();
-        for (const RecordRef& r : shown)
-            out.push_back(recordJSON(*r));
-        std::cout << out.dump(2) << "\n";
-        return ok;
-    }
-    for (const RecordRef& r : shown) {
-        std::cout << localDay(r->date) << "  " << terminalText(r->fromDisplay()) << "  "
-                  << (r->subject.empty() ? "(no subject)" : terminalText(r->subject)) << "\n    "
-                  << terminalText(r->path) << "\n";
-    }
-    if (shown.size() < found)
-        std::cout << shown.size() << " of ";
-    std::cout << plural(static_cast<int64_t>(found), "message") << "\n";
-    return ok;
+    std::vector<const MessageRecord*> records;
+    for (const RecordRef& r : shown)
+        records.push_back(r.get());
+    return print(records, found, options.json);
 }
 
 int show(AppStore& store, const std::string& given, bool json) {

@@ -1,5 +1,6 @@
 #include "model/ArchiveScan.h"
 
+#include "search/SearchCache.h"
 #include "support/FileIO.h"
 
 #include <algorithm>
@@ -86,6 +87,8 @@ std::map<std::string, double> walk(const fs::path& root) {
 
 std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::stop_token stop,
                           const Hooks& hooks) {
+    // Taken before the load, so that a cache made from this index never claims a newer file.
+    auto loadedStamp = SearchCacheLayout::FileStamp::of(indexFile);
     Result result{SearchIndex::load(indexFile)};
     auto& index = result.index;
     auto files = walk(root);
@@ -140,14 +143,29 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
         return std::nullopt;
     }
 
+    bool fresh = !result.changed;
     if (result.changed) {
         if (index.needsCompaction()) {
             index.compact();
         }
         try {
             index.save(indexFile);
+            fresh = true;
         } catch (const std::exception&) {
             // The index is a cache: the next scan rebuilds what this one couldn't keep.
+        }
+    }
+    // The search cache follows the index file it was made from, never an index that failed to
+    // save; a scan that changed nothing writes it only when missing or stale (the header tells).
+    auto cache = SearchCache::beside(indexFile);
+    if (fresh && index.count() > 0 && (result.changed || !SearchCache::open(cache, indexFile))) {
+        auto stamp = result.changed ? SearchCacheLayout::FileStamp::of(indexFile) : loadedStamp;
+        if (stamp) {
+            try {
+                SearchCache::write(index, cache, *stamp);
+            } catch (const std::exception&) {
+                // Rebuilt from index.json by the next search that finds it missing.
+            }
         }
     }
     return result;

@@ -120,6 +120,7 @@ public:
 
 private:
     friend class SearchIndexCoder;
+    friend class SearchCache;
 
     std::span<const uint32_t> tokensWithPrefix(std::string_view prefix) const;
     const std::vector<uint32_t>& sortedTokens() const;

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "search/MessageRecord.h"
+#include "search/SearchCacheLayout.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace qs {
+
+class SearchIndex;
+
+/// A derived, disposable copy of index.json made for searching from a cold start: the sorted
+/// tokens with their postings and the records, in a fixed binary layout that is mapped, not
+/// read, so that one search touches only the pages it needs. It records the size, time and
+/// inode of the index.json it came from and counts as missing once that file changes.
+///
+/// Every offset and length is checked before use and every page against its checksum on first
+/// touch: a damaged cache makes a call return nothing, never crash or answer wrongly, and the
+/// caller rebuilds it from index.json. Not safe for concurrent use (pages are marked verified
+/// as they are read).
+class SearchCache {
+public:
+    /// What a search found: the number of matches and the first of them, newest first.
+    struct Answer {
+        size_t found = 0;
+        std::vector<MessageRecord> shown;
+    };
+
+    ~SearchCache();
+    SearchCache(SearchCache&&) noexcept;
+    SearchCache& operator=(SearchCache&&) noexcept;
+
+    /// Where the cache of the index.json at `json` lives: beside it.
+    static std::filesystem::path beside(const std::filesystem::path& json) {
+        return json.parent_path() / "index.cache";
+    }
+
+    /// The cache at `cache` when it was derived from the index.json now at `json` and its
+    /// header and page table are whole; nothing otherwise. Never throws.
+    static std::optional<SearchCache> open(const std::filesystem::path& cache,
+                                           const std::filesystem::path& json) noexcept;
+
+    /// Writes the cache of `index` to `cache` atomically, stamped as derived from a file with
+    /// `json`'s identity. Throws std::system_error.
+    static void write(const SearchIndex& index, const std::filesystem::path& cache,
+                      const SearchCacheLayout::FileStamp& json);
+
+    /// Loads index.json and writes its cache, stamped with the identity the JSON file had
+    /// before the load (a save racing the load leaves the cache stale, not wrong).
+    /// Throws std::system_error when index.json can't be read or the cache can't be written.
+    static void rebuild(const std::filesystem::path& cache, const std::filesystem::path& json);
+
+    /// Searches the cache at `cache` for index.json `json`, rebuilding it first when it is
+    /// missing, stale or found damaged on the way. `limit` caps the records returned (0: all).
+    /// Nothing when no sound cache could be had (index.json missing, unwritable folder).
+    static std::optional<Answer> answer(const std::filesystem::path& cache,
+                                        const std::filesystem::path& json, std::string_view query,
+                                        size_t limit) noexcept;
+
+    /// Ranks (positions newest first) of the live records matching every word of `query` as a
+    /// prefix, ascending; the same matches as `SearchIndex::search`. Nothing when damaged.
+    std::optional<std::vector<uint32_t>> search(std::string_view query) const noexcept;
+
+    /// The record of a rank below `count()`, or nothing when damaged or out of range.
+    std::optional<MessageRecord> record(uint32_t rank) const noexcept;
+
+    /// Number of live records.
+    size_t count() const;
+
+private:
+    struct Mapping;
+    explicit SearchCache(std::unique_ptr<Mapping> mapping);
+
+    std::unique_ptr<Mapping> mapping_;
+};
+
+} // namespace qs
