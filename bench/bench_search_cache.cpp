@@ -1,0 +1,238 @@
+// Searching a large vault from a cold process: `quernstead-cli search` timed as a user runs it
+// (a new process each time, through the search cache), next to notmuch on the same messages
+// when it is installed and the messages are on disk; the window's index open time and peak
+// memory; and the cost of saving after 100 new messages. Prints figures; asserts nothing.
+//
+//   bench_search_cache --messages N [--data DIR] [--files] [--runs R]
+//
+// The vault is made once under DIR (default /work/bench-data) and reused. With --files the
+// messages are written as files and indexed by a scan (needed for notmuch); without, only
+// index.json and its cache are made, from the same generated messages.
+#include "LargeVault.h"
+#include "search/SearchCache.h"
+#include "search/SearchIndex.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+struct Run {
+    double seconds = 0;
+    double peakMegabytes = 0;
+    int status = -1;
+};
+
+/// Runs `arguments` with standard output to /dev/null; wall time and the child's peak memory.
+Run spawn(const std::vector<std::string>& arguments,
+          const std::vector<std::string>& extraEnv = {}) {
+    std::vector<char*> argv;
+    for (const auto& a : arguments) {
+        argv.push_back(const_cast<char*>(a.c_str()));
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> envStrings(extraEnv);
+    for (char** e = environ; *e != nullptr; ++e) {
+        envStrings.emplace_back(*e);
+    }
+    std::vector<char*> envp;
+    for (auto& e : envStrings) {
+        envp.push_back(e.data());
+    }
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    Run run;
+    auto start = Clock::now();
+    pid_t pid = 0;
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) == 0) {
+        rusage usage{};
+        int status = 0;
+        ::wait4(pid, &status, 0, &usage);
+        run.seconds = secondsSince(start);
+        run.peakMegabytes = double(usage.ru_maxrss) / 1024.0;
+        run.status = status;
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    return run;
+}
+
+struct Percentiles {
+    double p50, p99;
+};
+
+Percentiles percentiles(std::vector<double> samples) {
+    std::sort(samples.begin(), samples.end());
+    auto at = [&](double q) {
+        return samples[std::min(samples.size() - 1, size_t(q * double(samples.size() - 1) + 0.5))];
+    };
+    return {at(0.5) * 1000, at(0.99) * 1000};
+}
+
+std::string messagePath(int i) {
+    return "Account" + std::to_string(i % 3) + "/Folder " + std::to_string(i % 12) + "/" +
+           std::to_string(i) + ".eml";
+}
+
+qs::SearchIndex buildInMemory(int count) {
+    qs::SearchIndex index;
+    for (int i = 0; i < count; ++i) {
+        auto entry = qs::SearchIndex::makeRecord(qs::bench::largeVaultMessage(i), messagePath(i),
+                                                 1'700'000'000.0 + i);
+        index.add(std::move(entry.record), entry.text);
+    }
+    return index;
+}
+
+int openAsTheWindowDoes(const fs::path& json) {
+    auto start = Clock::now();
+    auto index = qs::SearchIndex::load(json);
+    auto records = index.liveRecords();
+    std::printf("%.3f %zu\n", secondsSince(start), records.size());
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int count = 20'000;
+    int runs = 30;
+    bool files = false;
+    fs::path data = "/work/bench-data";
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--open" && i + 1 < argc) {
+            return openAsTheWindowDoes(argv[++i]);
+        } else if (a == "--messages" && i + 1 < argc) {
+            count = std::atoi(argv[++i]);
+        } else if (a == "--runs" && i + 1 < argc) {
+            runs = std::atoi(argv[++i]);
+        } else if (a == "--data" && i + 1 < argc) {
+            data = argv[++i];
+        } else if (a == "--files") {
+            files = true;
+        }
+    }
+    fs::path vault = data / ((files ? "files-" : "index-") + std::to_string(count));
+    fs::path json = vault / ".quernstead" / "index.json";
+    fs::path cache = qs::SearchCache::beside(json);
+    std::printf("vault %s, %d messages\n", vault.c_str(), count);
+
+    qs::SearchIndex index;
+    if (!fs::exists(json)) {
+        auto start = Clock::now();
+        if (files) {
+            qs::bench::writeLargeVault(vault, count);
+            std::printf("  generated and indexed by a scan    %8.1f s\n", secondsSince(start));
+        } else {
+            index = buildInMemory(count);
+            std::printf("  generated in memory                %8.1f s\n", secondsSince(start));
+            start = Clock::now();
+            index.save(json);
+            std::printf("  index.json written                 %8.1f s\n", secondsSince(start));
+        }
+    }
+    std::printf("  index.json                         %8.1f MB\n",
+                double(fs::file_size(json)) / 1e6);
+    fs::remove(cache);
+    auto start = Clock::now();
+    qs::SearchCache::rebuild(cache, json);
+    std::printf("  cache rebuilt from index.json      %8.2f s, %.1f MB\n", secondsSince(start),
+                double(fs::file_size(cache)) / 1e6);
+
+    struct Query {
+        const char* kind;
+        std::string ours;
+        std::string notmuch;
+    };
+    std::string rare = std::to_string(count / 2 + 7);
+    const Query queries[] = {{"rare word", rare, rare},
+                             {"common word", "body", "body"},
+                             {"prefix", "inv", "inv*"},
+                             {"two words", "invoice meeting", "invoice and meeting"}};
+    std::printf("\ncold-process search, --limit 20, %d runs each (p50 / p99 ms, matches)\n", runs);
+    for (const auto& q : queries) {
+        auto answer = qs::SearchCache::answer(cache, json, q.ours, 20);
+        std::vector<double> samples;
+        for (int r = 0; r < runs; ++r) {
+            auto run = spawn({QS_CLI_PATH, "search", q.ours, "--limit", "20"},
+                             {"QUERNSTEAD_ARCHIVE_DIR=" + vault.string()});
+            samples.push_back(run.seconds);
+        }
+        auto p = percentiles(samples);
+        std::printf("  quernstead-cli %-12s %8.1f / %6.1f ms   %zu\n", q.kind, p.p50, p.p99,
+                    answer ? answer->found : 0);
+    }
+
+    if (files && std::system("command -v notmuch >/dev/null 2>&1") == 0) {
+        fs::path home = data / ("notmuch-" + std::to_string(count));
+        fs::create_directories(home);
+        fs::path config = home / "config";
+        std::ofstream(config) << "[database]\npath=" << vault.string()
+                              << "\nmail_root=" << vault.string()
+                              << "\n[new]\nignore=.quernstead;.notmuch\n";
+        std::vector<std::string> env{"NOTMUCH_CONFIG=" + config.string()};
+        if (!fs::exists(vault / ".notmuch")) {
+            auto run = spawn({"/usr/bin/notmuch", "new", "--quiet"}, env);
+            std::printf("  notmuch new (first index)          %8.1f s\n", run.seconds);
+        }
+        for (const auto& q : queries) {
+            std::vector<double> samples;
+            for (int r = 0; r < runs; ++r) {
+                samples.push_back(
+                    spawn({"/usr/bin/notmuch", "search", "--limit=20", q.notmuch}, env).seconds);
+            }
+            auto p = percentiles(samples);
+            std::printf("  notmuch search %-12s %8.1f / %6.1f ms\n", q.kind, p.p50, p.p99);
+        }
+    }
+
+    std::printf("\nthe window's index open (a fresh process loading index.json)\n");
+    auto open = spawn({"/proc/self/exe", "--open", json.string()});
+    std::printf("  open                               %8.2f s, peak %.0f MB\n", open.seconds,
+                open.peakMegabytes);
+
+    std::printf("\nsaving after 100 new messages\n");
+    if (index.count() == 0) {
+        index = qs::SearchIndex::load(json);
+    }
+    for (int i = count; i < count + 100; ++i) {
+        auto entry = qs::SearchIndex::makeRecord(qs::bench::largeVaultMessage(i), messagePath(i),
+                                                 1'700'000'000.0 + i);
+        index.add(std::move(entry.record), entry.text);
+    }
+    fs::path scratch = vault / ".quernstead" / "index-saved.json";
+    start = Clock::now();
+    index.save(scratch);
+    std::printf("  index.json rewritten               %8.2f s\n", secondsSince(start));
+    auto stamp = qs::SearchCacheLayout::FileStamp::of(scratch);
+    start = Clock::now();
+    qs::SearchCache::write(index, qs::SearchCache::beside(scratch) += ".saved", *stamp);
+    std::printf("  cache rewritten                    %8.2f s\n", secondsSince(start));
+    fs::remove(scratch);
+    fs::remove(qs::SearchCache::beside(scratch) += ".saved");
+    return 0;
+}
