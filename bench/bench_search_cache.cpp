@@ -1,7 +1,8 @@
 // Searching a large vault from a cold process: `quernstead-cli search` timed as a user runs it
 // (a new process each time, through the search cache), next to notmuch on the same messages
 // when it is installed and the messages are on disk; the window's index open time and peak
-// memory; and the cost of saving after 100 new messages. Prints figures; asserts nothing.
+// memory, and how soon its list can show from the cache; and the cost of saving after 100 new
+// messages. Prints figures; asserts nothing.
 //
 //   bench_search_cache --messages N [--data DIR] [--files] [--runs R]
 //
@@ -115,6 +116,12 @@ int openAsTheWindowDoes(const fs::path& json) {
     return 0;
 }
 
+int listFromTheCache(const fs::path& json) {
+    auto cache = qs::SearchCache::open(qs::SearchCache::beside(json), json);
+    auto records = cache ? cache->records() : std::nullopt;
+    return records && records->size() == cache->count() ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -126,6 +133,8 @@ int main(int argc, char** argv) {
         std::string a = argv[i];
         if (a == "--open" && i + 1 < argc) {
             return openAsTheWindowDoes(argv[++i]);
+        } else if (a == "--list-from-cache" && i + 1 < argc) {
+            return listFromTheCache(argv[++i]);
         } else if (a == "--messages" && i + 1 < argc) {
             count = std::atoi(argv[++i]);
         } else if (a == "--runs" && i + 1 < argc) {
@@ -214,6 +223,9 @@ int main(int argc, char** argv) {
     auto open = spawn({"/proc/self/exe", "--open", json.string()});
     std::printf("  open                               %8.2f s, peak %.0f MB\n", open.seconds,
                 open.peakMegabytes);
+    auto listed = spawn({"/proc/self/exe", "--list-from-cache", json.string()});
+    std::printf("  first list from the cache          %8.2f s, peak %.0f MB%s\n", listed.seconds,
+                listed.peakMegabytes, listed.status == 0 ? "" : " (FAILED)");
 
     std::printf("\nsaving after 100 new messages\n");
     if (index.count() == 0) {

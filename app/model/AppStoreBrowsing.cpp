@@ -5,6 +5,7 @@
 
 #include "model/ArchiveScan.h"
 #include "model/Fmt.h"
+#include "search/SearchCache.h"
 
 #include <QCoreApplication>
 #include <QLocale>
@@ -86,7 +87,24 @@ void AppStore::reloadArchive() {
     auto layout = layout_;
     auto accounts = accounts_;
     auto stop = source.get_token();
-    QThreadPool::globalInstance()->start([store, layout, accounts, stop] {
+    bool listEmpty = catalog_->records.empty();
+    QThreadPool::globalInstance()->start([store, layout, accounts, stop, listEmpty] {
+        // An empty list (a launch) shows the records of the index as last saved at once, read
+        // from the search cache, while the scan loads the whole index and reconciles it.
+        if (listEmpty) {
+            auto json = layout.indexURL();
+            auto cache = SearchCache::open(SearchCache::beside(json), json);
+            auto records = cache ? cache->records() : std::nullopt;
+            if (records && !records->empty()) {
+                auto catalog = std::make_shared<const RecordCatalog>(
+                    RecordCatalog::build(std::move(*records)));
+                hop(store, stop, [catalog](AppStore& s) {
+                    if (s.catalog_->records.empty()) {
+                        s.publishCatalog(catalog);
+                    }
+                });
+            }
+        }
         ArchiveScan::Hooks hooks;
         hooks.started = [&](size_t total) {
             hop(store, stop, [total](AppStore& s) {

@@ -265,6 +265,19 @@ std::optional<MessageRecord> SearchCache::record(uint32_t rank) const noexcept {
     }
 }
 
+std::optional<std::vector<MessageRecord>> SearchCache::records() const {
+    std::vector<MessageRecord> out;
+    out.reserve(count());
+    for (uint32_t rank = 0; rank < count(); ++rank) {
+        auto r = record(rank);
+        if (!r) {
+            return std::nullopt;
+        }
+        out.push_back(std::move(*r));
+    }
+    return out;
+}
+
 std::optional<SearchCache::Answer> SearchCache::answer(const std::filesystem::path& cache,
                                                        const std::filesystem::path& json,
                                                        std::string_view query,

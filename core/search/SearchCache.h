@@ -69,6 +69,9 @@ public:
     /// The record of a rank below `count()`, or nothing when damaged or out of range.
     std::optional<MessageRecord> record(uint32_t rank) const noexcept;
 
+    /// Every record, newest first (the order of the window's list), or nothing when damaged.
+    std::optional<std::vector<MessageRecord>> records() const;
+
     /// Number of live records.
     size_t count() const;
 
