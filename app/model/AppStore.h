@@ -433,11 +433,12 @@ private:
     std::map<std::string, int64_t> serverSizes_;
 
     // Backups, freeing space, importing.
-    void finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled);
+    void finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled,
+                      bool vaultChanged);
     /// The problem told for chosen folders the server no longer lists.
     static FriendlyError::Message vanishedProblem(const MailAccount& account,
                                                   const std::vector<std::string>& vanished);
-    void backupSucceeded(const UUID& accountId);
+    void backupSucceeded(const UUID& accountId, bool wroteFiles);
     void setBackupProblem(const std::string& label, FriendlyError::Message message);
     /// Runs on the check's worker thread: verifies the plan round by round, publishing each.
     static void verifyProgressively(QPointer<AppStore> store, CleanupPlan plan,

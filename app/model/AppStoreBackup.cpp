@@ -77,6 +77,7 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
     std::thread([store, run = std::move(run), layout = layout_, stop] {
         int failures = 0;
         int64_t newTotal = 0;
+        bool vaultChanged = false;
         int64_t repairedTotal = 0;
         for (size_t index = 0; index < run.size(); ++index) {
             if (stop.stop_requested()) {
@@ -111,8 +112,11 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                     },
                     stop);
                 newTotal += summary.newMessages;
+                bool wrote = summary.newMessages + summary.relinked + summary.repaired > 0;
+                vaultChanged = vaultChanged || wrote;
                 repairedTotal += summary.repaired;
-                MainThread::post(store, [id = account.id](AppStore& s) { s.backupSucceeded(id); });
+                MainThread::post(
+                    store, [id = account.id, wrote](AppStore& s) { s.backupSucceeded(id, wrote); });
                 if (!summary.vanished.empty()) {
                     MainThread::post(store, [account, vanished = summary.vanished](AppStore& s) {
                         s.setBackupProblem(account.label, vanishedProblem(account, vanished));
@@ -131,9 +135,10 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
             }
         }
         bool cancelled = stop.stop_requested();
-        MainThread::post(store, [failures, newTotal, repairedTotal, cancelled](AppStore& s) {
-            s.finishBackup(failures, newTotal, repairedTotal, cancelled);
-        });
+        MainThread::post(
+            store, [failures, newTotal, repairedTotal, cancelled, vaultChanged](AppStore& s) {
+                s.finishBackup(failures, newTotal, repairedTotal, cancelled, vaultChanged);
+            });
     }).detach();
 }
 
@@ -154,14 +159,18 @@ FriendlyError::Message AppStore::vanishedProblem(const MailAccount& account,
             "account’s folders again to back up what it became."};
 }
 
-void AppStore::backupSucceeded(const UUID& accountId) {
+void AppStore::backupSucceeded(const UUID& accountId, bool wroteFiles) {
     auto found = std::ranges::find(accounts_, accountId, &MailAccount::id);
     if (found != accounts_.end()) {
         found->lastBackup = std::chrono::system_clock::now();
         saveAccounts();
         emit accountsChanged();
     }
-    reloadArchive();
+    // A run that filed nothing leaves the index as it is: a rescan would walk the whole vault
+    // and load the whole index to find no change.
+    if (wroteFiles) {
+        reloadArchive();
+    }
 }
 
 void AppStore::setBackupProblem(const std::string& label, FriendlyError::Message message) {
@@ -169,7 +178,8 @@ void AppStore::setBackupProblem(const std::string& label, FriendlyError::Message
     emit backupProblemsChanged();
 }
 
-void AppStore::finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled) {
+void AppStore::finishBackup(int failures, int64_t newTotal, int64_t repaired, bool cancelled,
+                            bool vaultChanged) {
     bool ledgerTouched = false;
     for (auto& [key, line] : ledger_) {
         if (line.running) {
@@ -206,7 +216,10 @@ void AppStore::finishBackup(int failures, int64_t newTotal, int64_t repaired, bo
         showToast(BackupStatus::attentionMessage(failures),
                   QStringLiteral("exclamationmark.triangle.fill"), QStringLiteral("caution"));
     }
-    reloadArchive();
+    // A failed or stopped account may have filed part of a batch without a summary to say so.
+    if (vaultChanged || failures > 0 || cancelled) {
+        reloadArchive();
+    }
     emit backupFinished();
 }
 
