@@ -169,6 +169,8 @@ int main(int argc, char** argv) {
         ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault.c_str(), 1);
     QCoreApplication application(argc, argv);
     qs::AppStore store;
+    // Every command that reads the vault waits for the scan's end before printing.
+    store.setListFromCacheFirst(false);
 
     if (*accountAdd)
         return qs::cli::accountAdd(store, add);

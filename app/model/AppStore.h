@@ -166,6 +166,11 @@ public:
     /// files, publishing records as it goes and the new index at its end; cancels a scan in
     /// flight. `scanFinished` tells when a scan has published its end.
     void reloadArchive();
+
+    /// Whether a scan that finds the list empty first shows the records of the index as last
+    /// saved, from the search cache (on by default: a window sees its list at once). A program
+    /// that waits for the scan's end anyway turns it off and saves the read.
+    void setListFromCacheFirst(bool enabled) { listFromCacheFirst_ = enabled; }
     /// A scan was started and hasn't published its end yet (it may not have counted the files
     /// yet either, so `indexing` can still be empty).
     bool scanPending() const { return scanTask_.has_value(); }
@@ -413,6 +418,7 @@ private:
     std::shared_ptr<const RecordCatalog> catalog_ = std::make_shared<const RecordCatalog>();
     // Whether the catalog was built from `index_` itself, so that hits map by slot alone.
     bool catalogOfIndex_ = true;
+    bool listFromCacheFirst_ = true;
     std::vector<RecordRef> visible_;
     MessageListModel* list_ = new MessageListModel(this);
     TimelineModel* timeline_ = new TimelineModel(this);

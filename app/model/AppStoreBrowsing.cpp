@@ -87,7 +87,7 @@ void AppStore::reloadArchive() {
     auto layout = layout_;
     auto accounts = accounts_;
     auto stop = source.get_token();
-    bool listEmpty = catalog_->records.empty();
+    bool listEmpty = listFromCacheFirst_ && catalog_->records.empty();
     QThreadPool::globalInstance()->start([store, layout, accounts, stop, listEmpty] {
         // An empty list (a launch) shows the records of the index as last saved at once, read
         // from the search cache, while the scan loads the whole index and reconciles it.
