@@ -80,6 +80,7 @@ Item {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 visible: Updater.notes.length > 0
+                contentWidth: availableWidth
                 background: Rectangle {
                     radius: Theme.rCard
                     color: Theme.panel
