@@ -32,14 +32,12 @@ std::optional<AppBundle> AppBundle::open(const fs::path& directory) {
 
 std::optional<AppBundle> AppBundle::containing(const fs::path& program) {
     std::error_code error;
-    fs::path folder = fs::weakly_canonical(program, error).parent_path();
-    for (; !folder.empty(); folder = folder.parent_path()) {
-        if (auto bundle = open(folder))
-            return bundle;
-        if (folder == folder.root_path())
-            break;
-    }
-    return std::nullopt;
+    const fs::path folder = fs::weakly_canonical(program, error).parent_path();
+    // Only the program's folder ("quernstead/quernstead") and the one above it
+    // ("quernstead/bin/quernstead"): a manifest further up belongs to something else.
+    if (auto bundle = open(folder))
+        return bundle;
+    return open(folder.parent_path());
 }
 
 std::string AppBundle::manifest() const {

@@ -26,7 +26,7 @@ struct AppBundle {
     /// The bundle at `directory`; nothing when its manifest is missing, unreadable or lacks a
     /// field.
     static std::optional<AppBundle> open(const std::filesystem::path& directory);
-    /// The bundle holding `program`: its folder or the nearest folder above with a manifest.
+    /// The bundle holding `program`: its folder, or the folder above, when that has a manifest.
     static std::optional<AppBundle> containing(const std::filesystem::path& program);
     /// The manifest's text for these fields (the release tool writes it).
     std::string manifest() const;
