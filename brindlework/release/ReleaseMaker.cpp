@@ -58,11 +58,17 @@ std::string zip(const std::vector<ZipEntry>& entries) {
         std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
                                                                             &archive_entry_free);
         archive_entry_set_pathname(entry.get(), item.name.c_str());
-        archive_entry_set_filetype(entry.get(), item.directory ? AE_IFDIR : AE_IFREG);
+        const bool link = !item.linkTarget.empty();
+        archive_entry_set_filetype(entry.get(), item.directory ? AE_IFDIR
+                                                : link         ? AE_IFLNK
+                                                               : AE_IFREG);
+        if (link)
+            archive_entry_set_symlink(entry.get(), item.linkTarget.c_str());
         archive_entry_set_perm(entry.get(), item.directory ? 0755 : mode_t(item.mode));
-        archive_entry_set_size(entry.get(), item.directory ? 0 : la_int64_t(item.content.size()));
+        archive_entry_set_size(entry.get(),
+                               item.directory || link ? 0 : la_int64_t(item.content.size()));
         if (archive_write_header(writer.get(), entry.get()) != ARCHIVE_OK ||
-            (!item.directory &&
+            (!item.directory && !link &&
              archive_write_data(writer.get(), item.content.data(), item.content.size()) < 0))
             throw std::runtime_error(std::string("zip: ") + archive_error_string(writer.get()));
     }

@@ -20,6 +20,8 @@ struct ZipEntry {
     std::string content;
     bool directory = false;
     int mode = 0644;
+    /// Set: the entry is a symbolic link to this target.
+    std::string linkTarget = {};
 };
 
 /// Writes the manifest of `bundle` into its folder, then the seal of every file, signed.

@@ -15,6 +15,13 @@
 #include <functional>
 
 namespace brindle {
+
+// Failures show the phase as a reader knows it.
+void PrintTo(const UpdatePhase& phase, std::ostream* out) {
+    *out << "phase " << int(phase.kind) << " \"" << phase.message << "\" version \""
+         << phase.feed.version << "\"";
+}
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -205,6 +212,10 @@ TEST_F(UpdaterTest, ArchiveOutcomes) {
     const auto notAProgram = ReleaseMaker::zip({{"README.txt", "hello", false, 0644}});
     const auto escaping = ReleaseMaker::zip(
         {{"App/", "", true, 0755}, {"App/../../escaped.txt", "out", false, 0644}});
+    const auto throughALink =
+        ReleaseMaker::zip({{"App/", "", true, 0755},
+                           {"App/lib", "", false, 0777, directory_.path().string()},
+                           {"App/lib/escaped.txt", "out", false, 0644}});
     const Row rows[] = {
         {"good", good, {}, {}, ""},
         {"one byte more than announced",
@@ -247,6 +258,7 @@ TEST_F(UpdaterTest, ArchiveOutcomes) {
          {},
          "The downloaded app’s code signature is damaged."},
         {"an entry climbing out with ../", escaping, {}, {}, "unzip failed"},
+        {"an entry written through a link", throughALink, {}, {}, "unzip failed"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
