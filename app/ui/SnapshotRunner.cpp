@@ -179,6 +179,13 @@ void SnapshotRunner::planUpdateShots(const QString& prefix) {
         {"failed",
          UpdatePhase::failed("The update’s signature didn’t match, so it wasn’t installed.")},
     };
+    // The window is shown once before its first picture: its layout settles on the first show.
+    shots_.push_back({QString(), [this] {
+                          if (auto* window =
+                                  qobject_cast<QQuickWindow*>(find(QStringLiteral("updateWindow"))))
+                              window->show();
+                          return false;
+                      }});
     for (const auto& [name, phase] : phases)
         shots_.push_back({prefix + QStringLiteral("update-") + QLatin1String(name), [this, phase] {
                               if (settings_)
