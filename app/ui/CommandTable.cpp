@@ -34,6 +34,7 @@ constexpr std::array table{
     Command{"Message", "Open in Default Mail App", "Ctrl+O", "openInMailApp", selection},
     Command{"Message", "Save Search as Smart Filter", "Ctrl+Alt+S", "saveSearch", queryNotEmpty},
     Command{"Help", "Welcome to Quernstead…", "", "showWelcome", always},
+    Command{"Help", "Check for Updates…", "", "checkForUpdates", updates},
 };
 
 QString capOf(QStringView key) {
@@ -80,6 +81,8 @@ bool isEnabled(Enablement rule, const State& state) {
         return state.selection;
     case queryNotEmpty:
         return state.queryNotEmpty;
+    case updates:
+        return state.updatesActive;
     }
     return false;
 }

@@ -21,6 +21,7 @@ enum class Enablement {
     messageOpen,     // the reader holds a message
     selection,       // a message is selected
     queryNotEmpty,   // the trimmed search text isn't empty
+    updates,         // the build has an update feed
 };
 
 struct Command {
@@ -41,6 +42,7 @@ struct State {
     bool messageOpen = false;
     bool selection = false;
     bool queryNotEmpty = false;
+    bool updatesActive = false;
 };
 
 /// The menus in order: "File", "Mailbox", "Message", "Help".

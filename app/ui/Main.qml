@@ -171,6 +171,7 @@ ApplicationWindow {
     FreeUpSpaceSheet {}
     ImportPanel {}
     SettingsWindow {}
+    UpdateWindow {}
     OnboardingView {}
     Connections {
         target: Commands

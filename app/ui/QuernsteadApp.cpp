@@ -1,7 +1,9 @@
 #include "QuernsteadApp.h"
 
+#include "QuernsteadCommands.h"
 #include "SnapshotRunner.h"
 #include "SymbolImageProvider.h"
+#include "Updater/Updater.h"
 #include "WindowState.h"
 #include "model/AppStore.h"
 
@@ -40,11 +42,27 @@ void finishBackup(AppStore& store) {
 } // namespace
 
 void QuernsteadApp::load(QQmlApplicationEngine& engine, AppStore& store) {
+    // The updater is made here but started only at launch end (run), so tests and
+    // screenshots that load the window never reach the network.
+    auto* updater = new brindle::Updater(
+        brindle::UpdaterConfiguration::running(QStringLiteral(QS_UPDATE_FEED_URL),
+                                               QStringLiteral(QS_UPDATE_PUBLIC_KEY)),
+        &engine);
+    updater->setObjectName(QStringLiteral("updater"));
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "Updater", updater);
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "WindowState",
                                  new WindowState(store, &engine));
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
+    const int commandsType = qmlTypeId("Quernstead", 1, 0, "Commands");
+    if (auto* commands = engine.singletonInstance<QuernsteadCommands*>(commandsType))
+        commands->setUpdater(updater);
+}
+
+brindle::Updater* QuernsteadApp::updater(QQmlApplicationEngine& engine) {
+    return engine.findChild<brindle::Updater*>(QStringLiteral("updater"),
+                                               Qt::FindDirectChildrenOnly);
 }
 
 int QuernsteadApp::run(int argc, char** argv) {
@@ -87,9 +105,11 @@ int QuernsteadApp::run(int argc, char** argv) {
     std::vector<std::filesystem::path> files;
     for (const QString& argument : QCoreApplication::arguments().mid(1))
         files.emplace_back(argument.toStdString());
-    QTimer::singleShot(0, &store, [&store, files] {
+    QTimer::singleShot(0, &store, [&store, &engine, files] {
         store.reloadArchive();
         store.startScheduler();
+        if (brindle::Updater* updates = updater(engine))
+            updates->start();
         if (!files.empty())
             store.importFiles(files);
     });

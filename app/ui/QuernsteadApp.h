@@ -2,6 +2,10 @@
 
 class QQmlApplicationEngine;
 
+namespace brindle {
+class Updater;
+}
+
 namespace qs {
 
 class AppStore;
@@ -16,7 +20,11 @@ public:
     static int run(int argc, char** argv);
     /// Makes the store and the symbol shapes known to the window's QML, then loads the main
     /// window; tests that drive the window load it this way too.
+    /// The program's updater (made by `load`, started at launch end) is the QML singleton
+    /// "Updater".
     static void load(QQmlApplicationEngine& engine, AppStore& store);
+    /// The updater `load` made for `engine`.
+    static brindle::Updater* updater(QQmlApplicationEngine& engine);
 };
 
 } // namespace qs

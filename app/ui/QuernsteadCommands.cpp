@@ -1,5 +1,6 @@
 #include "QuernsteadCommands.h"
 
+#include "Updater/Updater.h"
 #include "model/AppStore.h"
 #include "model/PlatformWords.h"
 
@@ -65,7 +66,13 @@ CommandTable::State QuernsteadCommands::state() const {
             .visibleNotEmpty = !store_.visible().empty(),
             .messageOpen = store_.openMessage().has_value(),
             .selection = store_.selectedPath().has_value(),
-            .queryNotEmpty = !QString::fromStdString(store_.query()).trimmed().isEmpty()};
+            .queryNotEmpty = !QString::fromStdString(store_.query()).trimmed().isEmpty(),
+            .updatesActive = updater_ && updater_->active()};
+}
+
+void QuernsteadCommands::setUpdater(brindle::Updater* updater) {
+    updater_ = updater;
+    emit enabledChanged();
 }
 
 QVariantMap QuernsteadCommands::enabled() const {
@@ -127,6 +134,8 @@ void QuernsteadCommands::trigger(const QString& action) {
             QString::fromStdString(store_.layout().url(*store_.selectedPath()).string())));
     } else if (name == "saveSearch") {
         store_.saveCurrentSearch();
+    } else if (name == "checkForUpdates") {
+        updater_->check(true);
     } else if (name == "showWelcome") {
         emit welcomeRequested();
     }

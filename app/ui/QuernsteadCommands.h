@@ -3,8 +3,13 @@
 #include "CommandTable.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QVariant>
 #include <QtQml/qqmlregistration.h>
+
+namespace brindle {
+class Updater;
+}
 
 namespace qs {
 
@@ -35,6 +40,8 @@ public:
     /// Action name to whether it can run now.
     QVariantMap enabled() const;
     CommandTable::State state() const;
+    /// The updater "Check for Updates…" asks; without one, or without a feed, it is disabled.
+    void setUpdater(brindle::Updater* updater);
 
     /// Runs the command named `action` when it is enabled; nothing otherwise.
     Q_INVOKABLE void trigger(const QString& action);
@@ -51,6 +58,7 @@ signals:
 
 private:
     AppStore& store_;
+    QPointer<brindle::Updater> updater_;
 };
 
 } // namespace qs

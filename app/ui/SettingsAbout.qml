@@ -38,8 +38,13 @@ Item {
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 10
             spacing: 8
-            // The updater isn't part of this build yet.
-            VaultButton { text: "Check for Updates…"; enabled: false }
+            // A build without an update feed has no updater activity at all.
+            VaultButton {
+                objectName: "checkForUpdates"
+                text: "Check for Updates…"
+                enabled: Updater.active
+                onClicked: Updater.check(true)
+            }
             VaultButton { objectName: "showWelcomeGuide"; text: "Show Welcome Guide"; onClicked: Onboarding.open() }
         }
     }

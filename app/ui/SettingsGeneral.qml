@@ -76,6 +76,25 @@ ScrollView {
             }
         }
 
+        SettingsSection {
+            title: "Updates"
+            Switch {
+                objectName: "automaticUpdatesSwitch"
+                text: "Download and install updates automatically"
+                checked: Updater.automaticallyDownloads
+                onToggled: Updater.automaticallyDownloads = checked
+                font: Theme.body
+                palette.windowText: Theme.ink
+            }
+            Text {
+                Layout.fillWidth: true
+                wrapMode: Text.WordWrap
+                text: "New versions download in the background and install when you quit " + Updater.appName
+                color: Theme.ink3
+                font: Theme.callout
+            }
+        }
+
         SafetyNote {
             Layout.fillWidth: true
             symbol: "eye.slash"

@@ -4,7 +4,9 @@
 #include "FreeUpFlow.h"
 #include "Motion.h"
 #include "Onboarding.h"
+#include "QuernsteadApp.h"
 #include "Theme.h"
+#include "Updater/Updater.h"
 #include "model/AppStore.h"
 
 #include <QDir>
@@ -157,6 +159,54 @@ void SnapshotRunner::planShots(bool dark) {
         return false;
     });
     planGuideAndSettingsShots(prefix);
+    planUpdateShots(prefix);
+}
+
+void SnapshotRunner::planUpdateShots(const QString& prefix) {
+    using brindle::UpdatePhase;
+    const brindle::UpdateFeed feed{
+        "0.2.0", "https://example.org/quernstead",
+        "Search finds words inside attachments.\nThe timeline scrolls more smoothly on long "
+        "vaults.\nFixes a rare stall when a server drops the connection mid-backup.",
+        std::nullopt,
+        brindle::UpdateFeed::Download{"https://example.org/quernstead-0.2.0.zip", 1, "c2ln"}};
+    const std::pair<const char*, UpdatePhase> phases[] = {
+        {"checking", UpdatePhase::checking()},
+        {"up-to-date", UpdatePhase::upToDate()},
+        {"available", UpdatePhase::available(feed)},
+        {"downloading", UpdatePhase::downloading(feed, 0.42)},
+        {"ready", UpdatePhase::ready(feed)},
+        {"failed",
+         UpdatePhase::failed("The update’s signature didn’t match, so it wasn’t installed.")},
+    };
+    // The window is shown once before its first picture: its layout settles on the first show.
+    shots_.push_back({QString(), [this] {
+                          if (auto* window =
+                                  qobject_cast<QQuickWindow*>(find(QStringLiteral("updateWindow"))))
+                              window->show();
+                          return false;
+                      }});
+    for (const auto& [name, phase] : phases)
+        shots_.push_back({prefix + QStringLiteral("update-") + QLatin1String(name), [this, phase] {
+                              if (settings_)
+                                  settings_->hide();
+                              auto* window =
+                                  qobject_cast<QQuickWindow*>(find(QStringLiteral("updateWindow")));
+                              brindle::Updater* updater = QuernsteadApp::updater(engine_);
+                              if (!window || !updater)
+                                  return false;
+                              updater->preview(phase);
+                              window->show();
+                              grabTarget_ = window;
+                              return false;
+                          }});
+    shots_.push_back({QString(), [this] {
+                          if (auto* window =
+                                  qobject_cast<QQuickWindow*>(find(QStringLiteral("updateWindow"))))
+                              window->hide();
+                          grabTarget_ = nullptr;
+                          return false;
+                      }});
 }
 
 void SnapshotRunner::planGuideAndSettingsShots(const QString& prefix) {

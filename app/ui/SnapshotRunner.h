@@ -48,6 +48,8 @@ private:
     void fillQuietVault();
     void useVault(const std::filesystem::path& root);
     void planGuideAndSettingsShots(const QString& prefix);
+    /// The Software Update window in each phase of the updater.
+    void planUpdateShots(const QString& prefix);
     /// The welcome guide and the Settings window: the main window's own when it holds them,
     /// else made here, so that they are pictured either way.
     QObject* guide();

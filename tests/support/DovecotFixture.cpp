@@ -1,6 +1,7 @@
 #include "support/DovecotFixture.h"
 
 #include "support/Subprocess.h"
+#include "support/TestCertificates.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -86,80 +87,6 @@ bool accepts(uint16_t port) {
     bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
     return connected;
-}
-
-// A CA: its key and certificate in `folder`.
-struct CertificateAuthority {
-    fs::path key;
-    fs::path certificate;
-};
-
-CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
-    CertificateAuthority ca{folder / "ca.key", folder / "ca.pem"};
-    runChecked({"openssl",
-                "req",
-                "-x509",
-                "-newkey",
-                "ec",
-                "-pkeyopt",
-                "ec_paramgen_curve:prime256v1",
-                "-nodes",
-                "-keyout",
-                ca.key.string(),
-                "-out",
-                ca.certificate.string(),
-                "-days",
-                "3",
-                "-subj",
-                "/CN=" + name,
-                "-addext",
-                "basicConstraints=critical,CA:TRUE",
-                "-addext",
-                "keyUsage=critical,keyCertSign,cRLSign"});
-    return ca;
-}
-
-// The test CA that SSL_CERT_FILE names, made once per test program and removed when it
-// exits. Only by the process that made it: a forked child leaving must not take it along.
-const CertificateAuthority& trustedCA() {
-    struct Owned {
-        fs::path folder = makeTemporaryFolder("qs-test-ca-");
-        pid_t owner = ::getpid();
-        CertificateAuthority ca = makeCA(folder, "Quernstead Test CA");
-        Owned() {
-            ::setenv("SSL_CERT_FILE", ca.certificate.c_str(), 1);
-            ::setenv("SSL_CERT_DIR", folder.c_str(), 1);
-        }
-        Owned(const Owned&) = delete;
-        ~Owned() {
-            if (::getpid() == owner) {
-                std::error_code ignored;
-                fs::remove_all(folder, ignored);
-            }
-        }
-    };
-    static const Owned owned;
-    return owned.ca;
-}
-
-// A server key and certificate chain (leaf then CA) issued by `ca`.
-void issueServerCertificate(const CertificateAuthority& ca, const fs::path& folder,
-                            const std::string& host) {
-    std::string names = host.empty() ? "IP:127.0.0.1,DNS:localhost" : "DNS:" + host;
-    writeFile(folder / "server.ext", "subjectAltName=" + names +
-                                         "\nbasicConstraints=CA:FALSE"
-                                         "\nkeyUsage=digitalSignature,keyEncipherment"
-                                         "\nextendedKeyUsage=serverAuth\n");
-    runChecked({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-                "-nodes", "-keyout", (folder / "server.key").string(), "-out",
-                (folder / "server.csr").string(), "-subj",
-                "/CN=" + (host.empty() ? std::string("127.0.0.1") : host)});
-    runChecked({"openssl", "x509", "-req", "-in", (folder / "server.csr").string(), "-CA",
-                ca.certificate.string(), "-CAkey", ca.key.string(), "-CAcreateserial", "-out",
-                (folder / "server.pem").string(), "-days", "3", "-extfile",
-                (folder / "server.ext").string()});
-    writeFile(folder / "server-chain.pem",
-              readFile(folder / "server.pem") + readFile(ca.certificate));
 }
 
 void replaceAll(std::string& text, std::string_view from, const std::string& to) {

@@ -16,6 +16,7 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
     const State browsing{.visibleNotEmpty = true, .selection = true};
     const State reading{.visibleNotEmpty = true, .messageOpen = true, .selection = true};
     const State searching{.queryNotEmpty = true};
+    const State updating{.updatesActive = true};
     const struct {
         const char* action;
         State state;
@@ -31,6 +32,7 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
         {"saveSearch", browsing, false},  {"addAccount", none, true},
         {"showEverything", none, true},   {"backupLedger", none, true},
         {"rebuildIndex", none, true},     {"showWelcome", none, true},
+        {"checkForUpdates", none, false}, {"checkForUpdates", updating, true},
     };
     for (const auto& row : rows) {
         const auto* command = CommandTable::find(row.action);

@@ -1,0 +1,148 @@
+#include "Brindle/UpdateFeed.h"
+#include "Brindle/UpdateLogic.h"
+#include "SigningKey.h"
+
+#include <gtest/gtest.h>
+
+namespace brindle {
+namespace {
+
+TEST(UpdateLogic, OrdersVersionsWithRunsOfDigitsAsNumbers) {
+    struct Row {
+        const char* candidate;
+        const char* current;
+        bool newer;
+    };
+    const Row rows[] = {
+        {"1.10", "1.9", true},      {"1.9", "1.10", false},  {"2.0", "1.99", true},
+        {"1.2", "1.2", false},      {"1.2", "1.2.0", false}, {"1.2.0", "1.2", true},
+        {"1.2.1", "1.2", true},     {"10.0", "9.9.9", true}, {"1.0.10", "1.0.9", true},
+        {"1.02", "1.2", false},     {"1.2b", "1.2a", true},  {"100000000000000000001", "9", true},
+        {"1.0", "1.0-beta", false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(UpdateLogic::isNewer(row.candidate, row.current), row.newer)
+            << row.candidate << " against " << row.current;
+}
+
+TEST(UpdateLogic, ComparesTheMinimumSystemFieldByField) {
+    struct Row {
+        std::optional<std::string> minimum;
+        SystemVersion system;
+        bool supported;
+    };
+    const Row rows[] = {
+        {std::nullopt, {1, 0, 0}, true},
+        {"", {1, 0, 0}, true},
+        {"14", {14, 2, 1}, true},
+        {"14.3", {14, 2, 1}, false},
+        {"15.0", {14, 9, 0}, false},
+        {"13.5.1", {13, 5, 1}, true},
+        {"13.5.2", {13, 5, 1}, false},
+        {"6.1", {6, 10, 0}, true},
+        // Unreadable pieces are skipped, so "x" moves the next field up.
+        {"6.x.2", {6, 1, 0}, false},
+        {"6.x.2", {6, 2, 0}, true},
+        {"beta", {0, 0, 0}, true},
+        {"5.10.0.7", {5, 10, 0}, true},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(UpdateLogic::systemSupports(row.minimum, row.system), row.supported)
+            << row.minimum.value_or("(none)") << " against " << row.system.major << "."
+            << row.system.minor << "." << row.system.patch;
+}
+
+TEST(UpdateLogic, ReadsTheKernelReleaseAsTheSystemVersion) {
+    struct Row {
+        const char* release;
+        SystemVersion version;
+    };
+    const Row rows[] = {
+        {"6.1.0-18-amd64", {6, 1, 0}},
+        {"5.15.153.1-microsoft-standard-WSL2", {5, 15, 153}},
+        {"6.8", {6, 8, 0}},
+        {"4.19.0+", {4, 19, 0}},
+        {"", {0, 0, 0}},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(UpdateLogic::parseSystemVersion(row.release), row.version) << row.release;
+    EXPECT_GT(UpdateLogic::runningSystem().major, 0);
+}
+
+TEST(UpdateLogic, AcceptsOnlyAGenuineSignature) {
+    const SigningKey key = SigningKey::generate();
+    const SigningKey other = SigningKey::generate();
+    const std::string data = "PK\x03\x04 the archive";
+    const std::string signature = key.sign(data);
+    std::string flipped = data;
+    flipped[5] ^= 1;
+    std::string shortKey = key.publicKey();
+    shortKey = shortKey.substr(0, shortKey.size() - 4);
+
+    struct Row {
+        const char* name;
+        std::string data;
+        std::string signature;
+        std::string publicKey;
+        bool valid;
+    };
+    const Row rows[] = {
+        {"genuine", data, signature, key.publicKey(), true},
+        {"empty data signed", "", key.sign(""), key.publicKey(), true},
+        {"one flipped byte of data", flipped, signature, key.publicKey(), false},
+        {"another key", data, signature, other.publicKey(), false},
+        {"signature not base64", data, "not base64!", key.publicKey(), false},
+        {"signature without padding", data, signature.substr(0, signature.size() - 2),
+         key.publicKey(), false},
+        {"signature of another text", data, key.sign("other"), key.publicKey(), false},
+        {"key not base64", data, signature, "%%%%", false},
+        {"key of the wrong length", data, signature, shortKey, false},
+        {"empty key", data, signature, "", false},
+        {"empty signature", data, "", key.publicKey(), false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(UpdateLogic::verify(row.data, row.signature, row.publicKey), row.valid)
+            << row.name;
+}
+
+TEST(UpdateFeed, DecodesRequiredAndOptionalKeysAndIgnoresUnknownOnes) {
+    const auto full = UpdateFeed::decode(R"({"version":"1.4.2","url":"https://example.org/dl",
+        "notes":"Faster.","minimumSystemVersion":"6.1","extra":[1,2],
+        "download":{"url":"https://example.org/a.zip","length":1234,"edSignature":"c2ln",
+                    "more":true}})");
+    ASSERT_TRUE(full);
+    EXPECT_EQ(*full, (UpdateFeed{"1.4.2", "https://example.org/dl", "Faster.", "6.1",
+                                 UpdateFeed::Download{"https://example.org/a.zip", 1234, "c2ln"}}));
+
+    struct Row {
+        const char* name;
+        const char* json;
+        bool decodes;
+    };
+    const Row rows[] = {
+        {"no download: manual download stays possible",
+         R"({"version":"2.0","url":"https://example.org"})", true},
+        {"null optionals", R"({"version":"2.0","url":"u","notes":null,"download":null})", true},
+        {"no version", R"({"url":"https://example.org"})", false},
+        {"no url", R"({"version":"2.0"})", false},
+        {"version a number", R"({"version":2.0,"url":"u"})", false},
+        {"notes a number", R"({"version":"2","url":"u","notes":3})", false},
+        {"download without length",
+         R"({"version":"2","url":"u","download":{"url":"a","edSignature":"s"}})", false},
+        {"download length a fraction",
+         R"({"version":"2","url":"u","download":{"url":"a","length":1.5,"edSignature":"s"}})",
+         false},
+        {"download without signature",
+         R"({"version":"2","url":"u","download":{"url":"a","length":1}})", false},
+        {"download a text", R"({"version":"2","url":"u","download":"a.zip"})", false},
+        {"an array", R"([{"version":"2","url":"u"}])", false},
+        {"not JSON", "<html>gateway timeout</html>", false},
+        {"empty", "", false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(UpdateFeed::decode(row.json).has_value(), row.decodes) << row.name;
+    EXPECT_FALSE(UpdateFeed::decode(R"({"version":"2.0","url":"u"})")->download);
+}
+
+} // namespace
+} // namespace brindle

@@ -1,0 +1,381 @@
+#include "Brindle/AppBundle.h"
+#include "ReleaseMaker.h"
+#include "SigningKey.h"
+#include "Updater/Updater.h"
+#include "support/HTTPSServer.h"
+#include "support/TemporaryDirectory.h"
+
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+#include <gtest/gtest.h>
+#include <openssl/rand.h>
+
+#include <fstream>
+#include <functional>
+
+namespace brindle {
+
+// Failures show the phase as a reader knows it.
+void PrintTo(const UpdatePhase& phase, std::ostream* out) {
+    *out << "phase " << int(phase.kind) << " \"" << phase.message << "\" version \""
+         << phase.feed.version << "\"";
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using qs::test::HTTPSServer;
+using Kind = UpdatePhase::Kind;
+
+constexpr auto identifier = "org.example.app";
+
+const SigningKey& releaseKey() {
+    static const SigningKey key = SigningKey::generate();
+    return key;
+}
+
+void writeFile(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// A program folder "App" of the given version, sealed with the release key.
+fs::path makeProgram(const fs::path& where, const std::string& version,
+                     const std::string& id = identifier, const std::string& payload = "data") {
+    const fs::path folder = where / "App";
+    fs::remove_all(folder);
+    writeFile(folder / "bin/app", "#!/bin/sh\necho " + version + "\n");
+    fs::permissions(folder / "bin/app", fs::perms::owner_all);
+    writeFile(folder / "share/data.txt", payload);
+    ReleaseMaker::seal(AppBundle{folder, id, version, "App", "bin/app"}, releaseKey());
+    return folder;
+}
+
+class UpdaterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QSettings().clear();
+        installed_ = AppBundle::open(makeProgram(directory_.path() / "opt", "1.0"));
+    }
+
+    UpdaterConfiguration configuration() const {
+        return {QUrl(QString::fromStdString(server_.url("/feed.json"))),
+                releaseKey().publicKey(),
+                "1.0",
+                "App",
+                installed_,
+                directory_.path() / "cache",
+                {6, 1, 0}};
+    }
+
+    // Publishes `zip` as version `version`; `length` and `signature` default to the true ones.
+    void publish(const std::string& version, const std::string& zip,
+                 std::optional<int64_t> length = std::nullopt,
+                 std::optional<std::string> signature = std::nullopt,
+                 std::optional<size_t> holdAfter = std::nullopt) {
+        server_.route("/App.zip", {200, zip, holdAfter});
+        server_.route("/feed.json",
+                      {200,
+                       R"({"version":")" + version + R"(","url":"https://example.org/app",)" +
+                           R"("notes":"Faster.","download":{"url":")" + server_.url("/App.zip") +
+                           R"(","length":)" + std::to_string(length.value_or(zip.size())) +
+                           R"(,"edSignature":")" + signature.value_or(releaseKey().sign(zip)) +
+                           R"("}})",
+                       {}});
+    }
+
+    std::string releaseArchive(const std::string& version, const std::string& id = identifier,
+                               const std::function<void(const fs::path&)>& afterSeal = {}) {
+        const fs::path folder = makeProgram(directory_.path() / "release", version, id);
+        if (afterSeal)
+            afterSeal(folder);
+        return ReleaseMaker::zipFolder(folder);
+    }
+
+    // Runs one check and waits for it to settle anywhere but checking and downloading.
+    void checkAndSettle(Updater& updater, bool userInitiated) {
+        updater.check(userInitiated);
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] {
+                return updater.phase().kind != Kind::checking &&
+                       updater.phase().kind != Kind::downloading;
+            },
+            15'000));
+    }
+
+    qs::test::TemporaryDirectory directory_;
+    HTTPSServer server_;
+    std::optional<AppBundle> installed_;
+};
+
+TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
+    struct Row {
+        const char* name;
+        std::optional<HTTPSServer::Response> feed; // none: no route, so 404
+        bool userInitiated;
+        Kind kind;
+        const char* message;
+        int windows;
+    };
+    const std::string newer = R"({"version":"2.0","url":"https://example.org/app"})";
+    const std::string needsNewerSystem =
+        R"({"version":"2.0","url":"https://example.org/app","minimumSystemVersion":"6.2"})";
+    const std::string same = R"({"version":"1.0","url":"https://example.org/app"})";
+    const char* couldnt =
+        "Couldn’t check for updates. Check your internet connection and try again.";
+    const Row rows[] = {
+        {"feed missing, user", std::nullopt, true, Kind::failed, couldnt, 1},
+        {"feed missing, silent", std::nullopt, false, Kind::idle, "", 0},
+        {"server error, silent", HTTPSServer::Response{500, newer, {}}, false, Kind::idle, "", 0},
+        {"garbage, user", HTTPSServer::Response{200, "<html>", {}}, true, Kind::failed, couldnt, 1},
+        {"garbage, silent", HTTPSServer::Response{200, "<html>", {}}, false, Kind::idle, "", 0},
+        {"newer, user", HTTPSServer::Response{200, newer, {}}, true, Kind::available, "", 1},
+        {"newer but needs a newer system", HTTPSServer::Response{200, needsNewerSystem, {}}, true,
+         Kind::upToDate, "", 1},
+        {"same version, silent", HTTPSServer::Response{200, same, {}}, false, Kind::upToDate, "",
+         0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        QSettings().clear();
+        HTTPSServer server;
+        if (row.feed)
+            server.route("/feed.json", *row.feed);
+        UpdaterConfiguration setup = configuration();
+        setup.feedURL = QUrl(QString::fromStdString(server.url("/feed.json")));
+        Updater updater(setup);
+        QSignalSpy windows(&updater, &Updater::windowRequested);
+        checkAndSettle(updater, row.userInitiated);
+        EXPECT_EQ(updater.phase().kind, row.kind);
+        EXPECT_EQ(updater.phase().message, row.message);
+        EXPECT_EQ(windows.count(), row.windows);
+        EXPECT_EQ(updater.lastChecked().has_value(),
+                  row.kind == Kind::available || row.kind == Kind::upToDate);
+        ASSERT_EQ(server.requests().size(), 1u);
+        EXPECT_EQ(server.requests()[0].headers["user-agent"], "App/1.0");
+    }
+}
+
+TEST_F(UpdaterTest, AnUnreachableFeedLeavesASilentCheckIdle) {
+    UpdaterConfiguration setup = configuration();
+    {
+        HTTPSServer gone;
+        setup.feedURL = QUrl(QString::fromStdString(gone.url("/feed.json")));
+    }
+    Updater updater(setup);
+    QSignalSpy windows(&updater, &Updater::windowRequested);
+    checkAndSettle(updater, false);
+    EXPECT_EQ(updater.phase(), UpdatePhase::idle());
+    EXPECT_EQ(windows.count(), 0);
+}
+
+TEST_F(UpdaterTest, WithoutAFeedNothingHappens) {
+    UpdaterConfiguration setup = configuration();
+    setup.feedURL = QUrl();
+    Updater updater(setup);
+    QSignalSpy phases(&updater, &Updater::phaseChanged);
+    updater.start();
+    updater.check(true);
+    EXPECT_FALSE(updater.active());
+    EXPECT_EQ(phases.count(), 0);
+    EXPECT_TRUE(server_.requests().empty());
+}
+
+TEST_F(UpdaterTest, AVersionAnnouncesItselfOnce) {
+    server_.route("/feed.json", {200, R"({"version":"2.0","url":"https://example.org/app"})", {}});
+    Updater updater(configuration());
+    QSignalSpy windows(&updater, &Updater::windowRequested);
+    checkAndSettle(updater, false);
+    EXPECT_EQ(updater.phase().kind, Kind::available);
+    checkAndSettle(updater, false);
+    EXPECT_EQ(updater.phase().kind, Kind::available);
+    EXPECT_EQ(windows.count(), 1);
+    EXPECT_EQ(server_.requests().size(), 2u);
+}
+
+TEST_F(UpdaterTest, ArchiveOutcomes) {
+    const std::string good = releaseArchive("2.0");
+    std::string tooLong = good;
+    struct Row {
+        const char* name;
+        std::string zip;
+        std::optional<int64_t> length;
+        std::optional<std::string> signature;
+        const char* message; // empty: ready
+    };
+    const auto notAProgram = ReleaseMaker::zip({{"README.txt", "hello", false, 0644}});
+    const auto escaping = ReleaseMaker::zip(
+        {{"App/", "", true, 0755}, {"App/../../escaped.txt", "out", false, 0644}});
+    const auto throughALink =
+        ReleaseMaker::zip({{"App/", "", true, 0755},
+                           {"App/lib", "", false, 0777, directory_.path().string()},
+                           {"App/lib/escaped.txt", "out", false, 0644}});
+    const Row rows[] = {
+        {"good", good, {}, {}, ""},
+        {"one byte more than announced",
+         good,
+         int64_t(good.size()) - 1,
+         {},
+         "The download was larger than expected."},
+        {"one byte less than announced",
+         good,
+         int64_t(good.size()) + 1,
+         {},
+         "The download was incomplete."},
+        {"wrong signature",
+         good,
+         {},
+         releaseKey().sign("something else"),
+         "The update’s signature didn’t match, so it wasn’t installed."},
+        {"no program inside", notAProgram, {}, {}, "The update didn’t contain an app."},
+        {"wrong identifier",
+         releaseArchive("2.0", "org.example.other"),
+         {},
+         {},
+         "The downloaded update didn’t match this app."},
+        {"wrong version",
+         releaseArchive("1.9"),
+         {},
+         {},
+         "The downloaded update didn’t match this app."},
+        {"a listed file changed after sealing",
+         releaseArchive(
+             "2.0", identifier,
+             [](const fs::path& folder) { writeFile(folder / "share/data.txt", "date"); }),
+         {},
+         {},
+         "The downloaded app’s code signature is damaged."},
+        {"a file added after sealing",
+         releaseArchive("2.0", identifier,
+                        [](const fs::path& folder) { writeFile(folder / "bin/extra", "x"); }),
+         {},
+         {},
+         "The downloaded app’s code signature is damaged."},
+        {"an entry climbing out with ../", escaping, {}, {}, "unzip failed"},
+        {"an entry written through a link", throughALink, {}, {}, "unzip failed"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        publish("2.0", row.zip, row.length, row.signature);
+        Updater updater(configuration());
+        checkAndSettle(updater, false);
+        if (*row.message) {
+            EXPECT_EQ(updater.phase(), UpdatePhase::failed(row.message));
+            EXPECT_FALSE(updater.stagedApp());
+        } else {
+            ASSERT_EQ(updater.phase().kind, Kind::ready) << updater.phase().message;
+            ASSERT_TRUE(updater.stagedApp());
+            EXPECT_EQ(AppBundle::open(*updater.stagedApp())->version, "2.0");
+            EXPECT_EQ(*updater.stagedApp(),
+                      directory_.path() / "cache" / identifier / "BrindleUpdate/2.0/App");
+        }
+    }
+    for (const auto& entry : fs::recursive_directory_iterator(directory_.path()))
+        EXPECT_NE(entry.path().filename(), "escaped.txt") << entry.path();
+}
+
+TEST_F(UpdaterTest, TheArchivesHTTPStatusIsWorded) {
+    const std::string good = releaseArchive("2.0");
+    publish("2.0", good);
+    server_.route("/App.zip", {404, "gone", {}});
+    Updater updater(configuration());
+    checkAndSettle(updater, true);
+    EXPECT_EQ(updater.phase(), UpdatePhase::failed("The update file couldn’t be downloaded."));
+}
+
+TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
+    // Large enough for progress reports: they come after every 262,144 bytes.
+    std::string noise(700'000, '\0');
+    ASSERT_EQ(RAND_bytes(reinterpret_cast<unsigned char*>(noise.data()), int(noise.size())), 1);
+    const fs::path folder = makeProgram(directory_.path() / "release", "2.0", identifier, noise);
+    const std::string zip = ReleaseMaker::zipFolder(folder);
+    ASSERT_GT(zip.size(), 600'000u);
+    publish("2.0", zip, {}, {}, 400'000);
+
+    Updater updater(configuration());
+    QSignalSpy windows(&updater, &Updater::windowRequested);
+    updater.check(false);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return updater.phase().progress > 0; }, 15'000));
+    EXPECT_EQ(updater.phase().kind, Kind::downloading);
+    EXPECT_LT(updater.phase().progress, 1.0);
+
+    updater.check(true);
+    EXPECT_EQ(windows.count(), 1);
+    EXPECT_EQ(updater.phase().kind, Kind::downloading);
+    EXPECT_EQ(server_.requests().size(), 2u); // the feed and the archive, nothing more
+
+    server_.release();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return updater.phase().kind == Kind::ready; }, 15'000))
+        << updater.phase().message;
+    EXPECT_EQ(windows.count(), 2); // the ready version announces itself
+}
+
+TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
+    struct Row {
+        const char* name;
+        bool automatic;
+        bool bundle;
+        QStringList buttons;
+    };
+    const Row rows[] = {
+        {"automatic downloads off", false, true, {"later", "downloadAndInstall"}},
+        {"no bundle of its own", true, false, {"later", "openDownloadPage"}},
+    };
+    publish("2.0", releaseArchive("2.0"));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        UpdaterConfiguration setup = configuration();
+        if (!row.bundle)
+            setup.bundle.reset();
+        Updater updater(setup);
+        updater.setAutomaticallyDownloads(row.automatic);
+        checkAndSettle(updater, true);
+        EXPECT_EQ(updater.phase().kind, Kind::available);
+        EXPECT_EQ(updater.buttons(), row.buttons);
+    }
+    EXPECT_EQ(Updater(configuration()).automaticallyDownloads(), true); // the last row's setting
+    EXPECT_EQ(QSettings().value("BrindleAutoUpdate").toBool(), true);
+}
+
+TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
+    const fs::path bundle = installed_->path;
+    const fs::path parent = bundle.parent_path();
+    struct Row {
+        const char* name;
+        fs::path readOnly;
+        bool canInstall;
+    };
+    const Row rows[] = {
+        {"writable bundle and folder", {}, true},
+        {"read-only bundle", bundle, false},
+        {"read-only folder", parent, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (!row.readOnly.empty())
+            fs::permissions(row.readOnly, fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_EQ(Updater(configuration()).canInstallInPlace(), row.canInstall);
+        fs::permissions(bundle, fs::perms::owner_all);
+        fs::permissions(parent, fs::perms::owner_all);
+    }
+}
+
+TEST_F(UpdaterTest, QuittingWithAReadyUpdateInAReadOnlyBundleInstallsNothing) {
+    publish("2.0", releaseArchive("2.0"));
+    Updater updater(configuration());
+    checkAndSettle(updater, false);
+    ASSERT_EQ(updater.phase().kind, Kind::ready) << updater.phase().message;
+    fs::permissions(installed_->path, fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_FALSE(updater.installOnQuit());
+    fs::permissions(installed_->path, fs::perms::owner_all);
+    EXPECT_EQ(readFile(installed_->path / "bin/app"), "#!/bin/sh\necho 1.0\n");
+}
+
+} // namespace
+} // namespace brindle

@@ -1,0 +1,187 @@
+#include "support/HTTPSServer.h"
+
+#include "support/TestCertificates.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <memory>
+#include <stdexcept>
+
+namespace qs::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The server's certificate, made once per test program beside nothing else of a test's.
+const fs::path& certificateFolder() {
+    static const fs::path folder = [] {
+        const CertificateAuthority& ca = trustedCA();
+        fs::path path = ca.certificate.parent_path() / "https";
+        fs::create_directories(path);
+        issueServerCertificate(ca, path, "");
+        return path;
+    }();
+    return folder;
+}
+
+bool writeAll(SSL* ssl, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const int written = SSL_write(ssl, bytes.data(), int(bytes.size()));
+        if (written <= 0)
+            return false;
+        bytes.remove_prefix(size_t(written));
+    }
+    return true;
+}
+
+std::string reason(int status) {
+    switch (status) {
+    case 200:
+        return "OK";
+    case 404:
+        return "Not Found";
+    default:
+        return "Status";
+    }
+}
+
+} // namespace
+
+HTTPSServer::HTTPSServer() {
+    const fs::path& folder = certificateFolder();
+    context_ = SSL_CTX_new(TLS_server_method());
+    if (!context_ ||
+        SSL_CTX_use_certificate_chain_file(context_, (folder / "server-chain.pem").c_str()) != 1 ||
+        SSL_CTX_use_PrivateKey_file(context_, (folder / "server.key").c_str(), SSL_FILETYPE_PEM) !=
+            1)
+        throw std::runtime_error("HTTPSServer: the certificate can't be loaded");
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::listen(listener_, 16) != 0 ||
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+        ::pipe2(wake_, O_CLOEXEC) != 0)
+        throw std::runtime_error("HTTPSServer: can't listen on 127.0.0.1");
+    port_ = ntohs(address.sin_port);
+    thread_ = std::thread([this] { serve(); });
+}
+
+HTTPSServer::~HTTPSServer() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    released_.notify_all();
+    (void)!::write(wake_[1], "x", 1);
+    thread_.join();
+    ::close(listener_);
+    ::close(wake_[0]);
+    ::close(wake_[1]);
+    SSL_CTX_free(context_);
+}
+
+void HTTPSServer::route(const std::string& path, Response response) {
+    std::lock_guard lock(mutex_);
+    routes_[path] = std::move(response);
+}
+
+std::string HTTPSServer::url(const std::string& path) const {
+    return "https://127.0.0.1:" + std::to_string(port_) + path;
+}
+
+std::vector<HTTPSServer::Request> HTTPSServer::requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+void HTTPSServer::release() {
+    {
+        std::lock_guard lock(mutex_);
+        releasedFlag_ = true;
+    }
+    released_.notify_all();
+}
+
+void HTTPSServer::serve() {
+    for (;;) {
+        pollfd fds[] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+        if (::poll(fds, 2, -1) < 0 || (fds[1].revents & POLLIN))
+            return;
+        const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection >= 0) {
+            answer(connection);
+            ::close(connection);
+        }
+    }
+}
+
+void HTTPSServer::answer(int connection) {
+    std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(context_), &SSL_free);
+    SSL_set_fd(ssl.get(), connection);
+    if (SSL_accept(ssl.get()) != 1)
+        return;
+    std::string head;
+    char buffer[4096];
+    while (head.find("\r\n\r\n") == std::string::npos) {
+        const int got = SSL_read(ssl.get(), buffer, sizeof buffer);
+        if (got <= 0)
+            return;
+        head.append(buffer, size_t(got));
+    }
+    Request request;
+    const size_t lineEnd = head.find("\r\n");
+    const std::string line = head.substr(0, lineEnd);
+    const size_t space = line.find(' ');
+    request.path = line.substr(space + 1, line.find(' ', space + 1) - space - 1);
+    for (size_t at = lineEnd + 2; at < head.size();) {
+        const size_t end = head.find("\r\n", at);
+        const std::string field = head.substr(at, end - at);
+        at = end + 2;
+        const size_t colon = field.find(':');
+        if (field.empty() || colon == std::string::npos)
+            break;
+        std::string name = field.substr(0, colon);
+        std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+        request.headers[name] = field.substr(field.find_first_not_of(' ', colon + 1));
+    }
+    Response response{404, "not here", std::nullopt};
+    {
+        std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        if (auto found = routes_.find(request.path); found != routes_.end())
+            response = found->second;
+    }
+    const std::string status = "HTTP/1.1 " + std::to_string(response.status) + " " +
+                               reason(response.status) +
+                               "\r\nContent-Length: " + std::to_string(response.body.size()) +
+                               "\r\nContent-Type: application/octet-stream"
+                               "\r\nConnection: close\r\n\r\n";
+    const size_t first =
+        std::min(response.holdAfter.value_or(response.body.size()), response.body.size());
+    if (!writeAll(ssl.get(), status) ||
+        !writeAll(ssl.get(), std::string_view(response.body).substr(0, first)))
+        return;
+    if (first < response.body.size()) {
+        std::unique_lock lock(mutex_);
+        released_.wait(lock, [this] { return releasedFlag_ || stopping_; });
+        if (stopping_)
+            return;
+        lock.unlock();
+        writeAll(ssl.get(), std::string_view(response.body).substr(first));
+    }
+    SSL_shutdown(ssl.get());
+}
+
+} // namespace qs::test
