@@ -66,12 +66,6 @@ TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
     }
 }
 
-TEST(ClientGreeting, ErrorTextsReadAsTheUserSeesThem) {
-    FakeIMAPServer server("S: * BYE busy\nX");
-    IMAPClient client(local(server.port()), 5s);
-    EXPECT_EQ(imapErrorOf([&] { client.connect(); }).description(), "Couldn’t connect: busy");
-}
-
 TEST(ClientConnect, PlaintextIsRefusedForAnyHostButTheExactLoopbackAddress) {
     FakeIMAPServer server("S: * OK\nX");
     for (const char* host : {"localhost", "::1", "127.0.0.01", "example.com"}) {

@@ -76,6 +76,8 @@ TEST(ModifiedUTF7, DecodesShiftSequencesAndKeepsWhatDoesNotDecode) {
         {"~peter/mail/&U,BTFw-/&ZeVnLIqe-", "~peter/mail/台北/日本語"},
         {"&2D3eAA-", "\xF0\x9F\x98\x80"}, // a surrogate pair: U+1F600
         {"&2D0-", "&2D0-"},               // an unpaired high surrogate
+        {"&3AA-", "&3AA-"},               // a lone low surrogate, U+DC00
+        {"&2D0AYQ-", "&2D0AYQ-"},         // a high surrogate before no low one
         {"&AGE-", "a"},
         {"&-&-", "&&"},
     };

@@ -168,23 +168,6 @@ TEST(CommandFetch, BodiesGoToTheCallbackOneByOneInServerOrderWithPeek) {
     session.expectScriptRan();
 }
 
-TEST(CommandFetch, ACallbackFailureEndsTheCommand) {
-    Session session(R"(
-        C: M0001 UID FETCH 1:2 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
-        S: * 1 FETCH (UID 1 BODY[] "a")
-        S: * 2 FETCH (UID 2 BODY[] "b")
-        S: M0001 OK done
-    )");
-    int calls = 0;
-    EXPECT_THROW(session.client.fetchBodies({1, 2},
-                                            [&](IMAPFetchItem&&) {
-                                                ++calls;
-                                                throw std::runtime_error("disk full");
-                                            }),
-                 std::runtime_error);
-    EXPECT_EQ(calls, 1);
-}
-
 TEST(CommandStore, MarksAndUnmarksSilently) {
     Session session(R"(
         C: M0001 UID STORE 1:3,8 +FLAGS.SILENT (\Deleted)

@@ -127,37 +127,6 @@ TEST(ReaderLiteral, CountsItsBytesWhileTheyArriveAndWhenConsumed) {
     EXPECT_EQ(reader.buffer(), "");
 }
 
-TEST(ReaderLiteral, LargeBodiesLeaveTheFrontUntilAMebibyteIsConsumed) {
-    const std::string text = body(150000);
-    const std::string response = "* 1 FETCH (BODY[] {150000}\r\n" + text + ")\r\n";
-    std::string stream;
-    for (int i = 0; i < 20; ++i) {
-        stream += response;
-    }
-    stream += "* OK\r\n";
-    // Each piece ends three bytes into the next response, so something is always pending.
-    IMAPResponseReader reader;
-    std::size_t expectedStart = 0;
-    for (std::size_t i = 0; i < 20; ++i) {
-        std::size_t from = i == 0 ? 0 : i * response.size() + 3;
-        reader.append(std::string_view(stream).substr(from, (i + 1) * response.size() + 3 - from));
-        auto fetched = reader.next();
-        ASSERT_NE(fetched, std::nullopt);
-        auto taken = fetched->untagged()->values.at(2).items()[1].takeData();
-        ASSERT_TRUE(taken && *taken == text) << "response " << i;
-        EXPECT_EQ(reader.next(), std::nullopt);
-        expectedStart += response.size();
-        if (expectedStart > IMAPResponseReader::compactionThreshold) {
-            expectedStart = 0;
-        }
-        EXPECT_EQ(reader.start(), expectedStart) << "response " << i;
-        EXPECT_EQ(reader.bufferedByteCount(), 3u);
-    }
-    reader.append(std::string_view(stream).substr(20 * response.size() + 3));
-    EXPECT_NE(reader.next(), std::nullopt);
-    EXPECT_EQ(reader.start(), 0u);
-}
-
 TEST(ReaderLiteral, AnnouncedBeyondTheReserveLimitArrivesWhole) {
     const std::size_t size = IMAPResponseReader::literalReserveLimit + 12345;
     std::string text(size, 'x');
