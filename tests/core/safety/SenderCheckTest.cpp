@@ -1,6 +1,5 @@
 #include "safety/SenderCheck.h"
 
-#include "safety/Domains.h"
 #include "safety/SenderTables.h"
 
 #include <gtest/gtest.h>
@@ -242,29 +241,6 @@ TEST(SenderCheckTest, BrandsOwnDomainsGiveNoFlags) {
             EXPECT_EQ(flags, expected) << address;
         }
     }
-}
-
-TEST(SenderCheckTest, BrandTableShape) {
-    const auto& brands = SenderTables::brands();
-    ASSERT_EQ(brands.size(), 38u);
-    std::set<std::string_view> words;
-    for (const SenderTables::Brand& brand : brands) {
-        EXPECT_TRUE(words.insert(brand.word).second) << brand.word;
-        EXPECT_GE(brand.domains.size(), 1u) << brand.word;
-        EXPECT_LE(brand.domains.size(), 8u) << brand.word;
-        std::set<std::string_view> unique(brand.domains.begin(), brand.domains.end());
-        EXPECT_EQ(unique.size(), brand.domains.size()) << brand.word;
-        for (std::string_view domain : brand.domains) {
-            EXPECT_EQ(Domains::registrable(domain), domain) << brand.word;
-        }
-    }
-    for (std::string_view word : SenderTables::shortBrands) {
-        EXPECT_TRUE(words.contains(word)) << word;
-    }
-    EXPECT_EQ(std::set<std::string_view>(SenderTables::genericWords.begin(),
-                                         SenderTables::genericWords.end())
-                  .size(),
-              39u);
 }
 
 } // namespace
