@@ -217,5 +217,41 @@ TEST(SearchIndex, LiveRecordsAreInSlotOrder) {
     EXPECT_EQ(live[1].path, "c.eml");
 }
 
+// The figure the vault's statistics report: each part of a record and each posting counts once,
+// and a removed record stops counting.
+TEST(SearchIndex, MemoryUsageCountsRecordsPostingsAndTokens) {
+    const std::string big(100000, 'x');
+    using Field = std::string MessageRecord::*;
+    for (Field field : {&MessageRecord::path, &MessageRecord::subject, &MessageRecord::snippet,
+                        &MessageRecord::to, &MessageRecord::fromName, &MessageRecord::fromEmail}) {
+        SearchIndex plain, large;
+        plain.add(recordAt("p", 1), "");
+        MessageRecord record = recordAt("p", 1);
+        record.*field = big;
+        large.add(record, "");
+        size_t grown = large.memoryUsage() - plain.memoryUsage();
+        EXPECT_GE(grown, big.size() - 15);
+        EXPECT_LE(grown, big.size() + 64);
+        large.remove(record.path);
+        EXPECT_LT(large.memoryUsage(), big.size());
+    }
+
+    SearchIndex empty, shared, distinct;
+    for (int i = 0; i < 2000; ++i) {
+        std::string path = std::to_string(i);
+        empty.add(recordAt(path, i), "");
+        shared.add(recordAt(path, i), "common");
+        distinct.add(recordAt(path, i), "w" + std::to_string(10000 + i));
+    }
+    // One word in every record: one list of 2000 postings.
+    size_t oneList = shared.memoryUsage() - empty.memoryUsage();
+    EXPECT_GE(oneList, 2000 * sizeof(uint32_t));
+    EXPECT_LE(oneList, 2 * 2000 * sizeof(uint32_t) + 1024);
+    // A word of six letters per record: each brings its list, one posting, its bytes and its
+    // start in the token table.
+    EXPECT_GE(distinct.memoryUsage() - empty.memoryUsage(),
+              2000 * (sizeof(std::vector<uint32_t>) + 2 * sizeof(uint32_t) + 6));
+}
+
 } // namespace
 } // namespace qs
