@@ -18,13 +18,6 @@ const std::vector<test::CorpusMessage>& corpus() {
     return messages;
 }
 
-TEST(Corpus, HelperFindsEveryFileAndMessage) {
-    auto files = test::corpusFiles();
-    EXPECT_EQ(files.size(), 700u);
-    EXPECT_EQ(std::count_if(files.begin(), files.end(), test::isMbox), 46);
-    EXPECT_EQ(corpus().size(), 879u);
-}
-
 // An encoded word that the decoder would accept and whose charset is known, left in text
 // that should have been decoded.
 bool holdsUndecodedWord(std::string_view text) {

@@ -17,16 +17,6 @@ std::string crlf(std::string_view lf) {
     return out;
 }
 
-TEST(MIMEParserStructure, OnlyAHeader) {
-    auto message = MIMEParser::parse("Subject: hi");
-    EXPECT_EQ(message.headers["Subject"], "hi");
-    EXPECT_EQ(message.subject, "hi");
-    EXPECT_TRUE(message.root.body.empty());
-    EXPECT_EQ(message.plainText(), "");
-    EXPECT_EQ(message.htmlBody, std::nullopt);
-    EXPECT_TRUE(message.attachments.empty());
-}
-
 TEST(MIMEParserStructure, EmptyInputYieldsADefaultPart) {
     auto message = MIMEParser::parse("");
     EXPECT_TRUE(message.headers.empty());
