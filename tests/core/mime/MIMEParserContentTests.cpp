@@ -144,15 +144,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "attachment-1"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(MIMEParserContent, NamelessPDFAsSecondAttachment) {
-    auto message =
-        MIMEParser::parse(multipart("mixed", {kPlainA, "Content-Type: image/png; name=a.png\n\npng",
-                                              "Content-Type: application/pdf\n\n%PDF"}));
-    EXPECT_EQ(names(message.attachments), (std::vector<std::string>{"a.png", "attachment-2.pdf"}));
-    EXPECT_EQ(message.attachments[1].id, 1);
-    EXPECT_EQ(message.attachments[1].mimeType, "application/pdf");
-}
-
 TEST(MIMEParserContent, AlternativeAttachmentsAreRenumberedButKeepLocalNames) {
     std::string alternative = multipart("alternative", {kPlainA, "Content-Type: image/png\n\npng"});
     auto message = MIMEParser::parse(

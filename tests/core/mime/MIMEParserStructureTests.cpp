@@ -183,21 +183,6 @@ TEST(MIMEParserStructure, HostileNestingIsBounded) {
     EXPECT_LE(depth, MIMEParser::kMaxDepth);
 }
 
-TEST(MIMEParserStructure, PartsShareTheMessageBuffer) {
-    auto buffer = std::make_shared<const std::string>(
-        "Content-Type: multipart/mixed; boundary=b\n\n"
-        "--b\nContent-Type: application/octet-stream\n\nraw bytes\n"
-        "--b--\n");
-    auto message = MIMEParser::parse(ByteSlice(buffer));
-    ASSERT_EQ(message.root.children.size(), 1u);
-    const char* begin = buffer->data();
-    const char* end = begin + buffer->size();
-    const char* body = message.root.children[0].body.data();
-    EXPECT_TRUE(body >= begin && body < end);
-    ASSERT_EQ(message.attachments.size(), 1u);
-    EXPECT_EQ(message.attachments[0].data.data(), body);
-}
-
 struct ComputedCase {
     const char* name;
     std::string part;
