@@ -63,6 +63,7 @@ TEST(ArchiveLayout, HostileRelativePathsStayBelowTheRoot) {
     const std::pair<const char*, const char*> cases[] = {
         {"../escaped/a.eml", "/vault/escaped/a.eml"},
         {"/etc/passwd", "/vault/etc/passwd"},
+        {"//INBOX/x.eml", "/vault/INBOX/x.eml"}, // an account folder with an empty name
         {"A/../../../x", "/vault/A/x"},
         {"./A//B/./..", "/vault/A/B"},
         {"..", "/vault"},
