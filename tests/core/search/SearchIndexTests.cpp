@@ -217,7 +217,7 @@ TEST(SearchIndex, LiveRecordsAreInSlotOrder) {
     EXPECT_EQ(live[1].path, "c.eml");
 }
 
-// The figure the vault's statistics report: each part of a record and each posting counts once,
+// The figure the search benchmark reports: each part of a record and each posting counts once,
 // and a removed record stops counting.
 TEST(SearchIndex, MemoryUsageCountsRecordsPostingsAndTokens) {
     const std::string big(100000, 'x');
