@@ -12,30 +12,6 @@ namespace {
 
 using namespace qs::test;
 
-TEST(ParserValue, TextDataAndItemsByKind) {
-    IMAPValue a = atom("\\Seen");
-    EXPECT_EQ(a.text(), "\\Seen");
-    EXPECT_EQ(a.data(), "\\Seen");
-    EXPECT_TRUE(a.items().empty());
-
-    IMAPValue s = str("caf\xC3\xA9");
-    EXPECT_EQ(s.text(), "caf\xC3\xA9");
-    EXPECT_EQ(s.data(), "caf\xC3\xA9");
-    EXPECT_TRUE(s.items().empty());
-
-    IMAPValue l = list({atom("a"), nil()});
-    EXPECT_EQ(l.text(), std::nullopt);
-    EXPECT_EQ(l.data(), std::nullopt);
-    ASSERT_EQ(l.items().size(), 2u);
-    EXPECT_EQ(l.items()[1], nil());
-
-    IMAPValue n = nil();
-    EXPECT_EQ(n.text(), std::nullopt);
-    EXPECT_EQ(n.data(), std::nullopt);
-    EXPECT_TRUE(n.items().empty());
-    EXPECT_EQ(IMAPValue(), n);
-}
-
 TEST(ParserValue, StringTextFallsBackToLatin1) {
     // A lone 0xE9 isn't UTF-8; read as Latin-1 it is "é", never nothing.
     EXPECT_EQ(str("\xE9").text(), "\xC3\xA9");
