@@ -38,6 +38,8 @@ TEST(MailDate, Parse) {
         {"second form", "5 Mar 2024 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
         {"third form", "Tue, 5 Mar 2024 10:00 -0000", utc(2024, 3, 5, 10, 0, 0)},
         {"fifth form, two-digit year", "Tue, 5 Mar 24 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"two-digit year 49 is 2049", "5 Mar 49 10:00:00 +0000", utc(2049, 3, 5, 10, 0, 0)},
+        {"two-digit year 50 is 1950", "5 Mar 50 10:00:00 +0000", utc(1950, 3, 5, 10, 0, 0)},
         {"sixth form after double space", "Tue,  5 Mar 2024 10:00:00 GMT",
          utc(2024, 3, 5, 10, 0, 0)},
         {"named US zone", "Tue, 5 Mar 2024 10:00:00 EST", utc(2024, 3, 5, 15, 0, 0)},
