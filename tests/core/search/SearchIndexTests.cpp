@@ -35,34 +35,35 @@ protected:
     SearchIndex index;
 };
 
-TEST_F(SearchIndexTest, QueriesWithoutTokensFindNothing) {
-    for (auto query : {"", "a", "!!!", "a b c", "   "}) {
-        EXPECT_TRUE(index.search(query).empty()) << query;
+// Every word is a prefix and all must match; one-letter words in a longer query are dropped;
+// accents and case fold away; a query without tokens finds nothing.
+TEST_F(SearchIndexTest, QueryWordsArePrefixesThatMustAllMatch) {
+    const std::string invoice = "a/INBOX/2024/invoice.eml";
+    const std::string inventory = "a/INBOX/2024/inventory.eml";
+    const std::string lunch = "a/Sent/2024/lunch.eml";
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {"inv jan", {invoice}},
+        {"inv", {inventory, invoice}},
+        {"jan", {lunch, invoice}},
+        {"inv lunch", {}},
+        {"zebra", {}},
+        {"invoices", {}},
+        {"a invoice", {invoice}},
+        {"invoice a", {invoice}},
+        {"jan jan january", {lunch, invoice}},
+        {"RESUME", {inventory}},
+        {"Résu", {inventory}},
+        {"résumé", {inventory}},
+        {"cafe", {lunch}},
+        {"CAFÉ", {lunch}},
+        {"", {}},
+        {"a", {}},
+        {"!!!", {}},
+        {"a b c", {}},
+        {"   ", {}}};
+    for (const auto& [query, expected] : rows) {
+        EXPECT_EQ(find(query), expected) << query;
     }
-}
-
-TEST_F(SearchIndexTest, EveryWordIsAPrefixAndAllMustMatch) {
-    EXPECT_EQ(find("inv jan"), std::vector<std::string>{"a/INBOX/2024/invoice.eml"});
-    EXPECT_EQ(find("inv"),
-              (std::vector<std::string>{"a/INBOX/2024/inventory.eml", "a/INBOX/2024/invoice.eml"}));
-    EXPECT_EQ(find("jan"),
-              (std::vector<std::string>{"a/Sent/2024/lunch.eml", "a/INBOX/2024/invoice.eml"}));
-    EXPECT_TRUE(find("inv lunch").empty());
-    EXPECT_TRUE(find("zebra").empty());
-    EXPECT_TRUE(find("invoices").empty());
-}
-
-TEST_F(SearchIndexTest, OneLetterWordsInALongerQueryAreDropped) {
-    EXPECT_EQ(find("a invoice"), find("invoice"));
-    EXPECT_EQ(find("invoice a"), std::vector<std::string>{"a/INBOX/2024/invoice.eml"});
-}
-
-TEST_F(SearchIndexTest, FoldingMatchesWithOrWithoutAccentsAndCase) {
-    for (auto query : {"RESUME", "res", "résumé", "Résu"}) {
-        EXPECT_EQ(find(query), std::vector<std::string>{"a/INBOX/2024/inventory.eml"}) << query;
-    }
-    EXPECT_EQ(find("cafe"), std::vector<std::string>{"a/Sent/2024/lunch.eml"});
-    EXPECT_EQ(find("CAFÉ"), std::vector<std::string>{"a/Sent/2024/lunch.eml"});
 }
 
 TEST_F(SearchIndexTest, ResultsComeNewestFirst) {
@@ -70,10 +71,6 @@ TEST_F(SearchIndexTest, ResultsComeNewestFirst) {
     index.add(recordAt("b/new.eml", 99999), "january invoice");
     EXPECT_EQ(find("jan"), (std::vector<std::string>{"b/new.eml", "a/Sent/2024/lunch.eml",
                                                      "a/INBOX/2024/invoice.eml", "b/old.eml"}));
-}
-
-TEST_F(SearchIndexTest, DuplicateQueryWordsStillMatch) {
-    EXPECT_EQ(find("jan jan january"), find("january"));
 }
 
 TEST_F(SearchIndexTest, PrefixBoundsAtBothEndsOfTheTokenList) {
