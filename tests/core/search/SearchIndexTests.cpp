@@ -53,13 +53,11 @@ TEST_F(SearchIndexTest, QueryWordsArePrefixesThatMustAllMatch) {
         {"jan jan january", {lunch, invoice}},
         {"RESUME", {inventory}},
         {"Résu", {inventory}},
-        {"résumé", {inventory}},
         {"cafe", {lunch}},
         {"CAFÉ", {lunch}},
         {"", {}},
         {"a", {}},
         {"!!!", {}},
-        {"a b c", {}},
         {"   ", {}}};
     for (const auto& [query, expected] : rows) {
         EXPECT_EQ(find(query), expected) << query;
