@@ -180,45 +180,37 @@ struct ComputedCase {
     std::string decodedText;
 };
 
-class ComputedFields : public testing::TestWithParam<ComputedCase> {};
-
-TEST_P(ComputedFields, AreDerivedFromTheHeaders) {
-    const auto& c = GetParam();
-    auto part = MIMEParser::parsePart(ByteSlice(c.part), 1, ContentType::defaultText());
-    EXPECT_EQ(part.transferEncoding(), c.transferEncoding);
-    EXPECT_EQ(part.filename(), c.filename);
-    EXPECT_EQ(part.contentID(), c.contentID);
-    EXPECT_EQ(part.decodedText(), c.decodedText);
+TEST(MIMEParserStructure, ComputedFieldsAreDerivedFromTheHeaders) {
+    const ComputedCase rows[] = {
+        {"Defaults", "\nhello", "7bit", std::nullopt, std::nullopt, "hello"},
+        {"Base64", "Content-Transfer-Encoding:  BASE64 \n\naGVs\nbG8=\n", "base64", std::nullopt,
+         std::nullopt, "hello"},
+        {"QuotedPrintableLatin1",
+         "Content-Type: text/plain; charset=iso-8859-1\n"
+         "Content-Transfer-Encoding: quoted-printable\n\ncaf=E9=\n!",
+         "quoted-printable", std::nullopt, std::nullopt, "caf\xC3\xA9!"},
+        {"UnknownEncodingKeepsBytes", "Content-Transfer-Encoding: x-uuencode\n\naGVsbG8=",
+         "x-uuencode", std::nullopt, std::nullopt, "aGVsbG8="},
+        {"DispositionFilenameFirst",
+         "Content-Type: text/plain; name=b.txt\n"
+         "Content-Disposition: attachment; filename=\"a.txt\"\n\n",
+         "7bit", "a.txt", std::nullopt, ""},
+        {"EmptyFilenameFallsBackToName",
+         "Content-Type: text/plain; name=b.txt\n"
+         "Content-Disposition: attachment; filename=\"\"\n\n",
+         "7bit", "b.txt", std::nullopt, ""},
+        {"EncodedWordName", "Content-Type: image/png; name=\"=?UTF-8?Q?caf=C3=A9.png?=\"\n\n",
+         "7bit", "caf\xC3\xA9.png", std::nullopt, ""},
+        {"ContentIDTrimmed", "Content-ID: \t< img1@x >\n\n", "7bit", std::nullopt, "img1@x", ""}};
+    for (const ComputedCase& c : rows) {
+        SCOPED_TRACE(c.name);
+        auto part = MIMEParser::parsePart(ByteSlice(c.part), 1, ContentType::defaultText());
+        EXPECT_EQ(part.transferEncoding(), c.transferEncoding);
+        EXPECT_EQ(part.filename(), c.filename);
+        EXPECT_EQ(part.contentID(), c.contentID);
+        EXPECT_EQ(part.decodedText(), c.decodedText);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ComputedFields,
-    testing::Values(ComputedCase{"Defaults", "\nhello", "7bit", std::nullopt, std::nullopt,
-                                 "hello"},
-                    ComputedCase{"Base64", "Content-Transfer-Encoding:  BASE64 \n\naGVs\nbG8=\n",
-                                 "base64", std::nullopt, std::nullopt, "hello"},
-                    ComputedCase{"QuotedPrintableLatin1",
-                                 "Content-Type: text/plain; charset=iso-8859-1\n"
-                                 "Content-Transfer-Encoding: quoted-printable\n\ncaf=E9=\n!",
-                                 "quoted-printable", std::nullopt, std::nullopt, "caf\xC3\xA9!"},
-                    ComputedCase{"UnknownEncodingKeepsBytes",
-                                 "Content-Transfer-Encoding: x-uuencode\n\naGVsbG8=", "x-uuencode",
-                                 std::nullopt, std::nullopt, "aGVsbG8="},
-                    ComputedCase{"DispositionFilenameFirst",
-                                 "Content-Type: text/plain; name=b.txt\n"
-                                 "Content-Disposition: attachment; filename=\"a.txt\"\n\n",
-                                 "7bit", "a.txt", std::nullopt, ""},
-                    ComputedCase{"EmptyFilenameFallsBackToName",
-                                 "Content-Type: text/plain; name=b.txt\n"
-                                 "Content-Disposition: attachment; filename=\"\"\n\n",
-                                 "7bit", "b.txt", std::nullopt, ""},
-                    ComputedCase{"EncodedWordName",
-                                 "Content-Type: image/png; name=\"=?UTF-8?Q?caf=C3=A9.png?=\"\n\n",
-                                 "7bit", "caf\xC3\xA9.png", std::nullopt, ""},
-                    ComputedCase{"ContentIDTrimmed", "Content-ID: \t< img1@x >\n\n", "7bit",
-                                 std::nullopt, "img1@x", ""}),
-
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(MIMEParserStructure, DecodedBodySharesTheBufferUnlessEncoded) {
     auto plain =
