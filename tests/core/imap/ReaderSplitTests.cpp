@@ -47,7 +47,7 @@ TEST(ReaderSplit, WholeStreamGivesTheExpectedSequence) {
     EXPECT_EQ(outcomes({}), expected);
 }
 
-TEST(ReaderSplit, EveryCutInTwoAndThree) {
+TEST(ReaderSplit, EveryCutInTwoAndThreeAndEveryChunkSize) {
     const auto whole = outcomes({});
     for (std::size_t i = 0; i <= stream.size(); ++i) {
         ASSERT_EQ(outcomes({i}), whole) << "cut at " << i;
@@ -55,31 +55,12 @@ TEST(ReaderSplit, EveryCutInTwoAndThree) {
             ASSERT_EQ(outcomes({i, j}), whole) << "cuts at " << i << ", " << j;
         }
     }
-}
-
-TEST(ReaderSplit, EveryChunkSize) {
-    const auto whole = outcomes({});
     for (std::size_t size = 1; size <= stream.size(); ++size) {
         std::vector<std::size_t> cuts;
         for (std::size_t at = size; at < stream.size(); at += size) {
             cuts.push_back(at);
         }
         ASSERT_EQ(outcomes(cuts), whole) << "chunks of " << size;
-    }
-}
-
-TEST(ReaderSplit, AwkwardPointsYieldNothingEarly) {
-    // Between CR and LF, right after `{n}`, inside the literal: nothing is complete yet.
-    const std::string fetch = "* 1 FETCH (BODY[] {6}\r\nab\r\ncd)\r\n";
-    for (std::size_t cut :
-         {fetch.find("{6}") + 3, fetch.find("{6}") + 4, fetch.find("ab") + 3, fetch.size() - 1}) {
-        IMAPResponseReader reader;
-        reader.append(fetch.substr(0, cut));
-        EXPECT_EQ(reader.next(), std::nullopt) << "cut at " << cut;
-        reader.append(fetch.substr(cut));
-        EXPECT_EQ(reader.next(),
-                  untagged({atom("1"), atom("FETCH"), list({atom("BODY[]"), str("ab\r\ncd")})}))
-            << "cut at " << cut;
     }
 }
 

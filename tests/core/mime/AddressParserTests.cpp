@@ -41,6 +41,9 @@ TEST(AddressParser, Parse) {
         {"angle without closing after last open", "Jane <a@x> <b", {{"", "Jane <a@x> <b"}}},
         {"last angle pair wins", "x <a@x> <b@y>", {{"x <a@x>", "b@y"}}},
         {"empty angle", "Jane <>", {{"Jane", ""}}},
+        // An unclosed comment runs to the end: nothing after it splits, and it names no one.
+        {"unbalanced comment", "a@x (Jane, b@y", {{"", "a@x (Jane, b@y"}}},
+        {"comment closed before it opens", "b@y) x (c", {{"", "b@y) x (c"}}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

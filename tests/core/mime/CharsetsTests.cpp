@@ -16,30 +16,12 @@ struct RealBytes {
     const char* text;
 };
 
-// Bytes as each encoder writes them, decoded under the label mail would carry.
+// Bytes as each encoder writes them, decoded under the label mail would carry: one row per
+// kind of converter, the ISO 2022 repair, the label tables and the alias table.
 const std::vector<RealBytes> realBytes{
     {"ISO-8859-1", "\x63\x61\x66\xe9", "café"},
-    {"ISO-8859-2", "\x5a\x61\xbf\xf3\xb3\xe6", "Zażółć"},
-    {"iso-8859-3", "\xa1", "Ħ"},
-    {"iso-8859-4", "\xa2", "ĸ"},
-    {"ISO-8859-5", "\xdf\xe0\xd8\xd2\xd5\xe2", "привет"},
-    {"iso-8859-6", "\xe5\xd1\xcd\xc8\xc7", "مرحبا"},
-    {"ISO-8859-7", "\xca\xe1\xeb\xe7\xec\xdd\xf1\xe1", "Καλημέρα"},
-    {"ISO-8859-8", "\xf9\xec\xe5\xed", "שלום"},
-    {"ISO-8859-9", "\xdd\x73\x74\x61\x6e\x62\x75\x6c\x20\xf0", "İstanbul ğ"},
-    {"iso-8859-10", "\xbf", "ŋ"},
-    {"iso-8859-13", "\xe0", "ą"},
-    {"iso-8859-14", "\xb8", "ẁ"},
     {"ISO-8859-15", "\xa4\x20\xbd", "€ œ"},
-    {"windows-1250", "\x5a\x61\xbf\xf3\xb3\xe6", "Zażółć"},
-    {"windows-1251", "\xef\xf0\xe8\xe2\xe5\xf2", "привет"},
     {"windows-1252", "\x93\x71\x75\x6f\x74\x65\x64\x94\x20\x96\x20\x80", "“quoted” – €"},
-    {"windows-1253", "\xca\xe1\xeb\xe7\xec\xdd\xf1\xe1", "Καλημέρα"},
-    {"windows-1254", "\xfe\x20\xf0", "ş ğ"},
-    {"windows-1255", "\xf9\xec\xe5\xed", "שלום"},
-    {"windows-1256", "\xe3\xd1\xcd\xc8\xc7", "مرحبا"},
-    {"windows-1257", "\xe0\xe8\xe6", "ąčę"},
-    {"windows-1258", "\xd0\xf5\x6e\x20\xfd", "Đơn ư"},
     {"Shift_JIS", "\x93\xfa\x96\x7b\x8c\xea\x82\xcc\x83\x65\x83\x4c\x83\x58\x83\x67",
      "日本語のテキスト"},
     {"ISO-2022-JP",
@@ -47,13 +29,7 @@ const std::vector<RealBytes> realBytes{
      "日本語のテキスト"},
     // Japanese mailers switch back to ASCII and at once to JIS again where lines were folded.
     {"iso-2022-jp", "\x1b$BF|\x1b(B\x1b$BK\\\x1b(B\x1b(B!", "日本!"},
-    {"EUC-JP", "\xc6\xfc\xcb\xdc\xb8\xec\xa4\xce\xa5\xc6\xa5\xad\xa5\xb9\xa5\xc8",
-     "日本語のテキスト"},
-    {"EUC-KR", "\xc7\xd1\xb1\xb9\xbe\xee\x20\xc5\xd8\xbd\xba\xc6\xae", "한국어 텍스트"},
     {"GB18030", "\xd6\xd0\xce\xc4\x20\xa2\xe3\x20\x81\x34\xd2\x38", "中文 € ᠀"},
-    {"Big5", "\xa4\xa4\xa4\xe5\xc1\x63\xc5\xe9", "中文繁體"},
-    {"KOI8-R", "\xd0\xd2\xc9\xd7\xc5\xd4\x20\xcd\xc9\xd2", "привет мир"},
-    {"koi8-u", "\xa7", "ї"},
     {"windows-874", "\xa1", "ก"},
     {"UTF-7", "+AKM-1 +ZeVnLA-", "£1 日本"},
     // Mislabels mapped by the alias table.

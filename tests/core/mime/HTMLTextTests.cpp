@@ -26,23 +26,19 @@ struct Row {
 TEST(HTMLText, ToPlain) {
     const std::vector<Row> rows{
         {"paragraphs", "<p>a</p><p>b</p>", "a\n b"},
-        {"style removed", "<style>x</style>hello", "hello"},
         {"style with attributes and case", "<STYLE type=\"text/css\">p{}</Style >hello", "hello"},
         {"script, head and title", "<head><title>T</title></head><script>var a;</script>body",
          "body"},
         {"comment", "a<!-- hidden\n -->b", "a b"},
         {"line break", "a<br>b", "a\nb"},
-        {"self-closing break", "a<BR/>b", "a\nb"},
         {"heading end", "<h1>T</h1>x", "T\nx"},
         {"other tags become a space", "a<span>b</span>c", "a b c"},
         {"entities", "Fish &amp; chips &lt;3", "Fish & chips <3"},
         {"non-breaking space collapses", "a&nbsp;&nbsp; b\u00a0c", "a b c"},
         {"many blank lines", "a<br><br><br><br><br><br>b", "a\n\nb"},
-        {"five blank lines", "a\n\n\n\n\n\nb", "a\n\nb"},
         {"blank lines holding blanks", "a\n \n\t\n\nb", "a\n\nb"},
         {"trimmed", "  <div> x </div>  ", "x"},
         {"empty", "", ""},
-        {"not HTML", "plain & simple", "plain & simple"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -66,7 +62,6 @@ TEST(HTMLText, DecodeEntities) {
         {"joiners vanish", "a&zwnj;b&zwj;c", "abc"},
         {"unknown entity kept", "&eacute; &", "&eacute; &"},
         {"no semicolon kept", "&amp", "&amp"},
-        {"no ampersand", "plain", "plain"},
         {"text around references kept", "x&#65;y&#66;z", "xAyBz"},
     };
     for (const auto& row : rows) {

@@ -80,11 +80,9 @@ TEST(HeaderParams, Decode2231Bytes) {
     };
     const std::vector<Row> rows{
         {"charset and language", "utf-8'en'%41b", true, {"Ab", "utf-8"}},
-        {"empty charset", "''%41", true, {"A", std::nullopt}},
         {"not first: all decoded", "utf-8'en'%41", false, {"utf-8'en'A", std::nullopt}},
         {"one quote", "it's", true, {"it's", std::nullopt}},
         {"three quotes", "a'b'c'd", true, {"a'b'c'd", std::nullopt}},
-        {"no quotes", "%e9", true, {"\xe9", std::nullopt}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -90,10 +90,6 @@ TEST_F(CorpusSafetyTest, EveryMessageIsJudged) {
     EXPECT_GE(withWarnings, 5u);
     EXPECT_LE(withWarnings, 60u);
     EXPECT_LE(flagged, messages_.size() / 5);
-    std::cout << "[ corpus  ] " << messages_.size() << " messages, " << withTrackers
-              << " with trackers (" << trackers << " trackers, " << images
-              << " other remote images), " << withWarnings << " with link warnings, " << flagged
-              << " senders flagged\n";
 }
 
 // Pure functions with shared tables and per-thread matchers: judging the corpus on several

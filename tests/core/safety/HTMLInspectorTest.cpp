@@ -3,10 +3,8 @@
 #include "mime/ByteSlice.h"
 #include "mime/HTMLText.h"
 #include "safety/TextUtil.h"
-#include "safety/TrackerTables.h"
 
 #include <gtest/gtest.h>
-#include <set>
 
 namespace qs {
 namespace {
@@ -58,16 +56,11 @@ TEST(HTMLInspectorTest, TrackerTest) {
         {"one tiny dimension is enough",
          R"(<img src="https://unknown.example/p.gif" width="1" height="200">)", true},
         {"2px counts as 2", R"(<img src="https://unknown.example/p.gif" width="2px">)", true},
-        {"upper case PX", R"(<img src="https://unknown.example/p.gif" height=" 0PX ">)", true},
         {"a percentage isn't a size", R"(<img src="https://unknown.example/p.gif" width="100%">)",
          false},
         {"2.5 isn't small", R"(<img src="https://unknown.example/p.gif" width="2.5">)", false},
         {"negative is small", R"(<img src="https://unknown.example/p.gif" width="-1">)", true},
         {"display none", R"(<img src="https://u.example/a.png" style="DISPLAY: none">)", true},
-        {"opacity 0.9 matches too", R"(<img src="https://u.example/a.png" style="opacity:0.9">)",
-         true},
-        {"line height of 1px matches", R"(<img src="https://u.example/a" style="line-height:1px">)",
-         true},
         {"visible style", R"(<img src="https://u.example/a.png" style="border:0">)", false},
         {"blanks inside the words of a rule",
          R"(<img src="https://u.example/a.png" style="max-width:600px; DIS PLAY : No ne">)", true},
@@ -92,23 +85,12 @@ TEST(HTMLInspectorTest, TrackerTest) {
         {"known registrable domain",
          R"(<img src="https://u123.ct.sendgrid.net/wf/open?upn=x" width="300">)", true},
         {"suffix must follow a dot", R"(<img src="https://notsendgrid.net/a.png">)", false},
-        {"scheme in upper case", R"(<IMG SRC="HTTPS://EMLTRK.COM/X.GIF">)", true},
         {"unparsable url is no tracker by domain", R"(<img src="http://list-manage.com/a b.png">)",
          false},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(HTMLInspector::isTracker(HTMLInspector::attributes(c.tag)), c.tracker) << c.name;
     }
-}
-
-TEST(HTMLInspectorTest, TrackerDomainTableIsRegistrableAndUnique) {
-    std::set<std::string_view> seen;
-    for (std::string_view domain : TrackerTables::trackerDomains) {
-        EXPECT_TRUE(seen.insert(domain).second) << domain;
-        EXPECT_EQ(domain.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /"), std::string_view::npos);
-        EXPECT_EQ(std::count(domain.begin(), domain.end(), '.'), 1) << domain;
-    }
-    EXPECT_EQ(seen.size(), 44u);
 }
 
 TEST(HTMLInspectorTest, InspectCountsImages) {
@@ -196,12 +178,10 @@ TEST(HTMLInspectorTest, ShownTextIsThePlainTextOfTheLink) {
     const char* contents[] = {
         "evil-shop.com",
         "\n  Visit\xc2\xa0\xc2\xa0 evil-shop.com\t now \n",
-        "a\n\n\n\nb evil-shop.com",
         "<span style=\"x\">Go to</span> <b>evil-shop.com</b><br>today",
         "evil&#46;shop&period;com &amp; more",
         "&amp;#46; evil-shop.com",
         "<!-- a.com --> b.com",
-        "<x a.com<br>",
         "\xe3\x80\x80 evil-shop.com \xe3\x80\x80",
     };
     for (const char* content : contents) {
@@ -289,16 +269,13 @@ const std::string kHeadBlock =
     "-apple-system,system-ui,sans-serif;color:#1d1d1f;word-wrap:break-word} "
     "img{max-width:100%;height:auto} table{max-width:100%}</style>";
 
-TEST(HTMLInspectorTest, PrepareWrapsDocumentWithoutHead) {
+// The head block goes into a new document around head-less HTML, or after an existing head tag.
+TEST(HTMLInspectorTest, PrepareAddsTheHeadBlock) {
     EXPECT_EQ(HTMLInspector::prepareForDisplay("<p>Hi</p>", {}, true),
               "<!doctype html><html><head>" + kHeadBlock + "</head><body><p>Hi</p></body></html>");
-}
-
-TEST(HTMLInspectorTest, PrepareInsertsAfterExistingHeadTag) {
-    std::string html = "<html><HEAD lang=\"en\"><style>p{}</style></HEAD><body>x</body></html>";
-    EXPECT_EQ(HTMLInspector::prepareForDisplay(html, {}, false),
-              "<html><HEAD lang=\"en\">" + kHeadBlock +
-                  "<style>p{}</style></HEAD><body>x</body></html>");
+    EXPECT_EQ(
+        HTMLInspector::prepareForDisplay("<HEAD lang=\"en\"><style>p{}</style></HEAD>x", {}, false),
+        "<HEAD lang=\"en\">" + kHeadBlock + "<style>p{}</style></HEAD>x");
 }
 
 TEST(HTMLInspectorTest, PrepareRemovesTrackersAndInlinesImages) {
@@ -317,15 +294,12 @@ TEST(HTMLInspectorTest, PrepareRemovesTrackersAndInlinesImages) {
                        "<p>data:image/png;base64,YWJjZA==</p>");
 }
 
-TEST(HTMLInspectorTest, InlineImageSizeLimit) {
-    std::string html = "<head><img src=\"cid:a\">";
+// Just under the limit is inlined; at the limit stays a cid: link (above).
+TEST(HTMLInspectorTest, InlineImageJustUnderTheSizeLimit) {
     auto out = HTMLInspector::prepareForDisplay(
-        html, {inlineImage("a", std::string(7'999'999, '\0'))}, false);
+        "<head><img src=\"cid:a\">", {inlineImage("a", std::string(7'999'999, '\0'))}, false);
     EXPECT_EQ(out.find("cid:a"), std::string::npos);
     EXPECT_NE(out.find("data:image/png;base64,AAAA"), std::string::npos);
-    out = HTMLInspector::prepareForDisplay(html, {inlineImage("a", std::string(8'000'000, '\0'))},
-                                           false);
-    EXPECT_NE(out.find("<img src=\"cid:a\">"), std::string::npos);
 }
 
 TEST(HTMLInspectorTest, Base64PaddingOfInlinedData) {

@@ -86,56 +86,28 @@ void expectSameAsPatterns(std::string_view html, const std::string& label) {
 }
 
 TEST(HTMLScannerTest, AgreesWithThePatternsOnAwkwardInput) {
-    const char* cases[] = {
-        "",
-        "<img",
-        "<img>",
-        "<IMG SRC=x>",
-        "<imgx src=1><img/src=2><img\tsrc=3>",
-        "<img\xcc\x81 src=combining><img\xc3\xa9><img\xe2\x80\x8b>",
-        "<img src=a <img src=b>",
-        "<a href=x>one</a><a>two</A ><a\nhref=y>three</a\t\n>",
-        "<a href=x>never closed <a href=y>also not",
-        "<a href=x>one <a href=y>two</a> three</a>",
-        "<abbr>x</abbr><a>y</abbr></a>",
-        "<a href=x>text</a b></a>",
-        "<a href=x>text</a\xc2\xa0>",
-        "<a href=x>text</a\xe3\x80\x80>",
-        "<a href=x>text</a\v>",
-        "<a href=x>text</a\xc2\x85>",
-        "<a",
-        "<a>",
-        "<a></a>",
-        "x<a\xff>bad byte</a>",
-        "<head><HEAD x=1>",
-    };
+    // What the random pass below never generates: other blanks and bytes, and nested links.
+    const char* cases[] = {"<IMG SRC=x><imgx src=1><img/src=2><img\tsrc=3>",
+                           "<img\xcc\x81 src=combining><img\xc3\xa9><img\xe2\x80\x8b>",
+                           "<a href=x>one <a href=y>two</a> three</a><a\nhref=y>3</a\t\n>",
+                           "<a href=x>text</a\xe3\x80\x80><a>t</a\v><a>u</a\xc2\x85>",
+                           "x<a\xff>bad byte</a><head><HEAD x=1>"};
     for (const char* html : cases) {
         expectSameAsPatterns(html, html);
     }
 }
 
 TEST(HTMLScannerTest, AttributesAgreeWithThePattern) {
-    const char* cases[] = {
-        "",
-        "<img src=\"a b\" alt='c d' width=10 height = 20>",
-        "<img src=\"unclosed width=1>",
-        "<img src='unclosed width=1>",
-        "<img a= >",
-        "<img a=>",
-        "<img a=\xc2\xa0"
-        "b c=\xe3\x80\x80"
-        "d e\xe2\x80\x83=f>",
-        "<img data-x-y=1 -=2 =3 a==4 b=\"\" c=''>",
-        "<img x=\"a\nb\" y=a\xff"
-        "b>",
-        "<img src=http://x/y?a=1&amp;b=2>",
-        "<img x y=1 z>",
-        "<img src=a\vb c=d\xc2\x85"
-        "e f=\x1c"
-        "g>",
-        "name1name2=v",
-        "<img src=\"x\"width=\"1\">",
-    };
+    // What the random pass below never generates.
+    const char* cases[] = {"<img src=\"unclosed width=1>",
+                           "<img data-x-y=1 -=2 =3 a==4 b=\"\" c=''>",
+                           "<img x=\"a\nb\" y=a\xff"
+                           "b>",
+                           "<img src=http://x/y?a=1&amp;b=2>",
+                           "<img src=a\vb c=d\xc2\x85"
+                           "e f=\x1c"
+                           "g>",
+                           "name1name2=v"};
     for (const char* tag : cases) {
         expectSameAttributes(tag, "case");
     }
@@ -199,30 +171,15 @@ std::optional<std::string> scannedDomain(std::string_view text) {
 }
 
 TEST(HTMLScannerTest, DomainInTextAgreesWithThePattern) {
-    const char* cases[] = {
-        "",
-        "www.shop.example.com",
-        "Visit WWW.Shop.Example.COM/deals today",
-        "https://www.bank.example/login",
-        "HTTP://x.y",
-        "hhttp://a.com",
-        "1.9http://a.com",
-        "x.http://a.com",
-        "http://1.2.3.4 then b.cd",
-        "www.shop.example.c0m",
-        "foo.bar. baz",
-        "a.b",
-        "a..bc",
-        "a.b.c.d.e.f.g.h",
-        "report.pdf",
-        "-.-.co",
-        "x.abcdefghijklmnopqrstuvwxyzabcdef",
-        "under_score.com",
-        "https://",
-        "https://.com x.io",
-        "no domain here.",
-        "1.9http://-:1.9http://-: a.bc",
-    };
+    const char* cases[] = {"Visit WWW.Shop.Example.COM/deals today",
+                           "https://www.bank.example/login",
+                           "hhttp://a.com 1.9http://a.com",
+                           "http://1.2.3.4 then b.cd",
+                           "www.shop.example.c0m",
+                           "report.pdf",
+                           "x.abcdefghijklmnopqrstuvwxyzabcdef",
+                           "under_score.com",
+                           "1.9http://-:1.9http://-: a.bc"};
     for (const char* text : cases) {
         EXPECT_EQ(scannedDomain(text), patternDomain(text)) << text;
     }

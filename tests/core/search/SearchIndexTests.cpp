@@ -35,34 +35,33 @@ protected:
     SearchIndex index;
 };
 
-TEST_F(SearchIndexTest, QueriesWithoutTokensFindNothing) {
-    for (auto query : {"", "a", "!!!", "a b c", "   "}) {
-        EXPECT_TRUE(index.search(query).empty()) << query;
+// Every word is a prefix and all must match; one-letter words in a longer query are dropped;
+// accents and case fold away; a query without tokens finds nothing.
+TEST_F(SearchIndexTest, QueryWordsArePrefixesThatMustAllMatch) {
+    const std::string invoice = "a/INBOX/2024/invoice.eml";
+    const std::string inventory = "a/INBOX/2024/inventory.eml";
+    const std::string lunch = "a/Sent/2024/lunch.eml";
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {"inv jan", {invoice}},
+        {"inv", {inventory, invoice}},
+        {"jan", {lunch, invoice}},
+        {"inv lunch", {}},
+        {"zebra", {}},
+        {"invoices", {}},
+        {"a invoice", {invoice}},
+        {"invoice a", {invoice}},
+        {"jan jan january", {lunch, invoice}},
+        {"RESUME", {inventory}},
+        {"Résu", {inventory}},
+        {"cafe", {lunch}},
+        {"CAFÉ", {lunch}},
+        {"", {}},
+        {"a", {}},
+        {"!!!", {}},
+        {"   ", {}}};
+    for (const auto& [query, expected] : rows) {
+        EXPECT_EQ(find(query), expected) << query;
     }
-}
-
-TEST_F(SearchIndexTest, EveryWordIsAPrefixAndAllMustMatch) {
-    EXPECT_EQ(find("inv jan"), std::vector<std::string>{"a/INBOX/2024/invoice.eml"});
-    EXPECT_EQ(find("inv"),
-              (std::vector<std::string>{"a/INBOX/2024/inventory.eml", "a/INBOX/2024/invoice.eml"}));
-    EXPECT_EQ(find("jan"),
-              (std::vector<std::string>{"a/Sent/2024/lunch.eml", "a/INBOX/2024/invoice.eml"}));
-    EXPECT_TRUE(find("inv lunch").empty());
-    EXPECT_TRUE(find("zebra").empty());
-    EXPECT_TRUE(find("invoices").empty());
-}
-
-TEST_F(SearchIndexTest, OneLetterWordsInALongerQueryAreDropped) {
-    EXPECT_EQ(find("a invoice"), find("invoice"));
-    EXPECT_EQ(find("invoice a"), std::vector<std::string>{"a/INBOX/2024/invoice.eml"});
-}
-
-TEST_F(SearchIndexTest, FoldingMatchesWithOrWithoutAccentsAndCase) {
-    for (auto query : {"RESUME", "res", "résumé", "Résu"}) {
-        EXPECT_EQ(find(query), std::vector<std::string>{"a/INBOX/2024/inventory.eml"}) << query;
-    }
-    EXPECT_EQ(find("cafe"), std::vector<std::string>{"a/Sent/2024/lunch.eml"});
-    EXPECT_EQ(find("CAFÉ"), std::vector<std::string>{"a/Sent/2024/lunch.eml"});
 }
 
 TEST_F(SearchIndexTest, ResultsComeNewestFirst) {
@@ -70,10 +69,6 @@ TEST_F(SearchIndexTest, ResultsComeNewestFirst) {
     index.add(recordAt("b/new.eml", 99999), "january invoice");
     EXPECT_EQ(find("jan"), (std::vector<std::string>{"b/new.eml", "a/Sent/2024/lunch.eml",
                                                      "a/INBOX/2024/invoice.eml", "b/old.eml"}));
-}
-
-TEST_F(SearchIndexTest, DuplicateQueryWordsStillMatch) {
-    EXPECT_EQ(find("jan jan january"), find("january"));
 }
 
 TEST_F(SearchIndexTest, PrefixBoundsAtBothEndsOfTheTokenList) {
@@ -215,6 +210,42 @@ TEST(SearchIndex, LiveRecordsAreInSlotOrder) {
     ASSERT_EQ(live.size(), 2u);
     EXPECT_EQ(live[0].path, "b.eml");
     EXPECT_EQ(live[1].path, "c.eml");
+}
+
+// The figure the search benchmark reports: each part of a record and each posting counts once,
+// and a removed record stops counting.
+TEST(SearchIndex, MemoryUsageCountsRecordsPostingsAndTokens) {
+    const std::string big(100000, 'x');
+    using Field = std::string MessageRecord::*;
+    for (Field field : {&MessageRecord::path, &MessageRecord::subject, &MessageRecord::snippet,
+                        &MessageRecord::to, &MessageRecord::fromName, &MessageRecord::fromEmail}) {
+        SearchIndex plain, large;
+        plain.add(recordAt("p", 1), "");
+        MessageRecord record = recordAt("p", 1);
+        record.*field = big;
+        large.add(record, "");
+        size_t grown = large.memoryUsage() - plain.memoryUsage();
+        EXPECT_GE(grown, big.size() - 15);
+        EXPECT_LE(grown, big.size() + 64);
+        large.remove(record.path);
+        EXPECT_LT(large.memoryUsage(), big.size());
+    }
+
+    SearchIndex empty, shared, distinct;
+    for (int i = 0; i < 2000; ++i) {
+        std::string path = std::to_string(i);
+        empty.add(recordAt(path, i), "");
+        shared.add(recordAt(path, i), "common");
+        distinct.add(recordAt(path, i), "w" + std::to_string(10000 + i));
+    }
+    // One word in every record: one list of 2000 postings.
+    size_t oneList = shared.memoryUsage() - empty.memoryUsage();
+    EXPECT_GE(oneList, 2000 * sizeof(uint32_t));
+    EXPECT_LE(oneList, 2 * 2000 * sizeof(uint32_t) + 1024);
+    // A word of six letters per record: each brings its list, one posting, its bytes and its
+    // start in the token table.
+    EXPECT_GE(distinct.memoryUsage() - empty.memoryUsage(),
+              2000 * (sizeof(std::vector<uint32_t>) + 2 * sizeof(uint32_t) + 6));
 }
 
 } // namespace

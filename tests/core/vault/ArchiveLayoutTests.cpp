@@ -63,6 +63,7 @@ TEST(ArchiveLayout, HostileRelativePathsStayBelowTheRoot) {
     const std::pair<const char*, const char*> cases[] = {
         {"../escaped/a.eml", "/vault/escaped/a.eml"},
         {"/etc/passwd", "/vault/etc/passwd"},
+        {"//INBOX/x.eml", "/vault/INBOX/x.eml"}, // an account folder with an empty name
         {"A/../../../x", "/vault/A/x"},
         {"./A//B/./..", "/vault/A/B"},
         {"..", "/vault"},
@@ -131,8 +132,7 @@ TEST(ArchiveLayout, DamagedSyncFilesLoadAsEmpty) {
         {"cut in half", valid.substr(0, valid.size() / 2)},
         {"array instead of object", "[]"},
         {"folders missing", R"({"other":{}})"},
-        {"binary", std::string("\0\xff\xfe{", 4)},
-    };
+        {"binary", std::string("\0\xff\xfe{", 4)}};
     for (const auto& [name, text] : cases) {
         put(layout.syncURL(account()), text);
         EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << name;
@@ -171,23 +171,19 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     EXPECT_EQ(qs::FileIO::read(layout.url(third)), thirdLength);
 }
 
-TEST(ArchiveLayoutWrite, SetsTheModificationTimeToTheMessageDate) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
-    auto date = qs::dateFromUnix(1'262'304'000) + std::chrono::milliseconds(250);
-    auto path = layout.url(layout.write("x", "A/B/2010/m 1.eml", date));
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mtim.tv_sec, 1'262'304'000);
-    EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
-}
-
-TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsNotOverwritten) {
+// Neither a folder nor a dangling link at the name is overwritten; the file takes the date.
+TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsKeptAndTheFileTakesTheMessageDate) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path()};
     fs::create_directories(layout.url("A/2024/m 1.eml"));
     fs::create_symlink("/nonexistent", layout.url("A/2024/m 1 (2).eml"));
-    EXPECT_EQ(layout.write("x", "A/2024/m 1.eml", qs::Date{}), "A/2024/m 1 (3).eml");
+    auto date = qs::dateFromUnix(1'262'304'000) + std::chrono::milliseconds(250);
+    auto written = layout.write("x", "A/2024/m 1.eml", date);
+    EXPECT_EQ(written, "A/2024/m 1 (3).eml");
+    struct stat info {};
+    ASSERT_EQ(::stat(layout.url(written).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1'262'304'000);
+    EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
 }
 
 // Tests run as root, which ignores permission bits, so an unwritable vault is made from a

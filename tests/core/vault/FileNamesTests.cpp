@@ -42,6 +42,7 @@ TEST(FileNamesSanitize, Table) {
          "c\x7f"
          "d",
          80, 150, "a b c d"},
+        {"NUL is unsafe too", std::string("a\0b", 3), 80, 150, "a b"},
         {"unicode blanks trimmed, kept inside", "\u00a0\u3000x\u00a0y\u2003", 80, 150, "x\u00a0y"},
         {"leading dots dropped", "...hidden", 80, 150, "hidden"},
         {"dots alone become empty", "....", 80, 150, ""},

