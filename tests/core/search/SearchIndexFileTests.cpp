@@ -245,6 +245,8 @@ INSTANTIATE_TEST_SUITE_P(
         DamagedCase{"RecordsNotArray", validWith("\"records\":[", "\"records\":{\"a\":")},
         DamagedCase{"PostingsMissing", validWith(",\"postings\":{\"hello\":[0]}", "")},
         DamagedCase{"PostingNotNumber", validWith("\"hello\":[0]", "\"hello\":[\"0\"]")},
+        DamagedCase{"PostingPastAnyInteger",
+                    validWith("\"hello\":[0]", "\"hello\":[99999999999999999999,0]")},
         DamagedCase{"Truncated", validWith("\"postings\":{\"hello\":[0]}}", "\"postings\":{\"hel")},
         DamagedCase{"NotJSON", "this is not json"}, DamagedCase{"Empty", ""},
         DamagedCase{"Array", "[1,2,3]"}, DamagedCase{"InvalidUTF8", validWith("Zoë", "Zo\xFF")}),
