@@ -1,5 +1,6 @@
 #include "QuernsteadApp.h"
 
+#include "ReaderActions.h"
 #include "SnapshotRunner.h"
 #include "SymbolImageProvider.h"
 #include "WindowState.h"
@@ -14,6 +15,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtQml/qqml.h>
+#include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 #include <filesystem>
 #include <vector>
@@ -43,11 +45,15 @@ void QuernsteadApp::load(QQmlApplicationEngine& engine, AppStore& store) {
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "WindowState",
                                  new WindowState(store, &engine));
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "ReaderActions",
+                                 new ReaderActions(store, &engine));
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
 }
 
 int QuernsteadApp::run(int argc, char** argv) {
+    // The reader's web engine shares the window's graphics context, so it starts first.
+    QtWebEngineQuick::initialize();
     QGuiApplication app(argc, argv);
     QGuiApplication::setOrganizationName(QStringLiteral("Quernstead"));
     QGuiApplication::setApplicationName(QStringLiteral("Quernstead"));
