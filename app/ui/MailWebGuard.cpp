@@ -36,26 +36,34 @@ void MailWebGuard::setWarnings(const QVariantList& warnings) {
     emit warningsChanged();
 }
 
-QVariant MailWebGuard::nextDocument(const QString& document, bool isHtml, bool allowRemote) {
+QVariant MailWebGuard::nextDocument(const QString& document, bool isHtml, bool allowRemote,
+                                    bool dark) {
     // A hash keeps the key small for a large newsletter.
     const QString key =
         QString::fromLatin1(
             QCryptographicHash::hash(document.toUtf8(), QCryptographicHash::Sha256).toHex()) +
         (isHtml ? QLatin1Char('h') : QLatin1Char('t')) +
-        (allowRemote ? QLatin1Char('1') : QLatin1Char('0'));
+        (allowRemote ? QLatin1Char('1') : QLatin1Char('0')) +
+        (dark ? QLatin1Char('d') : QLatin1Char('l'));
     if (loadedOnce_ && key == loadedKey_)
         return {};
     loadedKey_ = key;
     loadedOnce_ = true;
-    if (!isHtml)
+    if (isHtml && blocker_) {
+        blocker_->setRules(allowRemote ? RemoteBlocker::Rules::imagesOnly
+                                       : RemoteBlocker::Rules::blockRemote);
         return document;
-    if (!blocker_) {
-        const std::string text = HTMLText::toPlain(document.toStdString());
-        return QString::fromStdString(HTMLInspector::plainTextDocument(text));
     }
-    blocker_->setRules(allowRemote ? RemoteBlocker::Rules::imagesOnly
-                                   : RemoteBlocker::Rules::blockRemote);
-    return document;
+    // Without the blocker an HTML body is shown as its text: blocking never fails open.
+    QString text = isHtml ? QString::fromStdString(HTMLInspector::plainTextDocument(
+                                HTMLText::toPlain(document.toStdString())))
+                          : document;
+    // The text document's dark colours wait on a media query the engine answers from its own
+    // idea of the desktop; the window's choice is the one to follow.
+    if (dark)
+        text.replace(QStringLiteral("@media (prefers-color-scheme: dark)"),
+                     QStringLiteral("@media all"));
+    return text;
 }
 
 QVariantMap MailWebGuard::decide(const QUrl& url, bool linkClick, bool initialLoad) const {

@@ -34,9 +34,11 @@ public:
     void setWarnings(const QVariantList& warnings);
 
     /// The document to load for this body, or null when the view already shows it: the key is
-    /// the document with `allowRemote`, so repeated updates never reload the page. Sets the
-    /// blocker's rules before the caller loads.
-    Q_INVOKABLE QVariant nextDocument(const QString& document, bool isHtml, bool allowRemote);
+    /// the document with `allowRemote` (and `dark`), so repeated updates never reload the page.
+    /// Sets the blocker's rules before the caller loads. A text document follows `dark`, the
+    /// window's appearance, which the engine itself isn't told.
+    Q_INVOKABLE QVariant nextDocument(const QString& document, bool isHtml, bool allowRemote,
+                                      bool dark);
 
     /// A map of allow (bool), open (bool) and, when a link warning matches, shownDomain and
     /// actualHost. `initialLoad` is true for the load of the document itself.

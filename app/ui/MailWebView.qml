@@ -43,7 +43,7 @@ WebEngineView {
     settings.playbackRequiresUserGesture: true
 
     function refresh() {
-        const next = guard.nextDocument(document, isHtml, allowRemote)
+        const next = guard.nextDocument(document, isHtml, allowRemote, Theme.dark)
         if (next === undefined || next === null)
             return
         loadingDocument = true
@@ -65,6 +65,10 @@ WebEngineView {
     onDocumentChanged: Qt.callLater(refresh)
     onIsHtmlChanged: Qt.callLater(refresh)
     onAllowRemoteChanged: Qt.callLater(refresh)
+    Connections {
+        target: Theme
+        function onChanged() { Qt.callLater(view.refresh) }
+    }
     Component.onCompleted: refresh()
 
     onNavigationRequested: function (request) {

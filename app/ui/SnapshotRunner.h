@@ -48,6 +48,9 @@ private:
     void fillQuietVault();
     void useVault(const std::filesystem::path& root);
     void planGuideAndSettingsShots(const QString& prefix);
+    /// The reader: a suspicious message with every note, its provider's checks, a newsletter
+    /// with its pictures asked for (SnapshotReaderShots.cpp).
+    void planReaderShots(const QString& prefix);
     /// The welcome guide and the Settings window: the main window's own when it holds them,
     /// else made here, so that they are pictured either way.
     QObject* guide();

@@ -8,6 +8,7 @@
 #include "model/SettingsKeys.h"
 #include "support/QtTestEnvironment.h"
 #include "support/TemporaryDirectory.h"
+#include "support/WebEngineStart.h"
 #include "ui/NavigationPolicy.h"
 #include "ui/QuernsteadApp.h"
 
@@ -22,24 +23,18 @@
 #include <QTest>
 #include <QWebEngineLoadingInfo>
 #include <QtQml/QQmlExtensionPlugin>
-#include <QtWebEngineQuick/qtwebenginequickglobal.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <unistd.h>
 
 Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
 
 namespace qs {
 namespace {
 
-// The engine must start before the application object; as root it needs its sandbox off.
+// The engine must start before the application object.
 const auto* environment = [] {
-    std::string flags = "--disable-gpu";
-    if (::geteuid() == 0)
-        flags += " --no-sandbox";
-    ::setenv("QTWEBENGINE_CHROMIUM_FLAGS", flags.c_str(), 1);
-    QtWebEngineQuick::initialize();
+    test::startWebEngine();
     return ::testing::AddGlobalTestEnvironment(
         new test::QtTestEnvironment<QGuiApplication>("test_reader", false));
 }();
