@@ -6,6 +6,7 @@
 
 #include "LargeVault.h"
 #include "model/AppStore.h"
+#include "support/WebEngineStart.h"
 #include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
@@ -97,6 +98,7 @@ int main(int argc, char** argv) {
 
     // From here on is what a start costs: the application, the store, the window, the index.
     const auto started = Clock::now();
+    qs::test::startWebEngine();
     QGuiApplication app(argc, argv);
     auto* store = new qs::AppStore();
     QQmlApplicationEngine engine;

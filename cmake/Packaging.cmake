@@ -15,7 +15,7 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qml6-module-qtquick, qml6-module-qtquick-controls, qml6-module-qtquick-templates, \
 qml6-module-qtquick-layouts, qml6-module-qtquick-dialogs, qml6-module-qtquick-window, \
 qml6-module-qtquick-shapes, qml6-module-qt-labs-folderlistmodel, qml6-module-qtqml, \
-qml6-module-qtqml-models, qml6-module-qtqml-workerscript")
+qml6-module-qtqml-models, qml6-module-qtqml-workerscript, qml6-module-qtwebengine")
 # Passwords live in the Secret Service; any desktop's keyring will do.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnome-keyring | kwalletmanager")
 include(CPack)

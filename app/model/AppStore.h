@@ -271,6 +271,8 @@ public:
     Q_INVOKABLE void revealSelected();
     /// The same for the message file at this vault path.
     Q_INVOKABLE void revealPath(const QString& path);
+    /// What the reader shows of the open message, worded: header, trust, notes in their order,
+    /// catalogue card, attachments, and the body as a document for the web view.
     QVariant openMessageForView() const;
 
     // ---- Backups (AppStoreBackup.cpp). Main thread only. ----
@@ -435,6 +437,9 @@ private:
     void openSelected();
 
     std::optional<OpenMessage> openMessage_;
+    // The body as the reader's web view takes it, made with the message off the main thread.
+    QString openDocument_;
+    bool openIsHtml_ = false;
     std::set<std::string> allowImagesFor_;
     std::map<std::string, int64_t> serverSizes_;
 

@@ -3,6 +3,7 @@
 
 #include "model/AppStore.h"
 
+#include "model/ReaderContent.h"
 #include "support/FileIO.h"
 
 #include <QCoreApplication>
@@ -50,12 +51,17 @@ void AppStore::openSelected() {
             auto message = std::make_shared<OpenMessage>(
                 OpenMessage::build(std::move(data), std::move(record), serverSize,
                                    catalog->knownDomains, catalog->knownNames));
+            bool isHtml = false;
+            auto document =
+                QString::fromStdString(ReaderContent::bodyDocument(message->parsed, isHtml));
             QMetaObject::invokeMethod(
                 QCoreApplication::instance(),
-                [store, path, message] {
+                [store, path, message, document, isHtml] {
                     // Only the latest selection reaches the reader, whatever order tasks end in.
                     if (store && store->selectedPath_ == path) {
                         store->openMessage_ = std::move(*message);
+                        store->openDocument_ = document;
+                        store->openIsHtml_ = isHtml;
                         emit store->openMessageChanged();
                     }
                 },
@@ -135,22 +141,11 @@ QVariant AppStore::openMessageForView() const {
     if (!openMessage_) {
         return {};
     }
-    const auto& m = *openMessage_;
-    return QVariantMap{
-        {"path", QString::fromStdString(m.record.path)},
-        {"subject", QString::fromStdString(m.parsed.subject)},
-        {"sender", QString::fromStdString(std::string(m.record.fromDisplay()))},
-        {"fromEmail", QString::fromStdString(m.record.fromEmail)},
-        {"trust", QString::fromUtf8(toString(m.trust).data(), qsizetype(toString(m.trust).size()))},
-        {"trackers", qint64(m.report.trackerHosts.size())},
-        {"linkWarnings", qint64(m.report.linkWarnings.size())},
-        {"senderFlags", qint64(m.senderFlags.size())},
-        {"replyTo", m.replyTo ? QString::fromStdString(m.replyTo->email) : QString()},
-        {"copySymbol", m.copy.symbol()},
-        {"copyHelp", m.copy.helpText()},
-        {"fileSize", qint64(m.fileSize)},
-        {"imagesAllowed", allowImagesFor_.contains(m.record.path)},
-    };
+    QVariantMap view =
+        ReaderContent::describe(*openMessage_, allowImagesFor_.contains(openMessage_->record.path));
+    view.insert("document", openDocument_);
+    view.insert("isHtml", openIsHtml_);
+    return view;
 }
 
 } // namespace qs

@@ -3,6 +3,7 @@
 #include "vault/FileNames.h"
 
 #include <QDir>
+#include <QFile>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -30,6 +31,17 @@ std::optional<std::filesystem::path> temporaryURL(const MailAttachment& attachme
         return std::nullopt;
     }
     return target;
+}
+
+std::optional<std::string> write(const MailAttachment& attachment,
+                                 const std::filesystem::path& target) {
+    QFile file(QString::fromStdString(target.string()));
+    auto bytes = attachment.data.view();
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        file.write(bytes.data(), qint64(bytes.size())) != qint64(bytes.size()) || !file.flush()) {
+        return file.errorString().toStdString();
+    }
+    return std::nullopt;
 }
 
 } // namespace qs::AttachmentFiles

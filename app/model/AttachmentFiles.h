@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 /// Scratch copies of attachments for preview. No state.
@@ -19,5 +20,10 @@ inline constexpr size_t nameBytes = 150;
 /// name. Nothing when it can't be written. Files are left for the system to clear.
 std::optional<std::filesystem::path> temporaryURL(const MailAttachment& attachment,
                                                   std::string_view messagePath);
+
+/// Writes the attachment's data to `target`, not atomically. The system's description of the
+/// failure, or nothing on success.
+std::optional<std::string> write(const MailAttachment& attachment,
+                                 const std::filesystem::path& target);
 
 } // namespace qs::AttachmentFiles

@@ -1,6 +1,7 @@
 #include "QuernsteadApp.h"
 
 #include "QuernsteadCommands.h"
+#include "ReaderActions.h"
 #include "SnapshotRunner.h"
 #include "SymbolImageProvider.h"
 #include "Updater/Updater.h"
@@ -16,6 +17,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtQml/qqml.h>
+#include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 #include <filesystem>
 #include <vector>
@@ -53,6 +55,8 @@ void QuernsteadApp::load(QQmlApplicationEngine& engine, AppStore& store) {
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "Store", &store);
     qmlRegisterSingletonInstance("Quernstead", 1, 0, "WindowState",
                                  new WindowState(store, &engine));
+    qmlRegisterSingletonInstance("Quernstead", 1, 0, "ReaderActions",
+                                 new ReaderActions(store, &engine));
     engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     engine.load(QUrl(QStringLiteral("qrc:/Quernstead/Main.qml")));
     const int commandsType = qmlTypeId("Quernstead", 1, 0, "Commands");
@@ -66,6 +70,8 @@ brindle::Updater* QuernsteadApp::updater(QQmlApplicationEngine& engine) {
 }
 
 int QuernsteadApp::run(int argc, char** argv) {
+    // The reader's web engine shares the window's graphics context, so it starts first.
+    QtWebEngineQuick::initialize();
     QGuiApplication app(argc, argv);
     QGuiApplication::setOrganizationName(QStringLiteral("Quernstead"));
     QGuiApplication::setApplicationName(QStringLiteral("Quernstead"));

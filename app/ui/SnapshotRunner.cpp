@@ -134,6 +134,7 @@ void SnapshotRunner::planShots(bool dark) {
             QMetaObject::invokeMethod(dialog, "close");
         return false;
     });
+    planReaderShots(prefix);
     planSheetShots(dark);
     add("vault-empty", [this] {
         fillQuietVault();

@@ -50,6 +50,9 @@ private:
     void planGuideAndSettingsShots(const QString& prefix);
     /// The Software Update window in each phase of the updater.
     void planUpdateShots(const QString& prefix);
+    /// The reader: a suspicious message with every note, its provider's checks, a newsletter
+    /// with its pictures asked for (SnapshotReaderShots.cpp).
+    void planReaderShots(const QString& prefix);
     /// The welcome guide and the Settings window: the main window's own when it holds them,
     /// else made here, so that they are pictured either way.
     QObject* guide();

@@ -1,12 +1,17 @@
 // One QGuiApplication on the offscreen platform and a private home for the whole of test_ui.
 
 #include "support/QtTestEnvironment.h"
+#include "support/WebEngineStart.h"
 
 #include <QGuiApplication>
 
 namespace {
 
-[[maybe_unused]] const auto* registered = ::testing::AddGlobalTestEnvironment(
-    new qs::test::QtTestEnvironment<QGuiApplication>("test_ui", true));
+// The window holds the reader's web engine, which starts before the application object.
+[[maybe_unused]] const auto* registered = [] {
+    qs::test::startWebEngine();
+    return ::testing::AddGlobalTestEnvironment(
+        new qs::test::QtTestEnvironment<QGuiApplication>("test_ui", true));
+}();
 
 } // namespace

@@ -1,0 +1,186 @@
+// The reader on the real web engine: how long from selecting a message to its body on screen,
+// for a short text message, a 100 KB newsletter and a message with a 20 MB attachment; and the
+// memory of the program and its engine processes while 500 messages open one after another.
+// Run under a display (xvfb-run -a bench_reader).
+
+#include "model/AppStore.h"
+#include "support/WebEngineStart.h"
+#include "ui/QuernsteadApp.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWebEngineLoadingInfo>
+#include <QtQml/QQmlExtensionPlugin>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+void write(const fs::path& vault, const std::string& name, const std::string& headers,
+           const std::string& body) {
+    const auto path = vault / "Robin" / "INBOX" / "2024" / (name + ".eml");
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary)
+        << "From: Ada <ada@example.org>\r\nTo: robin@example.org\r\n"
+           "Date: Tue, 16 Jan 2024 10:00:00 +0000\r\nSubject: "
+        << name << "\r\nMIME-Version: 1.0\r\n"
+        << headers << "\r\n"
+        << body;
+}
+
+std::string newsletter(size_t bytes, int seed) {
+    std::string html = "<html><head><style>p{color:#333}</style></head><body><table>";
+    for (int row = 0; html.size() < bytes; ++row)
+        html += "<tr><td><img src=\"http://127.0.0.1:9/i" + std::to_string(seed) + "-" +
+                std::to_string(row) + ".png\" width=\"120\" height=\"80\"></td><td><p>Issue " +
+                std::to_string(seed) + ", story " + std::to_string(row) +
+                ": the harbour market opens early this week, with bread, cheese and late "
+                "plums. <a href=\"https://shop.example/s\">shop.example</a></p></td></tr>";
+    return html + "</table></body></html>";
+}
+
+void makeVault(const fs::path& vault) {
+    const std::string html = "Content-Type: text/html; charset=utf-8\r\n";
+    write(vault, "small", "Content-Type: text/plain; charset=utf-8\r\n",
+          "Hello Robin,\r\n\r\nSee you on Sunday.\r\n\r\nAda\r\n");
+    write(vault, "newsletter", html, newsletter(100'000, 0));
+    std::string attachment;
+    const std::string line(76, 'A');
+    while (attachment.size() < 27'000'000) // base64 of about 20 MB
+        attachment += line + "\r\n";
+    write(vault, "attachment", "Content-Type: multipart/mixed; boundary=\"b\"\r\n",
+          "--b\r\nContent-Type: text/plain\r\n\r\nThe recordings.\r\n--b\r\nContent-Type: "
+          "application/octet-stream; name=\"take.wav\"\r\nContent-Transfer-Encoding: "
+          "base64\r\n\r\n" +
+              attachment + "--b--\r\n");
+    for (int i = 0; i < 500; ++i)
+        write(vault, "run" + std::to_string(i), html, newsletter(20'000, i));
+}
+
+QQuickItem* find(QQuickItem* from, const char* name) {
+    if (from->objectName() == QLatin1String(name))
+        return from;
+    for (QQuickItem* child : from->childItems())
+        if (QQuickItem* found = find(child, name))
+            return found;
+    return nullptr;
+}
+
+// Selects the message and waits for its page to load and the next frame to reach the screen.
+double openAndPaint(qs::AppStore& store, QQuickWindow& window, QObject& view,
+                    const std::string& name) {
+    QSignalSpy loads(&view, SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
+    const auto started = Clock::now();
+    store.setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
+    const bool loaded = QTest::qWaitFor(
+        [&] {
+            for (const auto& args : loads)
+                if (static_cast<const QWebEngineLoadingInfo*>(args.value(0).constData())
+                        ->status() == QWebEngineLoadingInfo::LoadSucceededStatus)
+                    return true;
+            return false;
+        },
+        30'000);
+    bool swapped = false;
+    auto connection =
+        QObject::connect(&window, &QQuickWindow::frameSwapped, [&] { swapped = true; });
+    window.update();
+    const bool painted = QTest::qWaitFor([&] { return swapped; }, 5'000);
+    QObject::disconnect(connection);
+    // A figure from a state that wasn't reached is said to be one.
+    if (!loaded || !painted)
+        std::fprintf(stderr, "%s never finished loading or painting\n", name.c_str());
+    return std::chrono::duration<double, std::milli>(Clock::now() - started).count();
+}
+
+long rssKiB(const std::string& pid) {
+    std::ifstream status("/proc/" + pid + "/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::atol(line.c_str() + 6);
+    return 0;
+}
+
+// This program and the engine's helper processes it started.
+long totalRssKiB() {
+    long total = rssKiB("self");
+    const std::string self = std::to_string(::getpid());
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::ifstream status(entry.path() / "status");
+        std::string line;
+        while (std::getline(status, line))
+            if (line.rfind("PPid:", 0) == 0 && std::to_string(std::atol(line.c_str() + 5)) == self)
+                total += rssKiB(entry.path().filename().string());
+    }
+    return total;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const auto base = fs::temp_directory_path() / ("qs-bench-reader-" + std::to_string(::getpid()));
+    const auto vault = base / "vault";
+    makeVault(vault);
+    ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", (base / "config").c_str(), 1);
+    qs::test::startWebEngine();
+    QGuiApplication app(argc, argv);
+    auto* store = new qs::AppStore();
+    QQmlApplicationEngine engine;
+    qs::QuernsteadApp::load(engine, *store);
+    auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
+    if (!window)
+        return 1;
+    window->resize(1280, 800);
+    window->show();
+    QSignalSpy scanned(store, &qs::AppStore::scanFinished);
+    store->reloadArchive();
+    if (!scanned.wait(120'000))
+        std::fprintf(stderr, "the vault wasn't scanned in time\n");
+    QObject* view = find(window->contentItem(), "mailWebView");
+    if (!view) {
+        std::fprintf(stderr, "no reader in the window\n");
+        return 1;
+    }
+    openAndPaint(*store, *window, *view, "run0"); // the engine's first start is not a figure
+
+    for (const char* name : {"small", "newsletter", "attachment"}) {
+        std::vector<double> times;
+        for (int i = 0; i < 9; ++i) {
+            openAndPaint(*store, *window, *view, "run1");
+            times.push_back(openAndPaint(*store, *window, *view, name));
+        }
+        std::sort(times.begin(), times.end());
+        std::printf("select to body painted, %-10s: median %.1f ms, worst %.1f ms (9 opens)\n",
+                    name, times[times.size() / 2], times.back());
+    }
+
+    const long before = totalRssKiB();
+    for (int i = 0; i < 500; ++i) {
+        openAndPaint(*store, *window, *view, "run" + std::to_string(i));
+        if (i == 99 || i == 499)
+            std::printf("memory after %d opens: %.1f MB (program and engine; %.1f MB before)\n",
+                        i + 1, double(totalRssKiB()) / 1024, double(before) / 1024);
+    }
+    delete store;
+    std::error_code ignored;
+    fs::remove_all(base, ignored);
+    return 0;
+}

@@ -1,0 +1,285 @@
+// The reader on the real web engine, in a real window: a message's remote content must never
+// reach the network unless the user asks for its pictures, and then only the pictures; links
+// stop at a warning when they lie about where they go.
+
+#include "RequestLog.h"
+#include "model/AppStore.h"
+#include "model/ReaderContent.h"
+#include "model/SettingsKeys.h"
+#include "support/QtTestEnvironment.h"
+#include "support/TemporaryDirectory.h"
+#include "support/WebEngineStart.h"
+#include "ui/NavigationPolicy.h"
+#include "ui/QuernsteadApp.h"
+
+#include <QDesktopServices>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWebEngineLoadingInfo>
+#include <QtQml/QQmlExtensionPlugin>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
+
+namespace qs {
+namespace {
+
+// The engine must start before the application object.
+const auto* environment = [] {
+    test::startWebEngine();
+    return ::testing::AddGlobalTestEnvironment(
+        new test::QtTestEnvironment<QGuiApplication>("test_reader", false));
+}();
+
+// Stands in for the desktop's browser: remembers what it was asked to open.
+class Opener : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+public slots:
+    void open(const QUrl& url) { opened << url; }
+};
+
+// Every way an HTML mail can ask for something remote. `image`: the engine fetches it as a
+// picture, so "Show images" lets it through.
+struct Channel {
+    const char* name;
+    const char* html;
+    bool image;
+};
+
+const Channel channels[] = {
+    {"img", R"(<img src="{}/img.png" width="40" height="40">)", true},
+    {"picture",
+     R"(<picture><source srcset="{}/picture.png"><img src="cid:x" width="40" height="40"></picture>)",
+     true},
+    {"srcset", R"(<img srcset="{}/srcset.png 1x" width="40" height="40">)", true},
+    {"background",
+     R"(<div style="background-image:url({}/background.png);width:40px;height:40px"></div>)", true},
+    {"import", R"(<style>@import url({}/import.css);</style><p>x</p>)", false},
+    {"stylesheet", R"(<link rel="stylesheet" href="{}/style.css"><p>x</p>)", false},
+    {"preload", R"(<link rel="preload" href="{}/preload.js" as="script"><p>x</p>)", false},
+    {"prefetch", R"(<link rel="prefetch" href="{}/prefetch.html"><p>x</p>)", false},
+    {"dns-prefetch",
+     R"(<link rel="dns-prefetch" href="{}/"><link rel="preconnect" href="{}/"><p>x</p>)", false},
+    {"font",
+     R"(<style>@font-face{font-family:Remote;src:url({}/font.woff)} p{font-family:Remote}</style><p>x</p>)",
+     false},
+    {"script", R"(<script src="{}/script.js"></script><p>x</p>)", false},
+    {"iframe", R"(<iframe src="{}/frame.html"></iframe>)", false},
+    {"video", R"(<video src="{}/video.mp4" autoplay preload="auto"></video>)", false},
+    {"audio", R"(<audio src="{}/audio.mp3" autoplay preload="auto"></audio>)", false},
+    {"object", R"(<object data="{}/object.swf"></object><embed src="{}/embed.swf">)", false},
+    {"form", R"(<form action="{}/form" method="post"><input name="a" value="b"></form>)", false},
+    {"refresh", R"(<meta http-equiv="refresh" content="0;url={}/refresh.html"><p>x</p>)", false},
+    {"websocket", R"(<script>new WebSocket("ws://127.0.0.1:{port}/socket")</script><p>x</p>)",
+     false},
+    {"pixel", R"(<img src="{}/pixel.gif" width="1" height="1">)", false},
+    {"favicon",
+     R"(<link rel="icon" href="{}/favicon.ico"><link rel="apple-touch-icon" href="{}/touch.png"><p>x</p>)",
+     false},
+};
+
+std::string fill(std::string html, const QString& base, quint16 port) {
+    for (auto [key, value] : {std::pair{std::string("{}"), base.toStdString()},
+                              std::pair{std::string("{port}"), std::to_string(port)}})
+        for (size_t at = html.find(key); at != std::string::npos; at = html.find(key, at))
+            html.replace(at, key.size(), value);
+    return html;
+}
+
+class Reader : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        log_ = new test::RequestLog;
+        vault_ = new test::TemporaryDirectory;
+        std::string everything;
+        for (const auto& channel : channels) {
+            const std::string html = fill(channel.html, log_->base(), log_->port());
+            write(channel.name, html);
+            everything += html;
+        }
+        write("everything", everything);
+        write(
+            "links",
+            R"(<a href="http://127.0.0.1:9/pay" style="display:block;height:200px">shop.example</a>)"
+            R"(<a href="http://localhost:9/honest" style="display:block;height:200px">http://localhost:9/honest</a>)");
+        ::setenv("QUERNSTEAD_ARCHIVE_DIR", vault_->path().c_str(), 1);
+        ::setenv("QUERNSTEAD_CREDENTIALS_FILE", (vault_->path() / "none.json").c_str(), 1);
+        QSettings(SettingsKeys::organisation, SettingsKeys::application)
+            .setValue(SettingsKeys::didShowWelcome, true);
+        engine_ = new QQmlApplicationEngine;
+        QuernsteadApp::load(*engine_, AppStore::shared());
+        window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().value(0));
+        ASSERT_NE(window_, nullptr);
+        window_->resize(1280, 800);
+        window_->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window_));
+        QSignalSpy scanned(&AppStore::shared(), &AppStore::scanFinished);
+        AppStore::shared().reloadArchive();
+        ASSERT_TRUE(scanned.wait(20'000));
+        opener_ = new Opener;
+        for (const char* scheme : {"http", "https"})
+            QDesktopServices::setUrlHandler(QString::fromLatin1(scheme), opener_, "open");
+    }
+    static void TearDownTestSuite() {
+        for (const char* scheme : {"http", "https"})
+            QDesktopServices::unsetUrlHandler(QString::fromLatin1(scheme));
+        delete engine_;
+        delete vault_;
+        delete log_;
+        delete opener_;
+    }
+
+    static void write(const std::string& name, const std::string& html) {
+        const auto path = vault_->path() / "Robin" / "INBOX" / "2024" / (name + ".eml");
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path)
+            << "From: Shop <news@shop.example>\r\nTo: robin@example.org\r\n"
+               "Date: Tue, 16 Jan 2024 10:00:00 +0000\r\nSubject: "
+            << name << "\r\nMIME-Version: 1.0\r\nContent-Type: text/html; charset=utf-8\r\n\r\n"
+            << html << "\r\n";
+    }
+
+    static QQuickItem* item(const char* name, QQuickItem* from = nullptr) {
+        from = from ? from : window_->contentItem();
+        if (from->objectName() == QLatin1String(name))
+            return from;
+        for (QQuickItem* child : from->childItems())
+            if (QQuickItem* found = item(name, child))
+                return found;
+        return nullptr;
+    }
+    static QObject* view() { return item("mailWebView"); }
+
+    // Selects the message and returns once its page has finished loading (or failed).
+    static void open(const std::string& name) {
+        QSignalSpy loads(view(), SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
+        AppStore::shared().setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
+        ASSERT_TRUE(QTest::qWaitFor([&] { return settled(loads); }, 10'000)) << name;
+        // Requests of a finished page still in flight would land now.
+        QTest::qWait(300);
+    }
+    static bool settled(const QSignalSpy& loads) {
+        for (const auto& args : loads)
+            if (static_cast<const QWebEngineLoadingInfo*>(args.value(0).constData())->status() !=
+                QWebEngineLoadingInfo::LoadStartedStatus)
+                return true;
+        return false;
+    }
+
+    static inline test::RequestLog* log_ = nullptr;
+    static inline test::TemporaryDirectory* vault_ = nullptr;
+    static inline QQmlApplicationEngine* engine_ = nullptr;
+    static inline QQuickWindow* window_ = nullptr;
+    static inline Opener* opener_ = nullptr;
+};
+
+TEST_F(Reader, NoChannelReachesTheNetworkWhenAMessageOpens) {
+    for (const auto& channel : channels) {
+        log_->clear();
+        open(channel.name);
+        EXPECT_EQ(log_->connections(), 0)
+            << channel.name << ": " << log_->paths().join(' ').toStdString();
+    }
+}
+
+TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixel) {
+    open("everything");
+    ASSERT_EQ(log_->connections(), 0);
+    QStringList expected;
+    for (const auto& channel : channels)
+        if (channel.image)
+            expected << QString::fromStdString(fill(channel.html, log_->base(), log_->port()))
+                            .section(log_->base(), 1, 1)
+                            .section(QRegularExpression("[ )\"]"), 0, 0);
+    QSignalSpy loads(view(), SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
+    QTest::keyClick(window_, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return settled(loads); }, 10'000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return log_->paths().size() >= expected.size(); }, 10'000));
+    QTest::qWait(300);
+    QStringList seen = log_->paths();
+    seen.sort();
+    seen.removeDuplicates();
+    expected.sort();
+    EXPECT_EQ(seen, expected);
+    // The note is gone once the pictures are shown.
+    EXPECT_FALSE(item("imagesNote")->isVisible());
+}
+
+TEST_F(Reader, AMisleadingLinkAsksFirstAndAnHonestOneOpensAtOnce) {
+    open("links");
+    QQuickItem* body = item("mailWebView");
+    const QPoint first = body->mapToScene(QPointF(120, 80)).toPoint();
+    const QPoint second = body->mapToScene(QPointF(120, 300)).toPoint();
+    QObject* dialog = engine_->rootObjects().value(0)->findChild<QObject*>("linkWarningDialog");
+    ASSERT_NE(dialog, nullptr);
+
+    opener_->opened.clear();
+    QTest::mouseClick(window_, Qt::LeftButton, {}, first);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return dialog->property("opened").toBool(); }, 5'000));
+    EXPECT_EQ(dialog->property("shownDomain").toString(), QStringLiteral("shop.example"));
+    EXPECT_EQ(dialog->property("actualHost").toString(), QStringLiteral("127.0.0.1"));
+    QMetaObject::invokeMethod(dialog, "close");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !dialog->property("visible").toBool(); }, 5'000));
+    EXPECT_TRUE(opener_->opened.isEmpty());
+
+    QTest::mouseClick(window_, Qt::LeftButton, {}, second);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !opener_->opened.isEmpty(); }, 5'000));
+    EXPECT_EQ(opener_->opened.value(0), QUrl("http://localhost:9/honest"));
+    EXPECT_FALSE(dialog->property("opened").toBool());
+    EXPECT_EQ(log_->connections(), 0);
+}
+
+TEST(NavigationPolicy, OnlyTheDocumentAboutAndDataLoadInTheViewAndLinksLeaveIt) {
+    const std::vector<LinkWarning> warnings = {
+        {"shop.example", "shop.example", "pay.example.net", "https://pay.example.net/x?id=1"}};
+    const struct {
+        const char* name;
+        const char* url;
+        bool link;
+        bool initial;
+        bool allow;
+        bool open;
+        bool warned;
+    } rows[] = {
+        {"the document's own load", "data:text/html,hi", false, true, true, false, false},
+        {"a data page", "data:text/html,x", false, false, true, false, false},
+        {"about:blank", "about:blank", false, false, true, false, false},
+        {"a file", "file:///etc/passwd", false, false, false, false, false},
+        {"a web page by refresh", "https://tracker.example/x", false, false, false, false, false},
+        {"a warned link by href", "https://pay.example.net/x?id=1", true, false, false, true, true},
+        {"a warned link by host", "https://PAY.example.net/other", true, false, false, true, true},
+        {"an honest link", "https://shop.example/sale", true, false, false, true, false},
+        {"a mail link", "mailto:robin@example.org", true, false, false, true, false},
+        {"a file link", "file:///home/robin/.ssh/id_rsa", true, false, false, false, false},
+    };
+    for (const auto& row : rows) {
+        const auto decision =
+            NavigationPolicy::decide(QUrl(row.url), row.link, row.initial, warnings);
+        EXPECT_EQ(decision.allow, row.allow) << row.name;
+        EXPECT_EQ(decision.openOutside, row.open) << row.name;
+        EXPECT_EQ(decision.warning.has_value(), row.warned) << row.name;
+    }
+}
+
+TEST(ReaderContent, AMessageWithoutHtmlOrTextSaysSo) {
+    ParsedMessage empty;
+    bool isHtml = true;
+    EXPECT_NE(ReaderContent::bodyDocument(empty, isHtml).find("(This message has no text.)"),
+              std::string::npos);
+    EXPECT_FALSE(isHtml);
+}
+
+} // namespace
+} // namespace qs
+
+#include "ReaderTests.moc"

@@ -1,0 +1,23 @@
+#pragma once
+
+// The web engine of the reader, started as the tests need it: before the application object,
+// without GPU, and as root without its sandbox (which refuses to run as root). Never done so
+// in the shipped program.
+
+#include <QtWebEngineQuick/qtwebenginequickglobal.h>
+
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+namespace qs::test {
+
+inline void startWebEngine() {
+    std::string flags = "--disable-gpu";
+    if (::geteuid() == 0)
+        flags += " --no-sandbox";
+    ::setenv("QTWEBENGINE_CHROMIUM_FLAGS", flags.c_str(), 1);
+    QtWebEngineQuick::initialize();
+}
+
+} // namespace qs::test
