@@ -13,17 +13,15 @@
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/IMAPRelay.h"
+#include "support/Loopback.h"
 #include "support/TemporaryDirectory.h"
 
 #include <QSettings>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <fstream>
 #include <functional>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -55,23 +53,13 @@ bool waitFor(QSignalSpy& spy, int count = 1) {
 // client waiting there is reliably mid-run until it is stopped.
 class SilentPort {
 public:
-    SilentPort() {
-        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        ::bind(fd_, reinterpret_cast<sockaddr*>(&address), length);
-        ::listen(fd_, 4);
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
-    }
+    SilentPort() : fd_(qs::test::Loopback::listen(port_, 4, "silent port")) {}
     ~SilentPort() { ::close(fd_); }
     uint16_t port() const { return port_; }
 
 private:
-    int fd_ = -1;
     uint16_t port_ = 0;
+    int fd_;
 };
 
 size_t fileCount(const fs::path& root) {

@@ -1,8 +1,8 @@
 #include "support/DovecotFixture.h"
 
+#include "support/Loopback.h"
 #include "support/Subprocess.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -14,11 +14,9 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
-#include <netinet/in.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -62,30 +60,12 @@ std::string readFile(const fs::path& path) {
     return text.str();
 }
 
-// A port that was free a moment ago (Dovecot has no port 0 of its own).
-uint16_t freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error(std::string("no free port: ") + std::strerror(errno));
-    }
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
 bool accepts(uint16_t port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    ::close(fd);
-    return connected;
+    int fd = Loopback::connect(port);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return fd >= 0;
 }
 
 // A CA: its key and certificate in `folder`.
@@ -230,8 +210,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         for (const char* sub : {"run", "state", "home"}) {
             fs::create_directories(directory_ / sub);
         }
-        imapsPort_ = freePort();
-        imapPort_ = options_.plainListener ? freePort() : 0;
+        imapsPort_ = Loopback::freePort();
+        imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
         writeUsers();
 
         configFile_ = directory_ / "dovecot.conf";
