@@ -271,23 +271,27 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
         return;
     }
     std::string items = upper(command.arguments[1]);
+    bool body =
+        items.find("BODY.PEEK[]") != std::string::npos || items.find("BODY[]") != std::string::npos;
+    bool firstBodies = body && ++bodyFetches_ == 1;
+    if (firstBodies) {
+        connection.sendRaw(beforeFirstBodies);
+    }
     uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
     for (size_t index = 0; index < folder->messages.size(); ++index) {
         Message& message = folder->messages[index];
         if (!inSet(command.arguments[0], message.uid, highest)) {
             continue;
         }
-        bool body = items.find("BODY.PEEK[]") != std::string::npos ||
-                    items.find("BODY[]") != std::string::npos;
         if (items.find("BODY[]") != std::string::npos && !readOnly_ &&
             !hasFlag(message, "\\Seen")) {
             message.flags.push_back("\\Seen");
         }
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
-        if (items.find("RFC822.SIZE") != std::string::npos) {
-            line += " RFC822.SIZE " + std::to_string(message.reportedSize.value_or(
-                                          static_cast<int64_t>(message.body.size())));
+        int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
+        if (items.find("RFC822.SIZE") != std::string::npos && size >= 0) {
+            line += " RFC822.SIZE " + std::to_string(size);
         }
         if (items.find("INTERNALDATE") != std::string::npos) {
             line += " INTERNALDATE \"" + internalDate(message.internalDate) + "\"";
@@ -296,9 +300,18 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
             line += " FLAGS (" + joined(message.flags) + ")";
         }
         if (body) {
-            line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n" + message.body;
+            line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n";
+            if (++bodiesSent_ == dropInBody) {
+                connection.sendRaw(line + message.body.substr(0, message.body.size() / 2));
+                connection.close();
+                return;
+            }
+            line += message.body;
         }
         connection.send(line + ")");
+    }
+    if (firstBodies) {
+        connection.sendRaw(afterFirstBodies);
     }
     connection.send(command.tag + " OK Fetch completed");
 }
