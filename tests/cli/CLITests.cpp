@@ -3,6 +3,7 @@
 #include "support/Corpus.h"
 #include "support/DemoMail.h"
 #include "support/DovecotEnvironment.h"
+#include "support/DovecotSeed.h"
 #include "support/FileIO.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
@@ -45,19 +46,9 @@ protected:
 
     static DovecotFixture& dovecot() { return DovecotFixture::shared(); }
 
-    /// Delivers the generated mailbox of `count` messages; returns how many went to each folder.
+    /// Seeds the generated mailbox of `count` messages; returns how many went to each folder.
     std::map<std::string, size_t> deliverDemo(int count, uint64_t seed = 7) {
-        std::map<std::string, std::vector<std::string>> byFolder;
-        for (auto& m : DemoMail::generate(seed, count))
-            byFolder[m.folder].push_back(m.bytes);
-        std::map<std::string, size_t> counts;
-        for (const auto& [folder, messages] : byFolder) {
-            if (folder != "INBOX")
-                dovecot().createFolder(user_, folder);
-            dovecot().deliverAll(user_, folder, messages);
-            counts[folder] = messages.size();
-        }
-        return counts;
+        return seedDemoMail(dovecot(), user_, seed, count);
     }
 
     ProcessResult cli(std::vector<std::string> arguments, const std::string& input = {}) {
@@ -332,7 +323,7 @@ TEST_F(CLITest, FreesUpOnlyWithTheExactPhrase) {
     size_t before = dovecot().messages(user_, "INBOX").size();
     ASSERT_EQ(before, counts["INBOX"]);
 
-    // The server dates messages by their arrival, today: everything is "before" 2099.
+    // The server dates messages by their arrival: everything is "before" 2099.
     std::vector<std::string> freeUp{"free-up", "--account", "Demo",      "--mailbox",
                                     "INBOX",   "--before",  "2099-01-01"};
     for (const std::string wrong : {"release", "RELEASE 1 ", "RELEASE 999"}) {
@@ -390,13 +381,11 @@ Running start(const std::vector<std::string>& argv) {
 // what was saved, and leave a vault that the next run completes without a duplicate.
 TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
     // A small folder first, so its line marks the moment the big one has begun.
-    dovecot().createFolder(user_, "A");
-    dovecot().deliver(user_, "A", "Subject: first\r\nFrom: a@b.example\r\n\r\nhi\r\n");
     std::vector<std::string> big;
     for (auto& m : DemoMail::generate(3, 400))
         big.push_back(std::move(m.bytes));
-    dovecot().createFolder(user_, "B");
-    dovecot().deliverAll(user_, "B", big);
+    seedFolders(dovecot(), user_,
+                {{"A", {"Subject: first\r\nFrom: a@b.example\r\n\r\nhi\r\n"}}, {"B", big}});
 
     for (int signal : {SIGINT, SIGTERM}) {
         vaultName_ = "vault-" + std::to_string(signal);

@@ -30,18 +30,6 @@ std::vector<std::string> corpusMail(size_t count) {
     return test::corpusMail(count, {1, 400'000, false, true, true});
 }
 
-// Fills a user's folders in one doveadm call (one message at a time would take a minute).
-void seed(DovecotFixture& dovecot, const std::string& user,
-          const std::map<std::string, std::vector<std::string>>& folders) {
-    std::map<std::string, std::vector<test::SeedMessage>> seeded;
-    for (const auto& [folder, messages] : folders) {
-        for (const std::string& bytes : messages) {
-            seeded[folder].push_back({bytes, std::nullopt});
-        }
-    }
-    test::seedFolders(dovecot, user, seeded);
-}
-
 std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
     std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -110,7 +98,7 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
         {"Sent", {mail.begin() + 200, mail.begin() + 240}},
         {"Archive/2024", {mail.begin() + 240, mail.begin() + 270}},
         {"Entw&APw-rfe", {mail.begin() + 270, mail.end()}}};
-    seed(dovecot, "full", folders);
+    test::seedFolders(dovecot, "full", folders);
     account.folders = {"INBOX", "Sent", "Archive/2024", "Entw&APw-rfe"};
 
     std::vector<BackupProgress> reports;
@@ -180,13 +168,7 @@ TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole
     makeUser("relink");
     account.server = {"127.0.0.1", relay.port(), true};
     auto mail = corpusMail(20);
-    test::seedFolders(plain, "relink", {{"INBOX", [&] {
-                                             std::vector<test::SeedMessage> seeded;
-                                             for (const auto& bytes : mail) {
-                                                 seeded.push_back({bytes, std::nullopt});
-                                             }
-                                             return seeded;
-                                         }()}});
+    test::seedFolders(plain, "relink", {{"INBOX", mail}});
     auto backUpInBatchesOf4 = [&] {
         BackupRunner runner(layout, account, "secret");
         runner.batchCount = 4;
@@ -226,7 +208,7 @@ TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole
 TEST_F(RunnerWithDovecot, RunKilledInTheMiddleOfAFolderIsCompletedByTheNext) {
     makeUser("killed");
     auto mail = corpusMail(150);
-    seed(dovecot, "killed", {{"INBOX", mail}});
+    test::seedFolders(dovecot, "killed", {{"INBOX", mail}});
 
     int pipeFds[2];
     ASSERT_EQ(::pipe(pipeFds), 0);
