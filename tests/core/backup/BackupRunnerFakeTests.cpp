@@ -387,26 +387,6 @@ TEST_F(RunnerWithFake, MessageWithoutSizeWeighsInThePlanButNotInTheTotal) {
     EXPECT_EQ(state("INBOX").sizes->at("2"), static_cast<std::int64_t>(held[2].size()));
 }
 
-TEST_F(RunnerWithFake, SearchAnswerAtOrBelowHighestUIDFetchesNothing) {
-    fill("INBOX", 100);
-    backUp();
-    size_t fetchesBefore = commandsNamed("UID FETCH").size();
-    // The server answers "UID 101:*" with UID 100, its last message; nothing is asked for.
-    auto summary = backUp();
-    EXPECT_EQ(summary.newMessages, 0);
-    EXPECT_EQ(commandsNamed("UID FETCH").size(), fetchesBefore);
-}
-
-TEST_F(RunnerWithFake, NewMailIsFiledAlone) {
-    fill("INBOX", 5);
-    backUp();
-    put("INBOX", 9, message(9));
-    auto summary = backUp();
-    EXPECT_EQ(summary.files, (std::vector<std::string>{"Acct/INBOX/2024/2024-03-05 m9 9.eml"}));
-    EXPECT_EQ(commandsNamed("UID FETCH").back(),
-              "UID FETCH 9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])");
-}
-
 TEST_F(RunnerWithFake, DropInTheMiddleOfABodyKeepsFinishedBatchesAndResumes) {
     fill("INBOX", 100);
     mail.dropInBody = 50;
