@@ -150,17 +150,12 @@ TEST_F(Window, TypingAQueryNarrowsTheListAndSaysWhenNothingMatches) {
     EXPECT_TRUE(item("saveSearch")->isVisible());
 }
 
-TEST_F(Window, ASecondToastReplacesTheFirstAndRestartsItsTime) {
+// The store's clock for toasts is tested with the store; here, that the window shows the last.
+TEST_F(Window, TheToastShowsTheLatestText) {
     store().showToast("First", "checkmark.shield.fill", "seal");
-    QTest::qWait(300);
     store().showToast("Second", "stop.circle.fill", "ink2");
     QCoreApplication::processEvents();
     EXPECT_EQ(item("toastText")->property("text").toString(), "Second");
-    // The second toast outlives the moment the first would have cleared.
-    QTest::qWait(AppStore::toastMilliseconds - 200);
-    ASSERT_TRUE(store().toast());
-    EXPECT_EQ(store().toast()->text, "Second");
-    EXPECT_TRUE(QTest::qWaitFor([] { return !store().toast(); }, 5'000));
 }
 
 TEST_F(Window, TheImportPanelOpens) {
