@@ -49,31 +49,6 @@ int64_t searchDate(const std::string& text) {
     return -1;
 }
 
-// Whether `uid` is in an IMAP set such as "1:3,5,9:*", where * is the highest UID.
-bool inSet(const std::string& set, uint32_t uid, uint32_t highest) {
-    size_t i = 0;
-    while (i <= set.size()) {
-        size_t end = std::min(set.find(',', i), set.size());
-        std::string piece = set.substr(i, end - i);
-        auto number = [&](const std::string& text) -> uint32_t {
-            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
-        };
-        size_t colon = piece.find(':');
-        if (!piece.empty()) {
-            uint32_t first = number(piece.substr(0, colon));
-            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-            if (first > last) {
-                std::swap(first, last);
-            }
-            if (uid >= first && uid <= last) {
-                return true;
-            }
-        }
-        i = end + 1;
-    }
-    return false;
-}
-
 bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
     return std::any_of(message.flags.begin(), message.flags.end(),
                        [&](const std::string& f) { return upper(f) == upper(flag); });
@@ -104,6 +79,30 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 } // namespace
+
+bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) {
+    size_t i = 0;
+    while (i <= set.size()) {
+        size_t end = std::min(set.find(',', i), set.size());
+        std::string piece = set.substr(i, end - i);
+        auto number = [&](const std::string& text) -> uint32_t {
+            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
+        };
+        size_t colon = piece.find(':');
+        if (!piece.empty()) {
+            uint32_t first = number(piece.substr(0, colon));
+            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
+            if (first > last) {
+                std::swap(first, last);
+            }
+            if (uid >= first && uid <= last) {
+                return true;
+            }
+        }
+        i = end + 1;
+    }
+    return false;
+}
 
 FakeMailbox::FakeMailbox(Options options) : options_(std::move(options)) {
     folders_["INBOX"] = Folder{};

@@ -84,6 +84,9 @@ public:
     std::vector<Message> messages(const std::string& folder) const;
     std::vector<uint32_t> uids(const std::string& folder) const;
 
+    /// Whether `uid` is in an IMAP set such as "1:3,5,9:*", where * is `highest`.
+    static bool inSet(const std::string& set, uint32_t uid, uint32_t highest);
+
     /// Sees each command first; returns true when it has answered it.
     std::function<bool(FakeIMAPConnection&, const FakeIMAPCommand&)> intercept;
 
