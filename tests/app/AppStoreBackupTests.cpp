@@ -379,6 +379,8 @@ DovecotFixture& plainDovecot() {
 
 // Releases that end before every verified message has left the server: the user presses Stop
 // while a command is under way, the connection drops, or the server changed since the check.
+// (Where a release stops, and its counts, are the cleanup's own tests; here, what the sheet
+// shows of each way of ending.)
 // 203 messages make two chunks of the release (200, then 3). Each row checks what the sheet
 // shows and that the server keeps exactly the messages that weren't released.
 TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
@@ -405,8 +407,6 @@ TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
     // One row a case reads better than one field a line.
     // clang-format off
     const std::vector<Case> cases = {
-        {"stop while the server confirms the sizes", "UID FETCH", 1, IMAPRelay::Action::hold,
-         true, {}, 0, "Stopped", "Stopped before anything was released.", "", true},
         {"stop during the first chunk", "UID EXPUNGE", 1, IMAPRelay::Action::hold, true, {}, 200,
          "Stopped", "Stopped after releasing 200 of 203 messages. The other 3 stay on the server.",
          "", true},
@@ -414,9 +414,6 @@ TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
          false, {}, 200, "The server reported a problem",
          "Released 200 of 203 messages, then the server reported a problem (",
          "). The other 3 are still on the server, untouched.", true},
-        {"connection lost before the first chunk", "UID STORE", 1, IMAPRelay::Action::cut, false,
-         {}, 0, "The server reported a problem", problem,
-         "). The other 203 are still on the server, untouched.", true},
         {"connection lost between marking and expunging", "UID EXPUNGE", 1,
          IMAPRelay::Action::cut, false, {}, 0, "The server reported a problem", problem,
          "). The other 203 are still on the server, untouched.", false},
