@@ -302,7 +302,9 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
             line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n";
             if (++bodiesSent_ == dropInBody) {
                 connection.sendRaw(line + message.body.substr(0, message.body.size() / 2));
-                connection.close();
+                if (!stallInBody) {
+                    connection.close();
+                }
                 return;
             }
             line += message.body;

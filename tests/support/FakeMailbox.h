@@ -93,8 +93,10 @@ public:
     /// Faults in answers to a body FETCH. Counting bodies over all connections from 1, the
     /// connection closes halfway through body `dropInBody`'s literal. The raw bytes go out
     /// ahead of and after the bodies of the first body FETCH (an answer nobody asked for, a
-    /// literal of absurd length, a line that never ends).
+    /// literal of absurd length, a line that never ends). With `stallInBody` the connection
+    /// stays open and silent instead of closing.
     std::optional<int> dropInBody;
+    bool stallInBody = false;
     std::string beforeFirstBodies;
     std::string afterFirstBodies;
 
