@@ -120,7 +120,6 @@ TEST_F(AppStoreBackupTest, OneAccountFailingAtLoginDoesNotStopTheNext) {
     EXPECT_EQ(store.backupProblems().at("Broken").title, "The password wasn’t accepted");
     EXPECT_EQ(store.backup().lastError, "The password wasn’t accepted");
     EXPECT_EQ(store.backup().lastMessage, "3 new messages saved");
-    EXPECT_FALSE(store.backup().running);
     EXPECT_TRUE(store.backup().lastFinished);
     ASSERT_TRUE(store.toast());
     EXPECT_EQ(store.toast()->text, "Backup finished — 1 account needs attention");
@@ -302,68 +301,6 @@ TEST(VerifyPacing, RoundsBatchesAndPauses) {
         EXPECT_EQ(pacing.batch, c.batch) << c.items;
         EXPECT_EQ(pacing.pause.count(), c.pauseMs) << c.items;
     }
-}
-
-TEST_F(AppStoreBackupTest, CleanupWalkFromChooseToDone) {
-    auto& dovecot = DovecotFixture::shared();
-    auto user = freshUser("clean");
-    dovecot.deliverAll(user, "INBOX", corpusMail(5));
-    AppStore store;
-    auto a = account("Clean", user);
-    store.addAccount(a, "secret");
-    QSignalSpy finished(&store, &AppStore::backupFinished);
-    store.backUpNow();
-    ASSERT_TRUE(waitFor(finished));
-    ASSERT_EQ(store.backup().lastMessage, "5 new messages saved");
-
-    auto& cleanup = store.cleanup();
-    QSignalSpy busy(&cleanup, &qs::CleanupModel::busyChanged);
-    const auto tomorrow = std::chrono::system_clock::now() + 48h;
-
-    // Cancelled during verification: back to choose.
-    store.checkCleanup(a, "INBOX", tomorrow);
-    EXPECT_EQ(cleanup.stage(), qs::CleanupStage::verify);
-    EXPECT_TRUE(cleanup.busy());
-    store.cancelCleanup();
-    EXPECT_EQ(cleanup.stage(), qs::CleanupStage::choose);
-    EXPECT_FALSE(cleanup.busy());
-
-    store.checkCleanup(a, "INBOX", tomorrow);
-    while (cleanup.busy()) {
-        ASSERT_TRUE(busy.wait(waitMilliseconds));
-    }
-    ASSERT_FALSE(cleanup.error()) << *cleanup.error();
-    ASSERT_TRUE(cleanup.plan());
-    EXPECT_EQ(cleanup.checked(), 5);
-    ASSERT_EQ(cleanup.plan()->verified().size(), 5u);
-    const int64_t bytes = cleanup.plan()->verifiedBytes();
-
-    cleanup.setStageFromView(int(qs::CleanupStage::release));
-    EXPECT_EQ(cleanup.stage(), qs::CleanupStage::release);
-    QSignalSpy stage(&cleanup, &qs::CleanupModel::stageChanged);
-    store.runCleanup(a);
-    EXPECT_EQ(cleanup.released(), (qs::CleanupModel::Released{0, 5}));
-    ASSERT_TRUE(waitFor(stage));
-    while (cleanup.busy()) {
-        ASSERT_TRUE(busy.wait(waitMilliseconds));
-    }
-    EXPECT_EQ(cleanup.stage(), qs::CleanupStage::done);
-    EXPECT_FALSE(cleanup.error());
-    EXPECT_EQ(cleanup.released(), (qs::CleanupModel::Released{5, 5}));
-    const QString size = QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat);
-    EXPECT_EQ(QString::fromStdString(*cleanup.result()),
-              QStringLiteral("5 messages · %1 released from Clean › INBOX. Your verified "
-                             "copies stay in the vault.")
-                  .arg(size));
-    EXPECT_EQ(store.toast()->text, "Released 5 from the server · copies safe in the vault");
-    EXPECT_TRUE(dovecot.messages(user, "INBOX").empty());
-    EXPECT_EQ(fileCount(vault() / "Clean"), 5u);
-
-    store.resetCleanup();
-    EXPECT_EQ(cleanup.stage(), qs::CleanupStage::choose);
-    EXPECT_FALSE(cleanup.plan());
-    EXPECT_FALSE(cleanup.result());
-    EXPECT_EQ(cleanup.checked(), 0);
 }
 
 // A Dovecot of its own that also listens without TLS, so that a relay can see the release's
