@@ -134,7 +134,6 @@ TEST_F(AppStoreBackupTest, OneAccountFailingAtLoginDoesNotStopTheNext) {
     ASSERT_TRUE(waitFor(finished, 2));
     EXPECT_EQ(store.backup().lastMessage, "Everything was already in the vault");
     EXPECT_EQ(store.toast()->text, "Everything was already in the vault");
-    EXPECT_EQ(store.toast()->symbol, "checkmark.shield.fill");
     EXPECT_EQ(store.backupProblems().size(), 1u);
 }
 
@@ -187,7 +186,6 @@ TEST_F(AppStoreBackupTest, StopDuringTheSecondOfThreeAccounts) {
     EXPECT_FALSE(store.backup().lastError);
     EXPECT_TRUE(store.backupProblems().empty());
     EXPECT_EQ(store.toast()->text, "Stopped");
-    EXPECT_EQ(store.toast()->symbol, "stop.circle.fill");
     EXPECT_TRUE(stored(store, one).lastBackup);
     EXPECT_FALSE(stored(store, two).lastBackup);
     EXPECT_FALSE(stored(store, three).lastBackup);
@@ -399,7 +397,6 @@ TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
         }
         ASSERT_FALSE(cleanup.error()) << *cleanup.error();
         ASSERT_EQ(cleanup.plan()->verified().size(), size_t(total));
-        const auto verified = cleanup.plan()->verified();
         cleanup.setStageFromView(int(qs::CleanupStage::release));
 
         if (c.meddle) {
@@ -434,21 +431,10 @@ TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
             EXPECT_TRUE(cleanup.error()->advice.starts_with(c.advice)) << cleanup.error()->advice;
             EXPECT_TRUE(cleanup.error()->advice.ends_with(c.adviceEnd)) << cleanup.error()->advice;
         }
-        if (c.released == 0) {
-            EXPECT_FALSE(cleanup.result()) << *cleanup.result();
-        } else {
-            int64_t bytesReleased = 0;
-            for (int64_t i = 0; i < c.released; ++i) {
-                bytesReleased += verified[size_t(i)].serverSize;
-            }
-            const QString size =
-                QLocale().formattedDataSize(bytesReleased, 1, QLocale::DataSizeSIFormat);
-            ASSERT_TRUE(cleanup.result());
-            EXPECT_EQ(QString::fromStdString(*cleanup.result()),
-                      QStringLiteral("%1 messages · %2 released from Partial › INBOX. Your "
-                                     "verified copies stay in the vault.")
-                          .arg(c.released)
-                          .arg(size));
+        // The result's words are checked with a whole release; here, that one is told.
+        EXPECT_EQ(cleanup.result().has_value(), c.released > 0);
+        if (c.released > 0) {
+            EXPECT_TRUE(cleanup.result()->starts_with(std::to_string(c.released) + " messages"));
         }
         // No toast for a release that stopped: the sheet tells it.
         ASSERT_TRUE(store.toast());
