@@ -7,6 +7,7 @@
 #include "support/DovecotFixture.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
+#include "support/FileSnapshot.h"
 #include "support/IMAPRelay.h"
 #include "support/TemporaryDirectory.h"
 
@@ -28,18 +29,6 @@ using test::DovecotFixture;
 // the test quick.
 std::vector<std::string> corpusMail(size_t count) {
     return test::corpusMail(count, {1, 400'000, false, true, true});
-}
-
-std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
-    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file() &&
-            entry.path().parent_path().filename() != ArchiveLayout::metaDirectoryName) {
-            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
-                                                                entry.last_write_time()};
-        }
-    }
-    return files;
 }
 
 class RunnerWithDovecot : public testing::Test {
@@ -72,6 +61,11 @@ protected:
                 reports->push_back(report);
             }
         });
+    }
+
+    // The vault but its records.
+    test::FileSnapshot snapshot() const {
+        return test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName);
     }
 
     FolderState state(const std::string& mailbox) {
@@ -114,7 +108,7 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
     EXPECT_EQ(reports.back().completed,
               (std::map<std::string, int>{
                   {"INBOX", 200}, {"Sent", 40}, {"Archive/2024", 30}, {"Entw&APw-rfe", 30}}));
-    EXPECT_EQ(snapshot(layout.root).size(), 300u);
+    EXPECT_EQ(snapshot().size(), 300u);
 
     // Read-only: no message gained a flag, \Seen included.
     for (const auto& [name, messages] : folders) {
@@ -127,7 +121,7 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
     }
 
     // A second run opens each folder, finds nothing new and writes nothing.
-    auto before = snapshot(layout.root);
+    auto before = snapshot();
     reports.clear();
     auto again = backUp(&reports);
     EXPECT_EQ(again.newMessages, 0);
@@ -138,7 +132,7 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
     }
     EXPECT_EQ(phases,
               (std::vector<std::string>{"Checking", "Checking", "Checking", "Checking", "Done"}));
-    EXPECT_EQ(snapshot(layout.root), before);
+    EXPECT_EQ(snapshot(), before);
 
     // New mail is filed alone.
     auto fresh = corpusMail(303);
@@ -155,7 +149,7 @@ TEST_F(RunnerWithDovecot, FullBackupRerunAndNewMail) {
         EXPECT_EQ(FileIO::read(layout.url(third.files[n])), added[n]);
         EXPECT_EQ(state(into[n].second).files.at(std::to_string(uids[n])), third.files[n]);
     }
-    EXPECT_EQ(snapshot(layout.root).size(), 303u);
+    EXPECT_EQ(snapshot().size(), 303u);
 }
 
 // A server that truly renumbers a folder (new UIDVALIDITY, every message a new UID), the backup
@@ -176,7 +170,7 @@ TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole
         return runner.run({});
     };
     ASSERT_EQ(backUpInBatchesOf4().newMessages, 20);
-    auto before = snapshot(layout.root);
+    auto before = snapshot();
 
     // Cut after `batches` of the five body fetches; 0 is a run that isn't cut at all.
     for (int batches = 0; batches < 5; ++batches) {
@@ -195,7 +189,7 @@ TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole
         auto summary = backUpInBatchesOf4();
         EXPECT_EQ(summary.newMessages, 0);
         EXPECT_EQ(summary.relinked, 20 - 4 * batches);
-        EXPECT_EQ(snapshot(layout.root), before);
+        EXPECT_EQ(snapshot(), before);
         auto relinked = state("INBOX");
         EXPECT_FALSE(relinked.relinking);
         ASSERT_EQ(relinked.files.size(), 20u);
@@ -258,7 +252,7 @@ TEST_F(RunnerWithDovecot, RunKilledInTheMiddleOfAFolderIsCompletedByTheNext) {
     auto summary = backUp();
     EXPECT_EQ(summary.newMessages, static_cast<int>(150 - interrupted.files.size()));
     expectFiled("INBOX", mail);
-    auto files = snapshot(layout.root);
+    auto files = snapshot();
     EXPECT_EQ(files.size(), 150u);
     for (const auto& [path, file] : files) {
         EXPECT_EQ(path.find(" (2)"), std::string::npos) << path;

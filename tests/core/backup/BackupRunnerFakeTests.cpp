@@ -8,6 +8,7 @@
 #include "support/Cancellation.h"
 #include "support/FakeMailbox.h"
 #include "support/FileIO.h"
+#include "support/FileSnapshot.h"
 #include "support/TemporaryDirectory.h"
 #include "vault/VaultBusyError.h"
 #include "vault/VaultLock.h"
@@ -49,28 +50,11 @@ std::string escaped(const std::string& bytes) {
     return text;
 }
 
-// Every regular file below the root (sync state included, the vault's lock left out), with bytes
-// and modification time.
-std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
-    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
-    if (!fs::exists(root)) {
-        return files;
-    }
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file() && entry.path().filename() != VaultLock::fileName) {
-            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
-                                                                entry.last_write_time()};
-        }
-    }
-    return files;
-}
-
+// Every message file of the vault: the records folder left out.
 std::vector<std::string> messageFiles(const fs::path& root) {
     std::vector<std::string> files;
-    for (const auto& [path, file] : snapshot(root)) {
-        if (!path.starts_with(".quernstead")) {
-            files.push_back(path);
-        }
+    for (const auto& [path, file] : test::snapshotFiles(root, ArchiveLayout::metaDirectoryName)) {
+        files.push_back(path);
     }
     return files;
 }
@@ -320,7 +304,7 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     ASSERT_TRUE(filed.lastRun.has_value());
     EXPECT_EQ(filed.files.at("1"), "Acct/INBOX/2024/2024-03-05 m1 1.eml");
 
-    auto before = snapshot(layout.root);
+    auto before = test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName);
     size_t commandsBefore = commandCount();
     reports.clear();
     auto again = backUp(&reports);
@@ -331,10 +315,7 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
               (std::vector<std::string>{"LOGIN joe pw", "LIST  *", "EXAMINE INBOX",
                                         "UID SEARCH UID 101:*", "LOGOUT"}));
     EXPECT_EQ(reports.back().completed, (std::map<std::string, int>{{"INBOX", 0}}));
-    auto after = snapshot(layout.root);
-    after.erase(layout.syncURL(account).lexically_relative(layout.root).string());
-    before.erase(layout.syncURL(account).lexically_relative(layout.root).string());
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName), before);
 }
 
 // Files are written on a second thread and several batches may share one save; whatever the
@@ -471,7 +452,6 @@ TEST_F(RunnerWithFake, CancellingBetweenBatchesKeepsWhatWasSaved) {
 TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWritingAcrossADrop) {
     fill("INBOX", 30);
     auto first = backUp();
-    auto before = snapshot(layout.root);
     // The server rebuilt its index: the same messages under new UIDs and a new UIDVALIDITY.
     mail.edit("INBOX", [](FakeMailbox::Folder& f) {
         f.uidValidity = 2;
@@ -482,7 +462,7 @@ TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWritingAcrossADrop) {
     // Two identical messages keep their two files.
     put("INBOX", 531, message(1));
     std::ofstream(layout.url("Acct/INBOX/2024/2024-03-05 m1 1 (2).eml")) << message(1);
-    before = snapshot(layout.root);
+    auto before = test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName);
     // The first re-linking run is cut off after two saved batches of 10.
     mail.dropInBody = first.newMessages + 25;
     EXPECT_THROW(backUp(nullptr, 10), IMAPError);
@@ -492,11 +472,7 @@ TEST_F(RunnerWithFake, UIDValidityChangeRelinksFilesWithoutWritingAcrossADrop) {
     EXPECT_EQ(summary.newMessages, 0);
     EXPECT_EQ(summary.relinked, 11);
     EXPECT_EQ(summary.bytes, 0);
-    auto after = snapshot(layout.root);
-    auto sync = layout.syncURL(account).lexically_relative(layout.root).string();
-    before.erase(sync);
-    after.erase(sync);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName), before);
     auto filed = state("INBOX");
     EXPECT_FALSE(filed.relinking);
     EXPECT_EQ(filed.uidValidity, 2u);
