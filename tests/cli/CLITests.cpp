@@ -458,6 +458,7 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         std::string words;
     };
     const std::string port = std::to_string(dovecot().imapsPort());
+    // clang-format off
     const std::vector<Case> cases{
         {{"--version"}, "", 0, "quernstead-cli "},
         {{"frobnicate"}, "", 2, "unknown command ‘frobnicate’"},
@@ -466,41 +467,30 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         {{"list", "--account", "Nobody"}, "", 1, "No account named “Nobody” in the vault"},
         {{"search", "cats", "OR", "dogs"}, "", 2, "“OR” looks like a search operator"},
         {{"account", "add", "--user", user_, "--host", "127.0.0.1", "--port", port,
-          "--password-stdin"},
-         "wrong\n",
-         1,
-         "The password wasn’t accepted"},
-        {{"account", "add", "--user", user_, "--password-stdin"}, "x\n", 2, "Name the IMAP server"},
-        {{"account", "add", "--provider", "aol", "--user", user_, "--host", "127.0.0.1"},
-         "",
-         2,
+          "--password-stdin"}, "wrong\n", 1, "The password wasn’t accepted"},
+        {{"account", "add", "--user", user_, "--password-stdin"}, "x\n", 2,
+         "Name the IMAP server"},
+        {{"account", "add", "--provider", "aol", "--user", user_, "--host", "127.0.0.1"}, "", 2,
          "aol"},
         // Refused before connecting: nothing listens there.
         {{"account", "add", "--user", user_, "--host", "localhost", "--port", "1",
-          "--plaintext-local", "--password-stdin"},
-         "x\n",
-         2,
+          "--plaintext-local", "--password-stdin"}, "x\n", 2,
          "--plaintext-local is only for a test server on 127.0.0.1"},
         {{"account", "add", "--user", user_, "--host", "127.0.0.1", "--port", port,
-          "--password-command", "false"},
-         "",
-         1,
+          "--password-command", "false"}, "", 1,
          "The password command failed. “false” exited with status 1."},
         // The test CA is trusted through SSL_CERT_FILE; without it the server is a stranger.
         {{"env", "-u", "SSL_CERT_FILE", QS_CLI_PATH, "account", "add", "--user", user_, "--host",
-          "127.0.0.1", "--port", port, "--password-stdin"},
-         "x\n",
-         1,
+          "127.0.0.1", "--port", port, "--password-stdin"}, "x\n", 1,
          "point SSL_CERT_FILE at that authority’s certificate"},
         {{"backup"}, "", 1, "No accounts yet"},
         {{"account", "remove", "Nobody"}, "", 1, "No account named “Nobody”. The accounts: none."},
         {{"show", "Demo/INBOX/2020/nothing.eml"}, "", 1, "No message at"},
         {{"reindex"}, "", 1, "(" + VaultLock::describeHolder("backup") + ") is working on"},
-        {{"import", (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string()},
-         "",
-         1,
+        {{"import", (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string()}, "", 1,
          "The vault is busy"},
     };
+    // clang-format on
     // Another writer holds the vault all along.
     VaultLock held(ArchiveLayout{vault()}, "backup");
     for (const Case& c : cases) {
@@ -539,17 +529,16 @@ TEST_F(CLITest, AddingAnAccountAgainUpdatesItAndFoldersGoByTheirShownNames) {
         std::string words;
     };
     const std::vector<Case> cases{
+        // clang-format off
         {{"account", "edit", "Work", "--folder", "InBox"}, 0, "Work · 1 of "},
-        {{"account", "edit", "Work", "--folder", "Nope"},
-         1,
+        {{"account", "edit", "Work", "--folder", "Nope"}, 1,
          "no folder named “Nope”. Its folders: "},
         {{"account", "edit", "Demo", "--folder", "INBOX"}, 1, "The accounts: Work."},
-        {{"free-up", "--account", "Work", "--mailbox", "Nope", "--before", "2000-01-01"},
-         1,
+        {{"free-up", "--account", "Work", "--mailbox", "Nope", "--before", "2000-01-01"}, 1,
          "Work has no folder named “Nope”"},
-        {{"free-up", "--account", "Work", "--mailbox", "Reçus", "--before", "2000-01-01"},
-         0,
+        {{"free-up", "--account", "Work", "--mailbox", "Reçus", "--before", "2000-01-01"}, 0,
          "0 messages in Reçus"},
+        // clang-format on
     };
     for (const Case& c : cases) {
         ProcessResult result = cli(c.arguments);
