@@ -246,19 +246,17 @@ TEST_P(FolderChoice, VisitsWhatIsChosenAndSelectable) {
     EXPECT_EQ(summary.vanished, GetParam().vanished);
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Rules, FolderChoice,
-    testing::Values(ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1, {}},
-                    ChoiceCase{
-                        "StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2, {}},
-                    ChoiceCase{"UnselectableAndVanishedSkipped",
-                               {"Archive", "Gone", "Old", "Sent"},
-                               false,
-                               {"Sent"},
-                               1,
-                               {"Gone"}},
-                    ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1, {}}),
+    testing::Values(
+        ChoiceCase{"EmptyMeansInboxInAnyCase", {}, false, {"Inbox"}, 1, {}},
+        ChoiceCase{"StoredOrderKept", {"Sent", "Inbox"}, false, {"Sent", "Inbox"}, 2, {}},
+        ChoiceCase{"UnselectableAndVanishedSkipped", {"Archive", "Gone", "Old", "Sent"}, false,
+                   {"Sent"}, 1, {"Gone"}},
+        ChoiceCase{"EmptyListFallsBackToKnownFolders", {}, true, {"Inbox"}, 1, {}}),
     [](const testing::TestParamInfo<ChoiceCase>& info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     fill("INBOX", 100);
@@ -517,22 +515,19 @@ std::string forged(std::uint32_t uid) {
     return "* 9 FETCH (UID " + std::to_string(uid) + " BODY[] {6}\r\nforged)\r\n";
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Server, HostileAnswers,
-    testing::Values(HostileCase{"UnrequestedUID", forged(3), {}, {}, {}},
-                    HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
-                    HostileCase{"HugeLiteral",
-                                "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ",
-                                {},
-                                {},
-                                "bad literal"},
-                    HostileCase{"LineWithoutEnd",
-                                "* 1 FETCH (UID 1 FLAGS (" + std::string(1'100'000, 'a'),
-                                {},
-                                {},
-                                "unexpected end"},
-                    HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
+    testing::Values(
+        HostileCase{"UnrequestedUID", forged(3), {}, {}, {}},
+        HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
+        HostileCase{"HugeLiteral", "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ", {}, {},
+                    "bad literal"},
+        HostileCase{"LineWithoutEnd", "* 1 FETCH (UID 1 FLAGS (" + std::string(1'100'000, 'a'), {},
+                    {}, "unexpected end"},
+        HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
     [](const testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST_F(RunnerWithFake, GreatestPossibleUIDIsNotAskedPast) {
 
