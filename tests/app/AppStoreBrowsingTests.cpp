@@ -178,39 +178,23 @@ TEST_F(ViewTest, SelectionFollowsTheRules) {
         std::vector<std::string> visible;
         std::optional<std::string> selected;
     };
+    // clang-format off
     const std::vector<Case> cases = {
         {"typing filters the open message away and keeps it", a2, {query("zebra")}, {b1}, a2},
-        {"typing to nothing keeps it too",
-         a2,
-         {query("zebra"), view(SidebarItem::ofAccount("Ann"))},
-         {},
-         a2},
-        {"a view without the selection selects its first",
-         a2,
-         {view(SidebarItem::ofFolder("Ann", "Sent"))},
-         {s1},
-         s1},
-        {"blanks alone are no query",
-         a2,
-         {query(" \t "), view(SidebarItem::ofAccount("Bob"))},
-         {b1},
-         b1},
-        {"a view that holds the selection keeps it",
-         b1,
-         {view(SidebarItem::ofAccount("Bob"))},
-         {b1},
-         b1},
-        {"with no selection a view selects nothing",
-         std::nullopt,
-         {view(SidebarItem::ofAccount("Bob"))},
-         {b1},
-         std::nullopt},
-        {"clearing the query keeps order by date",
-         a1,
-         {query("zebra"), query("")},
-         {a1, b1, a2, s1},
-         a1},
+        {"typing to nothing keeps it too", a2,
+         {query("zebra"), view(SidebarItem::ofAccount("Ann"))}, {}, a2},
+        {"a view without the selection selects its first", a2,
+         {view(SidebarItem::ofFolder("Ann", "Sent"))}, {s1}, s1},
+        {"blanks alone are no query", a2, {query(" \t "), view(SidebarItem::ofAccount("Bob"))},
+         {b1}, b1},
+        {"a view that holds the selection keeps it", b1, {view(SidebarItem::ofAccount("Bob"))},
+         {b1}, b1},
+        {"with no selection a view selects nothing", std::nullopt,
+         {view(SidebarItem::ofAccount("Bob"))}, {b1}, std::nullopt},
+        {"clearing the query keeps order by date", a1, {query("zebra"), query("")},
+         {a1, b1, a2, s1}, a1},
     };
+    // clang-format on
     AppStore store;
     ASSERT_TRUE(scan(store));
     for (const auto& c : cases) {

@@ -24,23 +24,19 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
         std::optional<int64_t> server;
         CopyStatus expected;
     };
+    // clang-format off
     const Case cases[] = {
         {"no size, imported", mail, "Imported", std::nullopt, {CopyStatus::Kind::imported, 0, 0}},
         {"no size, other account", mail, "Ann", std::nullopt, {CopyStatus::Kind::saved, 0, 0}},
-        {"no size, content not looked at",
-         "junk",
-         "Ann",
-         std::nullopt,
+        {"no size, content not looked at", "junk", "Ann", std::nullopt,
          {CopyStatus::Kind::saved, 0, 0}},
         {"same length and valid", mail, "Imported", n, {CopyStatus::Kind::verified, n, 0}},
         {"longer on the server", mail, "Ann", n + 1, {CopyStatus::Kind::differs, n + 1, n}},
-        {"right length, not an email",
-         std::string(size_t(n), 'x'),
-         "Ann",
-         n,
+        {"right length, not an email", std::string(size_t(n), 'x'), "Ann", n,
          {CopyStatus::Kind::differs, n, n}},
         {"empty file, size 0", "", "Ann", 0, {CopyStatus::Kind::differs, 0, 0}},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         qs::MessageRecord record;

@@ -28,11 +28,6 @@ nlohmann::json fileContents(const fs::path& path) {
     return nlohmann::json::parse(qs::FileIO::read(path));
 }
 
-TEST(Credentials, KeyNamesUserHostAndPort) {
-    EXPECT_EQ(qs::Credentials::key(account("Work", "ann@x.org", "imap.x.org", 1993)),
-              "ann@x.org@imap.x.org:1993");
-}
-
 TEST(Credentials, UsesKeychainUnlessToolingVariablesAreSet) {
     struct Case {
         const char* name;

@@ -3,14 +3,12 @@
 // CA to trust into the file given, then waits for SIGINT or SIGTERM and stops the server.
 //
 //     demo-server ENV_FILE [SEED] [COUNT]
-#include "support/DemoMail.h"
-#include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <map>
 
 int main(int argc, char** argv) {
     if (argc < 2) {
@@ -25,17 +23,7 @@ int main(int argc, char** argv) {
         server.addUser(user, password);
         // Each message arrives when its Date header says, so a backup files the mail over its
         // fifteen years rather than all under this one.
-        std::map<std::string, std::vector<std::string>> byFolder;
-        std::map<std::string, std::vector<qs::test::DovecotFixture::Arrival>> arrivals;
-        for (auto& message : qs::test::DemoMail::generate(seed, count)) {
-            byFolder[message.folder].push_back(std::move(message.bytes));
-            arrivals[message.folder].push_back(message.date);
-        }
-        for (const std::string& folder : qs::test::DemoMail::folders()) {
-            if (folder != "INBOX")
-                server.createFolder(user, folder);
-            server.deliverAll(user, folder, byFolder[folder], arrivals[folder]);
-        }
+        qs::test::seedDemoMail(server, user, seed, count);
         // Blocked only now: Dovecot inherits the mask of this process when it starts, and must
         // still hear the fixture's SIGTERM. A signal during the start ends this program and
         // Dovecot follows its parent.

@@ -1,9 +1,9 @@
 #include "support/DovecotFixture.h"
 
+#include "support/Loopback.h"
 #include "support/Subprocess.h"
 #include "support/TestCertificates.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -15,11 +15,9 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
-#include <netinet/in.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -63,30 +61,12 @@ std::string readFile(const fs::path& path) {
     return text.str();
 }
 
-// A port that was free a moment ago (Dovecot has no port 0 of its own).
-uint16_t freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error(std::string("no free port: ") + std::strerror(errno));
-    }
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
 bool accepts(uint16_t port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    ::close(fd);
-    return connected;
+    int fd = Loopback::connect(port);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return fd >= 0;
 }
 
 void replaceAll(std::string& text, std::string_view from, const std::string& to) {
@@ -157,8 +137,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         for (const char* sub : {"run", "state", "home"}) {
             fs::create_directories(directory_ / sub);
         }
-        imapsPort_ = freePort();
-        imapPort_ = options_.plainListener ? freePort() : 0;
+        imapsPort_ = Loopback::freePort();
+        imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
         writeUsers();
 
         configFile_ = directory_ / "dovecot.conf";
@@ -299,22 +279,10 @@ uint32_t DovecotFixture::deliver(const std::string& user, const std::string& fol
 std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
                                                  const std::vector<std::string>& messages,
                                                  const std::vector<Arrival>& arrivals) {
-    if (!arrivals.empty()) {
-        return append(user, folder, messages, arrivals);
-    }
-    for (const std::string& message : messages) {
-        runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder},
-                   message);
-    }
-    std::vector<StoredMessage> stored = this->messages(user, folder);
-    if (stored.size() < messages.size()) {
-        throw std::runtime_error("doveadm save stored fewer messages than given in " + folder);
-    }
-    std::vector<uint32_t> uids;
-    for (size_t i = stored.size() - messages.size(); i < stored.size(); ++i) {
-        uids.push_back(stored[i].uid);
-    }
-    return uids;
+    return append(user, folder, messages,
+                  arrivals.empty()
+                      ? std::vector<Arrival>(messages.size(), std::chrono::system_clock::now())
+                      : arrivals);
 }
 
 std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std::string& folder,

@@ -85,11 +85,10 @@ public:
     /// now. With one, the folder's name must be ASCII (std::invalid_argument otherwise).
     uint32_t deliver(const std::string& user, const std::string& folder, const std::string& message,
                      std::optional<Arrival> arrival = std::nullopt);
-    /// Stores messages in order and returns their UIDs; faster than one deliver() each. With
-    /// `arrivals` empty every message arrives now, and the folder must hold no other new
-    /// messages meanwhile. Otherwise `arrivals` gives each message its arrival, one for each
-    /// (std::invalid_argument when the counts differ or the folder's name isn't ASCII); they
-    /// are then appended over IMAP in one session, which is quicker still.
+    /// Stores messages in order, appended over IMAP in one session, and returns their UIDs.
+    /// With `arrivals` empty every message arrives now; otherwise `arrivals` gives each its
+    /// arrival, one for each. Throws std::invalid_argument when the counts differ or the
+    /// folder's name isn't ASCII.
     std::vector<uint32_t> deliverAll(const std::string& user, const std::string& folder,
                                      const std::vector<std::string>& messages,
                                      const std::vector<Arrival>& arrivals = {});

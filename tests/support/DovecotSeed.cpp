@@ -1,6 +1,7 @@
 #include "support/DovecotSeed.h"
 
 #include "support/Corpus.h"
+#include "support/DemoMail.h"
 #include "support/Subprocess.h"
 
 #include <cerrno>
@@ -89,6 +90,34 @@ void seedFolders(const fs::path& directory, const fs::path& config, const std::s
 void seedFolders(DovecotFixture& dovecot, const std::string& user,
                  const std::map<std::string, std::vector<SeedMessage>>& folders) {
     seedFolders(dovecot.directory(), dovecot.configFile(), user, folders);
+}
+
+void seedFolders(DovecotFixture& dovecot, const std::string& user,
+                 const std::map<std::string, std::vector<std::string>>& folders) {
+    std::map<std::string, std::vector<SeedMessage>> seeded;
+    for (const auto& [folder, messages] : folders) {
+        for (const std::string& bytes : messages) {
+            seeded[folder].push_back({bytes, std::nullopt});
+        }
+    }
+    seedFolders(dovecot, user, seeded);
+}
+
+std::map<std::string, size_t> seedDemoMail(DovecotFixture& dovecot, const std::string& user,
+                                           uint64_t seed, int count) {
+    std::map<std::string, std::vector<SeedMessage>> folders;
+    for (DemoMessage& message : DemoMail::generate(seed, count)) {
+        folders[message.folder].push_back(
+            {std::move(message.bytes),
+             std::chrono::duration_cast<std::chrono::seconds>(message.date.time_since_epoch())
+                 .count()});
+    }
+    seedFolders(dovecot, user, folders);
+    std::map<std::string, size_t> counts;
+    for (const auto& [folder, messages] : folders) {
+        counts[folder] = messages.size();
+    }
+    return counts;
 }
 
 } // namespace qs::test

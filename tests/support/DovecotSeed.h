@@ -61,5 +61,13 @@ void seedFolders(const std::filesystem::path& directory, const std::filesystem::
 /// The same against a running fixture, in its own folder.
 void seedFolders(DovecotFixture& dovecot, const std::string& user,
                  const std::map<std::string, std::vector<SeedMessage>>& folders);
+/// The same for messages that all arrive at the moment of seeding.
+void seedFolders(DovecotFixture& dovecot, const std::string& user,
+                 const std::map<std::string, std::vector<std::string>>& folders);
+
+/// Seeds the generated mailbox of DemoMail, `count` messages from `seed`, into a user's folders,
+/// each message arriving when its Date header says. Returns how many went to each folder.
+std::map<std::string, size_t> seedDemoMail(DovecotFixture& dovecot, const std::string& user,
+                                           uint64_t seed, int count);
 
 } // namespace qs::test

@@ -1,7 +1,8 @@
 #include "support/FakeIMAPServer.h"
 
+#include "support/Loopback.h"
+
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -167,16 +168,8 @@ void FakeIMAPConnection::send(std::string_view line) {
 }
 
 void FakeIMAPConnection::sendRaw(std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t sent = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent <= 0) {
-            closeRequested_ = true; // the client is gone; nothing more can be said
-            return;
-        }
-        bytes.remove_prefix(static_cast<size_t>(sent));
+    if (!Loopback::sendAll(fd_, bytes)) {
+        closeRequested_ = true; // the client is gone; nothing more can be said
     }
 }
 
@@ -259,18 +252,7 @@ void FakeIMAPServer::serve() {
     wakeRead_ = pipeFds[0];
     wakeWrite_ = pipeFds[1];
 
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    socklen_t length = sizeof address;
-    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listenFd_, 16) != 0 ||
-        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error(std::string("fake IMAP server: ") + std::strerror(errno));
-    }
-    port_ = ntohs(address.sin_port);
+    listenFd_ = Loopback::listen(port_, 16, "fake IMAP server");
 
     thread_ = std::thread([this] {
         for (;;) {
@@ -541,9 +523,7 @@ FakeIMAPCommand FakeIMAPServer::parseCommand(std::string line) {
 }
 
 bool FakeIMAPServer::sendAll(int fd, std::string_view bytes) {
-    FakeIMAPConnection connection(fd);
-    connection.sendRaw(bytes);
-    return !connection.closeRequested();
+    return Loopback::sendAll(fd, bytes);
 }
 
 bool FakeIMAPServer::pause(int milliseconds) {

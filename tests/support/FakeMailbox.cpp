@@ -49,31 +49,6 @@ int64_t searchDate(const std::string& text) {
     return -1;
 }
 
-// Whether `uid` is in an IMAP set such as "1:3,5,9:*", where * is the highest UID.
-bool inSet(const std::string& set, uint32_t uid, uint32_t highest) {
-    size_t i = 0;
-    while (i <= set.size()) {
-        size_t end = std::min(set.find(',', i), set.size());
-        std::string piece = set.substr(i, end - i);
-        auto number = [&](const std::string& text) -> uint32_t {
-            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
-        };
-        size_t colon = piece.find(':');
-        if (!piece.empty()) {
-            uint32_t first = number(piece.substr(0, colon));
-            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-            if (first > last) {
-                std::swap(first, last);
-            }
-            if (uid >= first && uid <= last) {
-                return true;
-            }
-        }
-        i = end + 1;
-    }
-    return false;
-}
-
 bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
     return std::any_of(message.flags.begin(), message.flags.end(),
                        [&](const std::string& f) { return upper(f) == upper(flag); });
@@ -104,6 +79,30 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 } // namespace
+
+bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) {
+    size_t i = 0;
+    while (i <= set.size()) {
+        size_t end = std::min(set.find(',', i), set.size());
+        std::string piece = set.substr(i, end - i);
+        auto number = [&](const std::string& text) -> uint32_t {
+            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
+        };
+        size_t colon = piece.find(':');
+        if (!piece.empty()) {
+            uint32_t first = number(piece.substr(0, colon));
+            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
+            if (first > last) {
+                std::swap(first, last);
+            }
+            if (uid >= first && uid <= last) {
+                return true;
+            }
+        }
+        i = end + 1;
+    }
+    return false;
+}
 
 FakeMailbox::FakeMailbox(Options options) : options_(std::move(options)) {
     folders_["INBOX"] = Folder{};
@@ -271,23 +270,27 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
         return;
     }
     std::string items = upper(command.arguments[1]);
+    bool body =
+        items.find("BODY.PEEK[]") != std::string::npos || items.find("BODY[]") != std::string::npos;
+    bool firstBodies = body && ++bodyFetches_ == 1;
+    if (firstBodies) {
+        connection.sendRaw(beforeFirstBodies);
+    }
     uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
     for (size_t index = 0; index < folder->messages.size(); ++index) {
         Message& message = folder->messages[index];
         if (!inSet(command.arguments[0], message.uid, highest)) {
             continue;
         }
-        bool body = items.find("BODY.PEEK[]") != std::string::npos ||
-                    items.find("BODY[]") != std::string::npos;
         if (items.find("BODY[]") != std::string::npos && !readOnly_ &&
             !hasFlag(message, "\\Seen")) {
             message.flags.push_back("\\Seen");
         }
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
-        if (items.find("RFC822.SIZE") != std::string::npos) {
-            line += " RFC822.SIZE " + std::to_string(message.reportedSize.value_or(
-                                          static_cast<int64_t>(message.body.size())));
+        int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
+        if (items.find("RFC822.SIZE") != std::string::npos && size >= 0) {
+            line += " RFC822.SIZE " + std::to_string(size);
         }
         if (items.find("INTERNALDATE") != std::string::npos) {
             line += " INTERNALDATE \"" + internalDate(message.internalDate) + "\"";
@@ -296,9 +299,20 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
             line += " FLAGS (" + joined(message.flags) + ")";
         }
         if (body) {
-            line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n" + message.body;
+            line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n";
+            if (++bodiesSent_ == dropInBody) {
+                connection.sendRaw(line + message.body.substr(0, message.body.size() / 2));
+                if (!stallInBody) {
+                    connection.close();
+                }
+                return;
+            }
+            line += message.body;
         }
         connection.send(line + ")");
+    }
+    if (firstBodies) {
+        connection.sendRaw(afterFirstBodies);
     }
     connection.send(command.tag + " OK Fetch completed");
 }

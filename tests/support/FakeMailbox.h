@@ -49,7 +49,8 @@ public:
         std::vector<std::string> flags;
         /// Unix seconds; INTERNALDATE is written in UTC.
         int64_t internalDate = 1704067200; // 1 Jan 2024
-        /// What RFC822.SIZE reports; the body's size when not set (set it to make a liar).
+        /// What RFC822.SIZE reports; the body's size when not set (set it to make a liar), and
+        /// left out of the answer when negative.
         std::optional<int64_t> reportedSize;
     };
 
@@ -83,8 +84,21 @@ public:
     std::vector<Message> messages(const std::string& folder) const;
     std::vector<uint32_t> uids(const std::string& folder) const;
 
+    /// Whether `uid` is in an IMAP set such as "1:3,5,9:*", where * is `highest`.
+    static bool inSet(const std::string& set, uint32_t uid, uint32_t highest);
+
     /// Sees each command first; returns true when it has answered it.
     std::function<bool(FakeIMAPConnection&, const FakeIMAPCommand&)> intercept;
+
+    /// Faults in answers to a body FETCH. Counting bodies over all connections from 1, the
+    /// connection closes halfway through body `dropInBody`'s literal. The raw bytes go out
+    /// ahead of and after the bodies of the first body FETCH (an answer nobody asked for, a
+    /// literal of absurd length, a line that never ends). With `stallInBody` the connection
+    /// stays open and silent instead of closing.
+    std::optional<int> dropInBody;
+    bool stallInBody = false;
+    std::string beforeFirstBodies;
+    std::string afterFirstBodies;
 
 private:
     std::string capabilities() const;
@@ -101,6 +115,8 @@ private:
     std::string selected_;
     bool readOnly_ = true;
     bool signedIn_ = false;
+    int bodiesSent_ = 0;
+    int bodyFetches_ = 0;
 };
 
 } // namespace qs::test

@@ -1,10 +1,10 @@
 #include "support/IMAPRelay.h"
 
-#include <arpa/inet.h>
+#include "support/Loopback.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
@@ -13,55 +13,13 @@
 
 namespace qs::test {
 
-namespace {
-
-bool sendAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) {
-            continue;
-        }
-        if (sent <= 0) {
-            return false;
-        }
-        data += sent;
-        size -= static_cast<size_t>(sent);
-    }
-    return true;
-}
-
-int connectTo(uint16_t port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-} // namespace
-
 IMAPRelay::IMAPRelay(uint16_t serverPort) : serverPort_(serverPort) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
-        ::pipe2(wake_, O_CLOEXEC) != 0) {
+    listener_ = Loopback::listen(port_, 16, "IMAPRelay");
+    if (::pipe2(wake_, O_CLOEXEC) != 0) {
         std::string error = std::strerror(errno);
-        if (listener_ >= 0) {
-            ::close(listener_);
-        }
-        throw std::runtime_error("IMAPRelay: cannot listen: " + error);
+        ::close(listener_);
+        throw std::runtime_error("IMAPRelay: " + error);
     }
-    port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
@@ -140,7 +98,7 @@ bool IMAPRelay::matches(const std::string& line) {
 }
 
 void IMAPRelay::relay(int client) {
-    int server = connectTo(serverPort_);
+    int server = Loopback::connect(serverPort_);
     // Client bytes not yet forwarded: commands go on a whole line at a time.
     std::string pending;
     char buffer[65536];
@@ -157,7 +115,8 @@ void IMAPRelay::relay(int client) {
         }
         if (fds[1].revents != 0) {
             ssize_t got = ::recv(server, buffer, sizeof buffer, 0);
-            if (got <= 0 || !sendAll(client, buffer, static_cast<size_t>(got))) {
+            if (got <= 0 ||
+                !Loopback::sendAll(client, std::string_view(buffer, static_cast<size_t>(got)))) {
                 break;
             }
         }
@@ -188,7 +147,7 @@ void IMAPRelay::relay(int client) {
                     break;
                 }
             }
-            if (!sendAll(server, line.data(), line.size())) {
+            if (!Loopback::sendAll(server, line)) {
                 cut = true;
             }
         }

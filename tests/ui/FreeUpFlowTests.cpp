@@ -166,8 +166,14 @@ TEST(FreeUpFlow, ReleasesOnlyProvenCopiesFromARealServer) {
     flow.start();
     flow.setMailbox(QStringLiteral("Archive"));
     flow.setBeforeText(QStringLiteral("2022-01-01"));
-    flow.verify();
     const CleanupModel& cleanup = store.cleanup();
+    // Cancelled during verification: back to choose.
+    flow.verify();
+    EXPECT_EQ(cleanup.stage(), CleanupStage::verify);
+    store.cancelCleanup();
+    EXPECT_EQ(cleanup.stage(), CleanupStage::choose);
+    EXPECT_FALSE(cleanup.busy());
+    flow.verify();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !cleanup.busy(); }, waitMilliseconds));
     QVariantMap view = flow.view();
     ASSERT_FALSE(view.contains("error")) << view["error"].toMap()["title"].toString().toStdString();
@@ -197,6 +203,12 @@ TEST(FreeUpFlow, ReleasesOnlyProvenCopiesFromARealServer) {
     view = flow.view();
     EXPECT_FALSE(view.contains("error")) << view["error"].toMap()["title"].toString().toStdString();
     EXPECT_EQ(view["released"].toMap()["done"].toLongLong(), 3);
+    EXPECT_EQ(QString::fromStdString(*cleanup.result()),
+              QStringLiteral("3 messages · %1 released from Old Mail › Archive. Your verified "
+                             "copies stay in the vault.")
+                  .arg(QLocale().formattedDataSize(cleanup.plan()->verifiedBytes(), 1,
+                                                   QLocale::DataSizeSIFormat)));
+    EXPECT_EQ(store.toast()->text, "Released 3 from the server · copies safe in the vault");
 
     std::vector<uint32_t> left;
     for (const auto& message : dovecot.messages(user, "Archive")) {
@@ -204,6 +216,9 @@ TEST(FreeUpFlow, ReleasesOnlyProvenCopiesFromARealServer) {
     }
     EXPECT_EQ(left, (std::vector<uint32_t>{uids[1], uids[3], uids[5], uids[6]}));
     store.resetCleanup();
+    EXPECT_EQ(cleanup.stage(), CleanupStage::choose);
+    EXPECT_FALSE(cleanup.plan() || cleanup.result());
+    EXPECT_EQ(cleanup.checked(), 0);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "support/DovecotFixture.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
+#include "support/FileSnapshot.h"
 #include "support/TemporaryDirectory.h"
 #include "vault/VaultLock.h"
 
@@ -16,19 +17,6 @@ namespace fs = std::filesystem;
 using namespace qs;
 using test::DovecotFixture;
 using Status = CleanupItem::Status;
-
-// Every file of the vault but its records, with its bytes and modification time.
-std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const fs::path& root) {
-    std::map<std::string, std::pair<std::string, fs::file_time_type>> files;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        // The vault's lock is held by the release itself.
-        if (entry.is_regular_file() && entry.path().filename() != VaultLock::fileName) {
-            files[fs::relative(entry.path(), root).string()] = {FileIO::read(entry.path()),
-                                                                entry.last_write_time()};
-        }
-    }
-    return files;
-}
 
 std::vector<uint32_t> uidsOf(const std::vector<CleanupItem>& items) {
     std::vector<uint32_t> uids;
@@ -70,7 +58,8 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     // One copy lost from the vault: that message can't be proven and must stay.
     FolderState filed = layout.loadSync(account).folders.at("INBOX");
     fs::remove(layout.url(filed.files.at("5")));
-    auto vaultBefore = snapshot(layout.root);
+    // The vault's lock is held by the release itself.
+    auto vaultBefore = test::snapshotFiles(layout.root, VaultLock::fileName);
     std::string syncBefore = FileIO::read(layout.syncURL(account));
 
     Cleaner cleaner(layout, account, "secret");
@@ -119,7 +108,7 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
         expected.push_back(uid);
     }
     EXPECT_EQ(left, expected);
-    EXPECT_EQ(snapshot(layout.root), vaultBefore);
+    EXPECT_EQ(test::snapshotFiles(layout.root, VaultLock::fileName), vaultBefore);
     EXPECT_EQ(FileIO::read(layout.syncURL(account)), syncBefore);
 
     CleanupPlan again = cleaner.survey("INBOX", limit);

@@ -167,7 +167,8 @@ struct Scenario {
             if (!hasDeleted(message)) {
                 continue;
             }
-            if (command.name == "UID EXPUNGE" && !inSet(command.arguments.at(0), message.uid)) {
+            if (command.name == "UID EXPUNGE" &&
+                !FakeMailbox::inSet(command.arguments.at(0), message.uid, 0)) {
                 continue;
             }
             std::string who = "UID " + std::to_string(message.uid) + ": ";
@@ -195,25 +196,6 @@ struct Scenario {
                 oracle.violation(who + "released with a copy that isn't mail");
             }
         }
-    }
-
-    // Whether `uid` is in a UID set such as "1:3,5".
-    static bool inSet(const std::string& set, uint32_t uid) {
-        size_t start = 0;
-        while (start <= set.size()) {
-            size_t end = std::min(set.find(',', start), set.size());
-            std::string piece = set.substr(start, end - start);
-            size_t colon = piece.find(':');
-            uint32_t first = static_cast<uint32_t>(std::stoul(piece.substr(0, colon)));
-            uint32_t last = colon == std::string::npos
-                                ? first
-                                : static_cast<uint32_t>(std::stoul(piece.substr(colon + 1)));
-            if (uid >= first && uid <= last) {
-                return true;
-            }
-            start = end + 1;
-        }
-        return false;
     }
 
     std::mt19937& random;

@@ -112,6 +112,31 @@ TEST(CleanerSurvey, CopiesCountOnlyUnderTheSameUIDValidity) {
     }
 }
 
+// A sync-state key names a message only when it is the UID in plain decimal and nothing else;
+// the copies here carry no UID in their names, so the state is the only way to find them.
+TEST(CleanerSurvey, StateKeysCountOnlyAsWholeDecimalUIDs) {
+    CleanupWorld world(true);
+    const std::string keys[] = {"1", "2x", " 3", "+4", "5 ", "-6", ""};
+    std::vector<bool> found;
+    for (const std::string& key : keys) {
+        uint32_t uid = world.add(CleanupWorld::message(static_cast<int>(found.size())),
+                                 CleanupWorld::oldDate, false);
+        std::string path = "Test/INBOX/Copy of " + std::to_string(uid) + "a.eml";
+        std::filesystem::create_directories(world.layout.url(path).parent_path());
+        std::ofstream(world.layout.url(path), std::ios::binary)
+            << CleanupWorld::message(static_cast<int>(found.size()));
+        world.folder.files[key] = path;
+        found.push_back(key == "1");
+    }
+    world.saveSync();
+    CleanupPlan plan = world.plan();
+    ASSERT_EQ(plan.items.size(), found.size());
+    for (size_t i = 0; i < found.size(); ++i) {
+        EXPECT_EQ(plan.items[i].status == Status::verified(), found[i]) << '"' << keys[i] << '"';
+        EXPECT_EQ(plan.items[i].localPath.has_value(), found[i]) << '"' << keys[i] << '"';
+    }
+}
+
 TEST(CleanerSurvey, MetadataGoesInSlicesOf500AndNotAtAllForNothing) {
     CleanupWorld world(true);
     for (int i = 0; i < 1001; ++i) {
