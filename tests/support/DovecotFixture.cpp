@@ -1,6 +1,7 @@
 #include "support/DovecotFixture.h"
 
 #include "support/Loopback.h"
+#include "support/ScratchFiles.h"
 #include "support/Subprocess.h"
 #include "support/TestCertificates.h"
 
@@ -34,32 +35,6 @@ constexpr gid_t mailGID = 65534;
 
 // How long the server may take to come up before the fixture gives up.
 constexpr auto startLimit = std::chrono::seconds(20);
-
-fs::path makeTemporaryFolder(const char* prefix) {
-    std::string pattern = (fs::temp_directory_path() / (std::string(prefix) + "XXXXXX")).string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
-    }
-    // Dovecot's unprivileged processes must be able to walk into it.
-    fs::permissions(pattern, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                 fs::perms::others_read | fs::perms::others_exec);
-    return pattern;
-}
-
-void writeFile(const fs::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
-}
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 bool accepts(uint16_t port) {
     int fd = Loopback::connect(port);
@@ -127,7 +102,7 @@ service imap-login {
 } // namespace
 
 DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
-    directory_ = makeTemporaryFolder("qs-dovecot-");
+    directory_ = ScratchFiles::makeSharedFolder("qs-dovecot-");
     try {
         CertificateAuthority ca =
             options_.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
@@ -146,7 +121,7 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         replaceAll(config, "@DIR@", directory_.string());
         replaceAll(config, "@IMAP@", std::to_string(imapPort_));
         replaceAll(config, "@IMAPS@", std::to_string(imapsPort_));
-        writeFile(configFile_, config);
+        ScratchFiles::write(configFile_, config);
 
         master_ = ::fork();
         if (master_ < 0) {
@@ -170,8 +145,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
             int status = 0;
             if (::waitpid(master_, &status, WNOHANG) == master_) {
                 master_ = -1;
-                throw std::runtime_error(
-                    "dovecot exited at start: " + readFile(directory_ / "master.out") + log());
+                throw std::runtime_error("dovecot exited at start: " +
+                                         ScratchFiles::read(directory_ / "master.out") + log());
             }
             if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_))) {
                 break;
@@ -215,11 +190,11 @@ void DovecotFixture::writeUsers() const {
                            std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() +
                            "::\n";
         fs::path path = directory_ / "users" / user;
-        if (fs::exists(path) && readFile(path) == line) {
+        if (fs::exists(path) && ScratchFiles::read(path) == line) {
             continue;
         }
         // Replaced whole so that Dovecot never sees half a file.
-        writeFile(directory_ / "users" / (user + ".new"), line);
+        ScratchFiles::write(directory_ / "users" / (user + ".new"), line);
         fs::rename(directory_ / "users" / (user + ".new"), path);
     }
 }
@@ -416,7 +391,7 @@ void DovecotFixture::addFlags(const std::string& user, const std::string& folder
 }
 
 std::string DovecotFixture::log() const {
-    return readFile(directory_ / "dovecot.log");
+    return ScratchFiles::read(directory_ / "dovecot.log");
 }
 
 } // namespace qs::test

@@ -1,5 +1,6 @@
 #include "support/TestCertificates.h"
 
+#include "support/ScratchFiles.h"
 #include "support/Subprocess.h"
 
 #include <cerrno>
@@ -13,36 +14,6 @@
 namespace qs::test {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-// Readable by every user: a server running under another uid reads its chain from here.
-fs::path makeTemporaryFolder(const char* prefix) {
-    std::string pattern = (fs::temp_directory_path() / (std::string(prefix) + "XXXXXX")).string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
-    }
-    fs::permissions(pattern, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                 fs::perms::others_read | fs::perms::others_exec);
-    return pattern;
-}
-
-void writeFile(const fs::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
-}
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-} // namespace
 
 CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
     CertificateAuthority ca{folder / "ca.key", folder / "ca.pem"};
@@ -73,7 +44,7 @@ CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
 // forked child leaving must not take it along.
 const CertificateAuthority& trustedCA() {
     struct Owned {
-        fs::path folder = makeTemporaryFolder("qs-test-ca-");
+        fs::path folder = ScratchFiles::makeSharedFolder("qs-test-ca-");
         pid_t owner = ::getpid();
         CertificateAuthority ca = makeCA(folder, "Quernstead Test CA");
         Owned() {
@@ -95,10 +66,10 @@ const CertificateAuthority& trustedCA() {
 void issueServerCertificate(const CertificateAuthority& ca, const fs::path& folder,
                             const std::string& host) {
     std::string names = host.empty() ? "IP:127.0.0.1,DNS:localhost" : "DNS:" + host;
-    writeFile(folder / "server.ext", "subjectAltName=" + names +
-                                         "\nbasicConstraints=CA:FALSE"
-                                         "\nkeyUsage=digitalSignature,keyEncipherment"
-                                         "\nextendedKeyUsage=serverAuth\n");
+    ScratchFiles::write(folder / "server.ext", "subjectAltName=" + names +
+                                                   "\nbasicConstraints=CA:FALSE"
+                                                   "\nkeyUsage=digitalSignature,keyEncipherment"
+                                                   "\nextendedKeyUsage=serverAuth\n");
     runChecked({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
                 "-nodes", "-keyout", (folder / "server.key").string(), "-out",
                 (folder / "server.csr").string(), "-subj",
@@ -107,8 +78,8 @@ void issueServerCertificate(const CertificateAuthority& ca, const fs::path& fold
                 ca.certificate.string(), "-CAkey", ca.key.string(), "-CAcreateserial", "-out",
                 (folder / "server.pem").string(), "-days", "3", "-extfile",
                 (folder / "server.ext").string()});
-    writeFile(folder / "server-chain.pem",
-              readFile(folder / "server.pem") + readFile(ca.certificate));
+    ScratchFiles::write(folder / "server-chain.pem", ScratchFiles::read(folder / "server.pem") +
+                                                         ScratchFiles::read(ca.certificate));
 }
 
 } // namespace qs::test
