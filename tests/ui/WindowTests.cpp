@@ -200,11 +200,16 @@ TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return sheet->property("opened").toBool(); }, 5'000));
     QQuickItem* card = inSheet("provider-custom");
     ASSERT_TRUE(QTest::qWaitFor([&] { return card->width() > 0; }, 5'000));
-    const QPoint centre =
-        card->mapToScene(QPointF(card->width() / 2, card->height() / 2)).toPoint();
-    QTest::mouseMove(window_, centre);
-    QTest::mouseClick(window_, Qt::LeftButton, {}, centre, 20);
-    EXPECT_EQ(flow->step(), AddAccountFlow::Credentials);
+    // The sheet may still be sliding in: click where the card is now until the click lands.
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            const QPoint centre =
+                card->mapToScene(QPointF(card->width() / 2, card->height() / 2)).toPoint();
+            QTest::mouseMove(window_, centre);
+            QTest::mouseClick(window_, Qt::LeftButton, {}, centre, 20);
+            return flow->step() == AddAccountFlow::Credentials;
+        },
+        5'000));
 
     QQuickItem* host = inSheet("hostField")->childItems().value(1);
     host->forceActiveFocus();
