@@ -17,6 +17,24 @@
 
 namespace qs {
 
+namespace {
+
+// The keychain's answer, or the sheet's words for why there is none.
+std::optional<std::string> passwordOrError(const MailAccount& account, CleanupModel& cleanup) {
+    try {
+        if (auto password = Credentials::password(account)) {
+            return password;
+        }
+        cleanup.setError(FriendlyError::Message{"No saved password for " + account.label,
+                                                "Remove the account and add it again."});
+    } catch (...) {
+        cleanup.setError(FriendlyError::describe(std::current_exception(), account.server.host));
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
 void AppStore::setShowFreeUp(bool show) {
     if (show != showFreeUp_) {
         showFreeUp_ = show;
@@ -38,16 +56,8 @@ void AppStore::resetCleanup() {
 
 void AppStore::checkCleanup(const MailAccount& account, const std::string& mailbox, Date before) {
     resetCleanup();
-    std::optional<std::string> password;
-    try {
-        password = Credentials::password(account);
-    } catch (...) {
-        cleanup_->setError(FriendlyError::describe(std::current_exception(), account.server.host));
-        return;
-    }
+    auto password = passwordOrError(account, *cleanup_);
     if (!password) {
-        cleanup_->setError(FriendlyError::Message{"No saved password for " + account.label,
-                                                  "Remove the account and add it again."});
         return;
     }
     cleanup_->setBusy(true);
@@ -119,13 +129,7 @@ void AppStore::runCleanup(const MailAccount& account) {
     if (!cleanup_->plan()) {
         return;
     }
-    std::optional<std::string> password;
-    try {
-        password = Credentials::password(account);
-    } catch (...) {
-        cleanup_->setError(FriendlyError::describe(std::current_exception(), account.server.host));
-        return;
-    }
+    auto password = passwordOrError(account, *cleanup_);
     if (!password) {
         return;
     }
