@@ -1,3 +1,4 @@
+#include "mime/MIMEHeaders.h"
 #include "mime/MIMEParser.h"
 
 #include <gtest/gtest.h>
@@ -171,6 +172,97 @@ TEST(MIMEParserStructure, ComputedFieldsAreDerivedFromTheHeaders) {
     auto plain =
         MIMEParser::parsePart(ByteSlice(std::string("\nabc")), 0, ContentType::defaultText());
     EXPECT_EQ(plain.decodedBody().data(), plain.body.data());
+}
+
+TEST(MIMEHeaders, ParseGivesTheFieldsInOrder) {
+    struct Row {
+        std::string input;
+        std::vector<MIMEHeaderField> fields;
+    } rows[] = {
+        {"", {}},
+        {"Subject: a\n b\n", {{"Subject", "a b"}}},
+        {"Subject: a\r\n\t\t b  \r\nTo: x\r\n", {{"Subject", "a b"}, {"To", "x"}}},
+        {" x\nFrom: a\n", {{"From", "a"}}},
+        {"Bad Name: v\n more\nTo: t\n", {{"To", "t"}}},
+        {"garbage\nTo: t\n", {{"To", "t"}}},
+        {": v\n", {}},
+        {"Subject  : x", {{"Subject", "x"}}},
+        {"Date: 10:00:01\nX-Empty:\n", {{"Date", "10:00:01"}, {"X-Empty", ""}}},
+        {"Received: a\nReceived: b\n", {{"Received", "a"}, {"Received", "b"}}},
+        // 8-bit header bytes that aren't UTF-8 read as Windows-1252, its holes repaired.
+        {"Subject: caf\xE9 \x80\n", {{"Subject", "caf\xC3\xA9 \xE2\x82\xAC"}}},
+        {"Subject: a\x81\xE9\n", {{"Subject", "a\xEF\xBF\xBD\xEF\xBF\xBD"}}},
+        {"Subject: \xC3\xA9t\xC3\xA9\n", {{"Subject", "\xC3\xA9t\xC3\xA9"}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.input);
+        EXPECT_EQ(MIMEHeaders::parse(row.input).fields, row.fields);
+    }
+}
+
+TEST(MIMEHeaders, LookupIgnoresLetterCaseAndGivesTheFirstMatch) {
+    auto headers = MIMEHeaders::parse("received: one\nRECEIVED: two\nSubject: s\nX-@: a\n");
+    EXPECT_EQ(headers["Received"], "one");
+    EXPECT_EQ(headers["X-Missing"], std::nullopt);
+    EXPECT_EQ(headers.all("Received"), (std::vector<std::string>{"one", "two"}));
+    EXPECT_TRUE(headers.contains("SUBJECT"));
+    ASSERT_NE(headers.first("subject"), nullptr);
+    EXPECT_EQ(*headers.first("subject"), "s");
+    // '@' and '`' differ by the case bit alone.
+    EXPECT_EQ(headers["X-`"], std::nullopt);
+    EXPECT_EQ(headers["x-@"], "a");
+}
+
+TEST(MIMEParserSplit, HeaderBodyAtTheFirstBlankLine) {
+    struct Row {
+        std::string input, head, body;
+    } rows[] = {
+        {"", "", ""},
+        {"\r\nbody", "", "body"},
+        {"A: 1\nB: 2\n\nbody\n\nmore", "A: 1\nB: 2\n", "body\n\nmore"},
+        {"A: 1\r\n\r\nbody\r\n", "A: 1\r\n", "body\r\n"},
+        {"A: 1\n\r\nbody", "A: 1\n", "body"},
+        {"A: 1\r\nB: 2\r\n", "A: 1\r\nB: 2\r\n", ""},
+        {"A: 1\n\n", "A: 1\n", ""},
+        {"A: 1\n\rX\n", "A: 1\n\rX\n", ""},
+        {"A: 1\n\r", "A: 1\n\r", ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.input);
+        auto split = MIMEParser::splitHeaderBody(row.input);
+        EXPECT_EQ(split.head, row.head);
+        EXPECT_EQ(split.body, row.body);
+    }
+}
+
+TEST(MIMEParserSplit, MultipartPiecesBetweenDelimiters) {
+    struct Row {
+        std::string body;
+        std::vector<std::string> pieces;
+        std::string boundary = "b";
+    } rows[] = {
+        {"--b\r\ntext\r\n--b--", {"text"}},
+        {"pre\n--b\na\n--b\nsecond\nline\n--b--\nepilogue\n--b\nnot a part\n",
+         {"a", "second\nline"}},
+        {"--bc\nx\n--b\ny\n--bc\n--b--", {"y\n--bc"}},
+        {"--b  \t\r\nx\r\n--b \r\n--b-- \r\n", {"x", ""}},
+        {"--b\nx\n--b - -\nepilogue", {"x"}},
+        {"--b\nx\n--b--garbage\ny", {"x"}},
+        {"--b\nA\n--b-x\n--b x\n", {"A\n--b-x\n--b x\n"}},
+        {"--b\na\n--b\nlast\n", {"a", "last\n"}},
+        {"--b\nA\n--b", {"A"}},
+        {"just text\n", {}},
+        {"x--b\ny\nx--b--\n", {}},
+        {"--b--\n--b\nx\n", {}},
+        {"--b\nA\r\r\n\n--b--", {"A\r\r\n"}},
+        {"--b\nA\r\r\n--b--", {"A\r"}},
+        {"--=_(.*) +?x\r\nA\r\n--=_(.*) +?x--\r\n", {"A"}, "=_(.*) +?x"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.body);
+        auto pieces = MIMEParser::splitMultipart(row.body, row.boundary);
+        EXPECT_EQ(std::vector<std::string>(pieces.begin(), pieces.end()), row.pieces);
+    }
 }
 
 } // namespace
