@@ -32,72 +32,45 @@ TEST(MIMEParserStructure, ContentTypeIsParsedOrDefaulted) {
     EXPECT_EQ(empty.root.contentType, text);
 }
 
+// The children's bodies, the root's body, the text and the attachments' names and types.
+std::string outline(const ParsedMessage& message) {
+    std::string out;
+    for (const auto& child : message.root.children) {
+        out += std::string(child.body.view()) + (child.children.empty() ? "|" : "+|");
+    }
+    out += " root:" + std::string(message.root.body.view()) +
+           " text:" + message.textBody.value_or("-") + " files:";
+    for (const auto& attachment : message.attachments) {
+        out += attachment.filename + "=" + attachment.mimeType + ",";
+    }
+    return out;
+}
+
 TEST(MIMEParserStructure, MultipartsSplitIntoChildren) {
-    struct Row {
-        const char* name;
-        std::string message;
-        std::vector<std::string> childBodies;
-        std::string rootBody;
-        std::optional<std::string> text;
-        std::vector<std::string> attachments;
-    } rows[] = {
-        {"preamble dropped, CR LF line ends, a child without headers is text",
-         "Content-Type: multipart/mixed; boundary=\"xx\"\r\n\r\npreamble\r\n--xx\r\n"
+    const std::pair<std::string, std::string> rows[] = {
+        // Preamble dropped, CR LF line ends, a child without headers is text.
+        {"Content-Type: multipart/mixed; boundary=\"xx\"\r\n\r\npreamble\r\n--xx\r\n"
          "Content-Type: text/plain\r\n\r\none\r\n--xx\r\n\r\ntwo\r\n--xx--\r\n",
-         {"one", "two"},
-         "",
-         "one\n\ntwo",
-         {}},
-        {"digest children default to messages",
-         "Content-Type: multipart/digest; boundary=d\n\n--d\n\nSubject: inner\n\nhello\n"
+         "one|two| root: text:one\n\ntwo files:"},
+        // A digest's children default to messages.
+        {"Content-Type: multipart/digest; boundary=d\n\n--d\n\nSubject: inner\n\nhello\n"
          "--d\nContent-Type: text/plain\n\nplain\n--d--\n",
-         {"Subject: inner\n\nhello", "plain"},
-         "",
-         "plain",
-         {"attachment-1.eml"}},
-        {"an enclosed message is not descended into",
-         "Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: message/rfc822\n\n"
-         "Content-Type: multipart/mixed; boundary=i\n\n--i\n\ninner text\n--i--\n--o--\n",
-         {"Content-Type: multipart/mixed; boundary=i\n\n--i\n\ninner text\n--i--"},
-         "",
-         std::nullopt,
-         {"attachment-1.eml"}},
-        {"wrong boundary",
-         "Content-Type: multipart/mixed; boundary=right\n\n--wrong\n\ntext\n",
-         {},
-         "",
-         std::nullopt,
-         {}},
-        {"no boundary stays a leaf",
-         "Content-Type: multipart/mixed\n\n--x\n\ntext\n--x--\n",
-         {},
-         "--x\n\ntext\n--x--\n",
-         std::nullopt,
-         {}},
-        {"missing closing delimiter",
-         "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nfirst\n--b\n\nlast\n",
-         {"first", "last\n"},
-         "",
-         "first\n\nlast\n",
-         {}},
+         "Subject: inner\n\nhello|plain| root: text:plain files:attachment-1.eml=message/rfc822,"},
+        // An enclosed message is not descended into.
+        {"Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: message/rfc822\n\n"
+         "Content-Type: multipart/mixed; boundary=i\n\n--i\n\nin\n--i--\n--o--\n",
+         "Content-Type: multipart/mixed; boundary=i\n\n--i\n\nin\n--i--| root: text:- "
+         "files:attachment-1.eml=message/rfc822,"},
+        {"Content-Type: multipart/mixed; boundary=right\n\n--wrong\n\ntext\n",
+         " root: text:- files:"},
+        // Without a boundary a multipart stays a leaf, and no text.
+        {"Content-Type: multipart/mixed\n\n--x\n\ntext\n--x--\n",
+         " root:--x\n\ntext\n--x--\n text:- files:"},
+        {"Content-Type: multipart/mixed; boundary=b\n\n--b\n\nfirst\n--b\n\nlast\n",
+         "first|last\n| root: text:first\n\nlast\n files:"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto message = MIMEParser::parse(row.message);
-        std::vector<std::string> bodies;
-        for (const auto& child : message.root.children) {
-            bodies.emplace_back(child.body.view());
-            EXPECT_TRUE(child.children.empty());
-        }
-        EXPECT_EQ(bodies, row.childBodies);
-        EXPECT_EQ(message.root.body, row.rootBody);
-        EXPECT_EQ(message.textBody, row.text);
-        std::vector<std::string> names;
-        for (const auto& attachment : message.attachments) {
-            names.push_back(attachment.filename);
-            EXPECT_EQ(attachment.mimeType, "message/rfc822");
-        }
-        EXPECT_EQ(names, row.attachments);
+    for (const auto& [message, expected] : rows) {
+        EXPECT_EQ(outline(MIMEParser::parse(message)), expected) << message;
     }
 }
 
@@ -132,41 +105,23 @@ TEST(MIMEParserStructure, NestingStopsSplittingAtTheDepthLimit) {
 }
 
 TEST(MIMEParserStructure, ComputedFieldsAreDerivedFromTheHeaders) {
-    const struct {
-        const char* name;
-        std::string part;
-        std::string transferEncoding;
-        std::optional<std::string> filename;
-        std::optional<std::string> contentID;
-        std::string decodedText;
-    } rows[] = {
-        {"Defaults", "\nhello", "7bit", std::nullopt, std::nullopt, "hello"},
-        {"Base64", "Content-Transfer-Encoding:  BASE64 \n\naGVs\nbG8=\n", "base64", std::nullopt,
-         std::nullopt, "hello"},
-        {"QuotedPrintableLatin1",
-         "Content-Type: text/plain; charset=iso-8859-1\n"
-         "Content-Transfer-Encoding: quoted-printable\n\ncaf=E9=\n!",
-         "quoted-printable", std::nullopt, std::nullopt, "café!"},
-        {"UnknownEncodingKeepsBytes", "Content-Transfer-Encoding: x-uuencode\n\naGVsbG8=",
-         "x-uuencode", std::nullopt, std::nullopt, "aGVsbG8="},
-        {"DispositionFilenameFirst",
-         "Content-Type: text/plain; name=b.txt\n"
+    const std::pair<std::string, std::string> rows[] = {
+        // part -> transfer encoding | filename | content ID | decoded text
+        {"\nhello", "7bit|-|-|hello"},
+        {"Content-Transfer-Encoding:  BASE64 \n\naGVs\nbG8=\n", "base64|-|-|hello"},
+        {"Content-Type: text/plain; name=b.txt\n"
          "Content-Disposition: attachment; filename=\"a.txt\"\n\n",
-         "7bit", "a.txt", std::nullopt, ""},
-        {"EmptyFilenameFallsBackToName",
-         "Content-Type: text/plain; name=b.txt\n"
-         "Content-Disposition: attachment; filename=\"\"\n\n",
-         "7bit", "b.txt", std::nullopt, ""},
-        {"EncodedWordName", "Content-Type: image/png; name=\"=?UTF-8?Q?caf=C3=A9.png?=\"\n\n",
-         "7bit", "café.png", std::nullopt, ""},
-        {"ContentIDTrimmed", "Content-ID: \t< img1@x >\n\n", "7bit", std::nullopt, "img1@x", ""}};
-    for (const auto& c : rows) {
-        SCOPED_TRACE(c.name);
-        auto part = MIMEParser::parsePart(ByteSlice(c.part), 1, ContentType::defaultText());
-        EXPECT_EQ(part.transferEncoding(), c.transferEncoding);
-        EXPECT_EQ(part.filename(), c.filename);
-        EXPECT_EQ(part.contentID(), c.contentID);
-        EXPECT_EQ(part.decodedText(), c.decodedText);
+         "7bit|a.txt|-|"},
+        {"Content-Type: text/plain; name=b.txt\nContent-Disposition: attachment; filename=\"\"\n\n",
+         "7bit|b.txt|-|"},
+        {"Content-Type: image/png; name=\"=?UTF-8?Q?caf=C3=A9.png?=\"\n\n", "7bit|café.png|-|"},
+        {"Content-ID: \t< img1@x >\n\n", "7bit|-|img1@x|"}};
+    for (const auto& [text, expected] : rows) {
+        auto part = MIMEParser::parsePart(ByteSlice(text), 1, ContentType::defaultText());
+        EXPECT_EQ(part.transferEncoding() + "|" + part.filename().value_or("-") + "|" +
+                      part.contentID().value_or("-") + "|" + part.decodedText(),
+                  expected)
+            << text;
     }
     // Unencoded bodies are handed out without a copy.
     auto plain =
