@@ -51,7 +51,6 @@ TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
         // greeting, error, capabilities
         {"* OK [CAPABILITY IMAP4rev1 uidplus] hi", "", {"IMAP4REV1", "UIDPLUS"}},
         {"* PREAUTH hello", "", {}},
-        {"* OK [ALERT] hi", "", {}},
         {"* BYE busy", "Couldn’t connect: busy", {}},
         {"* NO x", "Unexpected server reply: no greeting", {}},
         {"A1 OK hi", "Unexpected server reply: no greeting", {}},
@@ -88,7 +87,6 @@ TEST(ClientConnect, FailuresAndTheirTexts) {
     const std::tuple<IMAPServer, std::chrono::milliseconds, std::string> rows[] = {
         // Plain text only to the exact loopback address: refused before connecting.
         {{"localhost", closedPort, true}, 5s, insecure},
-        {{"::1", closedPort, true}, 5s, insecure},
         {{"127.0.0.01", closedPort, true}, 5s, insecure},
         {local(0), 5s, "Couldn’t connect: bad port"},
         {local(closedPort), 5s, "Couldn’t connect: Connection refused"},
@@ -117,25 +115,23 @@ TEST(ClientRun, OneSessionOfOrdinaryCommands) {
         C: M0001 NOOP
         S: M0000 NO late answer to something else
         S: M0001 OK [SOMETHING 1] done
-        C: M0002 CHECK
-        S: M0002 ok fine
-        C: M0003 LOGIN "a\"b\\c" {6}
+        C: M0002 LOGIN "a\"b\\c" {6}
         S: + ready
         C: pässw "x"
-        S: M0003 OK [CAPABILITY IMAP4rev1 IDLE] in
-        C: M0004 LOGIN {2}
+        S: M0002 OK [CAPABILITY IMAP4rev1 IDLE] in
+        C: M0003 LOGIN {2}
         S: * OK still here
         S: + one
         C: ü {2}
         S: + two
         C: é
-        S: M0004 OK welcome
-        C: M0005 CAPABILITY
+        S: M0003 OK welcome
+        C: M0004 CAPABILITY
         S: * capability IMAP4rev1 (x) NIL "quoted" uidplus
-        S: M0005 OK
-        C: M0006 LOGOUT
+        S: M0004 OK
+        C: M0005 LOGOUT
         S: * BYE see you
-        S: M0006 OK done
+        S: M0005 OK done
         X
     )");
     IMAPClient client(local(server.port()), 5s);
@@ -147,7 +143,6 @@ TEST(ClientRun, OneSessionOfOrdinaryCommands) {
     };
     using Arg = IMAPClient::Arg;
     EXPECT_EQ(client.run("NOOP", {}, collect), (IMAPClient::Completion{"SOMETHING 1", "done"}));
-    EXPECT_EQ(client.run("CHECK", {}), (IMAPClient::Completion{std::nullopt, "fine"}));
     client.run("LOGIN", {Arg::string("a\"b\\c"), Arg::string("pässw"), Arg::string("x")});
     EXPECT_EQ(client.capabilities(), (std::set<std::string>{"IMAP4REV1", "IDLE"}));
     client.run("LOGIN", {Arg::string("ü"), Arg::string("é")}, collect);

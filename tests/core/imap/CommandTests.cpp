@@ -13,8 +13,8 @@ using namespace std::chrono_literals;
 
 // A client connected to a fake running `scenario` after an "* OK" greeting.
 struct Session {
-    explicit Session(const std::string& scenario, const std::string& greeting = "* OK hi")
-        : server("S: " + greeting + "\n" + scenario),
+    explicit Session(const std::string& scenario)
+        : server("S: * OK hi\n" + scenario),
           client(IMAPServer{"127.0.0.1", server.port(), true}, 5s) {
         client.connect();
     }

@@ -26,36 +26,26 @@ std::string message(const std::string& subject, const std::string& body) {
            "@example.org>\r\n\r\n" + body + "\r\n";
 }
 
-class DovecotClient : public ::testing::Test {
-protected:
-    // Each test signs in as a user of its own, so folders and UIDs don't mix between tests.
-    IMAPClient& signIn(const std::string& user) {
-        dovecot().addUser(user, password);
-        client_ = std::make_unique<IMAPClient>(server(), 30s);
-        client_->connect();
-        client_->login(user, password);
-        return *client_;
-    }
+DovecotFixture& dovecot() {
+    return DovecotFixture::shared();
+}
 
-    static DovecotFixture& dovecot() { return DovecotFixture::shared(); }
-    static IMAPServer server() { return IMAPServer{"127.0.0.1", dovecot().imapsPort(), false}; }
+// Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
+const std::string password = "s3cret \"wörd\"";
 
-    void TearDown() override {
-        if (client_) {
-            client_->logout();
-        }
-    }
+// Each test signs in as a user of its own, so folders and UIDs don't mix between tests.
+void signIn(IMAPClient& client, const std::string& user) {
+    client.connect();
+    client.login(user, password);
+}
 
-    // Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
-    const std::string password = "s3cret \"wörd\"";
-
-private:
-    std::unique_ptr<IMAPClient> client_;
-};
+IMAPServer server() {
+    return IMAPServer{"127.0.0.1", dovecot().imapsPort(), false};
+}
 
 // One session: a refused sign-in then a good one, by the host name the certificate names;
 // folders, a quoted name and a new UID validity; arrival dates as given; bodies unread.
-TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
+TEST(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
     dovecot().addUser("reader", password);
     dovecot().createFolder("reader", "Archive/2023");
     dovecot().createFolder("reader", "Entwürfe");
@@ -128,7 +118,7 @@ TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
     client.logout();
 }
 
-TEST_F(DovecotClient, RealWorldMessagesAndATwentyMegabyteOneComeBackByteForByte) {
+TEST(DovecotClient, RealWorldMessagesAndATwentyMegabyteOneComeBackByteForByte) {
     // Dovecot keeps messages with LF line ends and serves them with CR LF; delivering CR LF text
     // makes what comes back comparable byte for byte. Bare CRs and NULs are Dovecot's to
     // rewrite; those aren't the client's to prove.
@@ -144,7 +134,8 @@ TEST_F(DovecotClient, RealWorldMessagesAndATwentyMegabyteOneComeBackByteForByte)
     delivered.push_back(message("large", large));
     dovecot().addUser("corpus", password);
     std::vector<uint32_t> stored = dovecot().deliverAll("corpus", "INBOX", delivered);
-    IMAPClient& client = signIn("corpus");
+    IMAPClient client(server(), 30s);
+    signIn(client, "corpus");
     client.select("INBOX", true);
     std::vector<uint32_t> uids = client.uidSearch("ALL");
     ASSERT_EQ(uids, stored);
@@ -161,13 +152,14 @@ TEST_F(DovecotClient, RealWorldMessagesAndATwentyMegabyteOneComeBackByteForByte)
     EXPECT_GT(client.bytesRead() - before, static_cast<int64_t>(large.size()));
 }
 
-TEST_F(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
+TEST(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
     dovecot().addUser("scratch", password);
     dovecot().createFolder("scratch", "Scratch");
     for (int i = 1; i <= 4; ++i) {
         dovecot().deliver("scratch", "Scratch", message("m" + std::to_string(i), "x"));
     }
-    IMAPClient& client = signIn("scratch");
+    IMAPClient client(server(), 30s);
+    signIn(client, "scratch");
     SelectInfo info = client.select("Scratch", false);
     EXPECT_FALSE(info.readOnly);
     EXPECT_EQ(info.exists, 4);
@@ -184,40 +176,31 @@ TEST_F(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
     EXPECT_EQ(left, (std::vector<uint32_t>{1, 3, 4}));
 }
 
-TEST_F(DovecotClient, PlaintextDevelopmentModeReachesThePlainListener) {
-    DovecotFixture::Options options;
-    options.plainListener = true;
-    DovecotFixture plain(options);
-    plain.addUser("dev", "pw");
-    IMAPClient client(IMAPServer{"127.0.0.1", plain.imapPort(), true}, 30s);
-    client.connect();
-    client.login("dev", "pw");
-    EXPECT_EQ(client.select("INBOX", true).exists, 0);
-    client.logout();
-}
-
 // A certificate from a CA nobody trusts, and one for another host name: both refused during
-// the handshake, with the words of the certificate check in the text.
+// the handshake, with the words of the certificate check in the text. The first server has a
+// plain listener too, which development mode reaches.
 TEST(DovecotTLS, RefusesUntrustedAndMisnamedCertificates) {
-    struct Row {
-        const char* name;
-        bool trusted;
-        const char* certificateHost;
-        const char* host;
-        const char* verdict;
-    } rows[] = {
-        {"untrusted CA", false, "", "127.0.0.1", "(self-signed certificate in certificate chain)"},
-        {"other host name", true, "mail.example.invalid", "localhost", "(hostname mismatch)"},
-        {"other host, by address", true, "mail.example.invalid", "127.0.0.1",
-         "(IP address mismatch)"},
+    const std::tuple<bool, const char*, const char*, const char*> rows[] = {
+        // trusted CA, certificate's host, host connected to, the check's verdict
+        {false, "", "127.0.0.1", "(self-signed certificate in certificate chain)"},
+        {true, "mail.example.invalid", "localhost", "(hostname mismatch)"},
+        {true, "mail.example.invalid", "127.0.0.1", "(IP address mismatch)"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [trusted, certificateHost, host, verdict] : rows) {
+        SCOPED_TRACE(verdict);
         DovecotFixture::Options options;
-        options.trusted = row.trusted;
-        options.certificateHost = row.certificateHost;
+        options.trusted = trusted;
+        options.certificateHost = certificateHost;
+        options.plainListener = !trusted;
         DovecotFixture fixture(options);
-        IMAPClient client(IMAPServer{row.host, fixture.imapsPort(), false}, 30s);
+        if (options.plainListener) {
+            fixture.addUser("dev", "pw");
+            IMAPClient plain(IMAPServer{"127.0.0.1", fixture.imapPort(), true}, 30s);
+            plain.connect();
+            plain.login("dev", "pw");
+            EXPECT_EQ(plain.select("INBOX", true).exists, 0);
+        }
+        IMAPClient client(IMAPServer{host, fixture.imapsPort(), false}, 30s);
         try {
             client.connect();
             ADD_FAILURE() << "the handshake succeeded";
@@ -225,7 +208,7 @@ TEST(DovecotTLS, RefusesUntrustedAndMisnamedCertificates) {
             EXPECT_EQ(error.kind(), IMAPError::Kind::connectionFailed);
             EXPECT_NE(error.text().find("certificate verify failed"), std::string::npos)
                 << error.text();
-            EXPECT_NE(error.text().find(row.verdict), std::string::npos) << error.text();
+            EXPECT_NE(error.text().find(verdict), std::string::npos) << error.text();
         }
     }
 }
