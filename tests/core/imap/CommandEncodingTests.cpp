@@ -39,7 +39,7 @@ TEST(UIDSetQuoteUTF7, Rows) {
         {"Entw&APw-rfe", "Entwürfe"},
         {"A&-B", "A&B"},
         {"&Jjo", "&Jjo"},
-        {"&!!!-", "&!!!-"},
+        {"a&!!!-b", "a&!!!-b"},
         {"~peter/mail/&U,BTFw-/&ZeVnLIqe-", "~peter/mail/台北/日本語"},
         {"&2D3eAA-", "\xF0\x9F\x98\x80"}, // a surrogate pair: U+1F600
         {"&2D0-", "&2D0-"},               // an unpaired high surrogate
