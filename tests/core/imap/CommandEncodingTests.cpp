@@ -14,71 +14,41 @@
 namespace qs {
 namespace {
 
-TEST(UIDSet, CompressesRunsAfterSortingAndDroppingRepeats) {
-    struct Row {
-        std::vector<uint32_t> uids;
-        const char* expected;
-    } rows[] = {
+TEST(UIDSetQuoteUTF7, Rows) {
+    const std::pair<std::vector<uint32_t>, const char*> sets[] = {
         {{}, ""},
         {{42}, "42"},
         {{5, 1, 2, 3, 3, 9, 10}, "1:3,5,9:10"},
-        {{1, 3, 5}, "1,3,5"},
         {{4294967294u, 4294967295u, 1}, "1,4294967294:4294967295"},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(UIDSet::string(row.uids), row.expected) << ::testing::PrintToString(row.uids);
+    for (const auto& [uids, expected] : sets) {
+        EXPECT_EQ(UIDSet::string(uids), expected) << ::testing::PrintToString(uids);
     }
-}
-
-TEST(IMAPQuote, NeedsALiteralOnlyForLineEndsAndBytesAbove127) {
-    struct Row {
-        std::string text;
-        bool literal;
-    } rows[] = {{"plain", false},     {"", false},
-                {"tab\there", false}, {std::string("nul\0x", 5), false},
-                {"line\nfeed", true}, {"carriage\rreturn", true},
-                {"Entwürfe", true},   {"\x7f", false},
-                {"\x80", true}};
-    for (const Row& row : rows) {
-        EXPECT_EQ(IMAPQuote::needsLiteral(row.text), row.literal) << row.text;
+    // A literal only for line ends and bytes above 127.
+    const std::pair<std::string, bool> literals[] = {
+        {"tab\there", false}, {std::string("nul\0x", 5), false},
+        {"line\nfeed", true}, {"carriage\rreturn", true},
+        {"\x7f", false},      {"\x80", true}};
+    for (const auto& [text, literal] : literals) {
+        EXPECT_EQ(IMAPQuote::needsLiteral(text), literal) << text;
     }
-}
-
-TEST(IMAPQuote, EscapesBackslashesAndQuotes) {
-    struct Row {
-        const char* text;
-        const char* quoted;
-    } rows[] = {{"", R"("")"},
-                {"INBOX", R"("INBOX")"},
-                {R"(a"b)", R"("a\"b")"},
-                {R"(a\b)", R"("a\\b")"},
-                {R"(\")", R"("\\\"")"}};
-    for (const Row& row : rows) {
-        EXPECT_EQ(IMAPQuote::quoted(row.text), row.quoted);
-    }
-}
-
-TEST(ModifiedUTF7, DecodesShiftSequencesAndKeepsWhatDoesNotDecode) {
-    struct Row {
-        const char* encoded;
-        const char* decoded;
-    } rows[] = {
-        {"INBOX", "INBOX"},
+    EXPECT_EQ(IMAPQuote::quoted(R"(a"b\c)"), R"("a\"b\\c")");
+    EXPECT_EQ(IMAPQuote::quoted(""), R"("")");
+    // Shift sequences decoded; what doesn't decode kept as it is.
+    const std::pair<const char*, const char*> names[] = {
         {"Entw&APw-rfe", "Entwürfe"},
         {"A&-B", "A&B"},
         {"&Jjo", "&Jjo"},
-        {"&!!!-", "&!!!-"},
-        {"&ZeVnLIqe-", "日本語"},
+        {"a&!!!-b", "a&!!!-b"},
         {"~peter/mail/&U,BTFw-/&ZeVnLIqe-", "~peter/mail/台北/日本語"},
         {"&2D3eAA-", "\xF0\x9F\x98\x80"}, // a surrogate pair: U+1F600
         {"&2D0-", "&2D0-"},               // an unpaired high surrogate
         {"&3AA-", "&3AA-"},               // a lone low surrogate, U+DC00
         {"&2D0AYQ-", "&2D0AYQ-"},         // a high surrogate before no low one
         {"&AGE-", "a"},
-        {"&-&-", "&&"},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(ModifiedUTF7::decode(row.encoded), row.decoded) << row.encoded;
+    for (const auto& [encoded, decoded] : names) {
+        EXPECT_EQ(ModifiedUTF7::decode(encoded), decoded) << encoded;
     }
 }
 
@@ -102,12 +72,10 @@ TEST_F(IMAPDateTest, ParsesInternalDatesStrictlyAndWhole) {
     } rows[] = {
         {"17-Jul-1996 02:44:25 -0700", 837596665},
         {" \t17-jul-1996 02:44:25 -0700\t ", 837596665},
-        {" 5-Mar-2024 10:00:00 +0000", 1709632800},
         {"05-Mar-2024 10:00:00 +0100", 1709629200},
         {"17-Jul-1996 02:44:25", std::nullopt},
         {"31-Feb-2024 10:00:00 +0000", std::nullopt},
         {"17-Jul-1996 02:44:25 -0700 junk", std::nullopt},
-        {"yesterday", std::nullopt},
         {"", std::nullopt},
     };
     for (const Row& row : rows) {
@@ -130,10 +98,6 @@ TEST(IMAPFetchItem, ReadsPairsAndSkipsWhatIsNoFetch) {
         const char* line;
         std::optional<IMAPFetchItem> expected;
     } rows[] = {
-        {"all six fields",
-         "12 FETCH (UID 7 FLAGS (\\Seen) RFC822.SIZE 99 INTERNALDATE \"17-Jul-1996 02:44:25 "
-         "-0700\" BODY[] {3}\r\nabc)",
-         IMAPFetchItem{12, 7, 99, dateFromUnix(837596665), {"\\Seen"}, "abc"}},
         {"keys in any case, the last of a repeat wins, a lone key ignored",
          "1 fetch (uid 3 Uid 4 body[header] \"h\" UNKNOWN x RFC822.SIZE)",
          IMAPFetchItem{1, 4, std::nullopt, std::nullopt, {}, "h"}},
@@ -143,7 +107,6 @@ TEST(IMAPFetchItem, ReadsPairsAndSkipsWhatIsNoFetch) {
         {"NIL body", "3 FETCH (UID 1 BODY[] NIL)", IMAPFetchItem{3, 1, {}, {}, {}, std::nullopt}},
         {"expunge", "3 EXPUNGE", std::nullopt},
         {"no list", "3 FETCH UID", std::nullopt},
-        {"sequence no number", "x FETCH (UID 1)", std::nullopt},
         {"sequence quoted", "\"3\" FETCH (UID 1)", std::nullopt},
     };
     for (const Row& row : rows) {
@@ -153,26 +116,12 @@ TEST(IMAPFetchItem, ReadsPairsAndSkipsWhatIsNoFetch) {
     }
 }
 
+// The texts not already met through the client's failures elsewhere.
 TEST(IMAPError, DescriptionsAreTheFixedTexts) {
-    struct Row {
-        IMAPError error;
-        const char* text;
-    } rows[] = {
-        {IMAPError::connectionFailed("Connection refused"), "Couldn’t connect: Connection refused"},
-        {IMAPError::commandFailed("LOGIN", IMAPStatus::no, "bad password"),
-         "Sign-in was refused (NO): bad password"},
-        {IMAPError::commandFailed("login", IMAPStatus::bad, "x"), "login failed (BAD): x"},
-        {IMAPError::commandFailed("UID FETCH", IMAPStatus::bad, "x"), "UID FETCH failed (BAD): x"},
-        {IMAPError::protocolError("no greeting"), "Unexpected server reply: no greeting"},
-        {IMAPError::timeout(), "The server stopped responding."},
-        {IMAPError::closed(), "The server closed the connection."},
-        {IMAPError::insecureNotAllowed(),
-         "Unencrypted connections are only allowed to 127.0.0.1 in developer mode."},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.error.description(), row.text);
-        EXPECT_STREQ(row.error.what(), row.text);
-    }
+    EXPECT_STREQ(IMAPError::commandFailed("login", IMAPStatus::bad, "x").what(),
+                 "login failed (BAD): x");
+    EXPECT_STREQ(IMAPError::insecureNotAllowed().what(),
+                 "Unencrypted connections are only allowed to 127.0.0.1 in developer mode.");
 }
 
 } // namespace

@@ -13,8 +13,8 @@ using namespace std::chrono_literals;
 
 // A client connected to a fake running `scenario` after an "* OK" greeting.
 struct Session {
-    explicit Session(const std::string& scenario, const std::string& greeting = "* OK hi")
-        : server("S: " + greeting + "\n" + scenario),
+    explicit Session(const std::string& scenario)
+        : server("S: * OK hi\n" + scenario),
           client(IMAPServer{"127.0.0.1", server.port(), true}, 5s) {
         client.connect();
     }
@@ -48,7 +48,7 @@ TEST(CommandList, MakesMailboxesInServerOrderAndSkipsWhatIsNoListing) {
     session.expectScriptRan();
 }
 
-TEST(CommandSelect, ReadsValidityNextAndTheLastExists) {
+TEST(CommandSelect, ReadsValidityNextExistsAndReadOnlyOrFails) {
     Session session(R"(
         C: M0001 EXAMINE "INBOX"
         S: * 3 EXISTS
@@ -58,47 +58,31 @@ TEST(CommandSelect, ReadsValidityNextAndTheLastExists) {
         S: * 5 exists
         S: * FLAGS (\Seen \Deleted)
         S: M0001 OK [READ-ONLY] done
-    )");
-    EXPECT_EQ(session.client.select("INBOX", true), (SelectInfo{1700000000, 5, 4392, true}));
-    session.expectScriptRan();
-}
-
-TEST(CommandSelect, ReadOnlyFollowsOnlyAGrantUpward) {
-    struct Row {
-        const char* name;
-        bool readOnly;
-        const char* code;
-        bool expected;
-    } rows[] = {
-        {"EXAMINE granted read-write", true, "[READ-WRITE] ", false},
-        {"SELECT answered read-only", false, "[READ-ONLY] ", false},
-        {"EXAMINE plain", true, "", true},
-        {"SELECT plain", false, "", false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        Session session(std::string("C: * ") + (row.readOnly ? "EXAMINE" : "SELECT") +
-                        " \"Box\"\nS: $TAG OK " + row.code + "done\n");
-        EXPECT_EQ(session.client.select("Box", row.readOnly).readOnly, row.expected);
-        session.expectScriptRan();
-    }
-}
-
-TEST(CommandSelect, BadNumbersGiveZeroOrNothingAndAMissingFolderFails) {
-    Session session(R"(
-        C: M0001 SELECT "a\"b"
+        C: M0002 EXAMINE "Box"
+        S: M0002 OK [READ-WRITE] granted
+        C: M0003 SELECT "Box"
+        S: M0003 OK [READ-ONLY] answered
+        C: M0004 EXAMINE "Box"
+        S: M0004 OK plain
+        C: M0005 SELECT "a\"b"
         S: * OK [UIDVALIDITY x] bad
         S: * OK [UIDNEXT -1] bad
         S: * many EXISTS
-        S: M0001 OK done
-        C: M0002 SELECT {8}
+        S: M0005 OK done
+        C: M0006 SELECT {8}
         S: + go
         C: Brief€
-        S: M0002 NO [NONEXISTENT] Mailbox doesn't exist: Brief€
+        S: M0006 NO [NONEXISTENT] Mailbox doesn't exist: Brief€
     )");
-    EXPECT_EQ(session.client.select("a\"b", false), (SelectInfo{0, 0, std::nullopt, false}));
+    IMAPClient& client = session.client;
+    EXPECT_EQ(client.select("INBOX", true), (SelectInfo{1700000000, 5, 4392, true}));
+    // Read-only follows only a grant upward.
+    EXPECT_FALSE(client.select("Box", true).readOnly);
+    EXPECT_FALSE(client.select("Box", false).readOnly);
+    EXPECT_TRUE(client.select("Box", true).readOnly);
+    EXPECT_EQ(client.select("a\"b", false), (SelectInfo{0, 0, std::nullopt, false}));
     try {
-        session.client.select("Brief€", false);
+        client.select("Brief€", false);
         ADD_FAILURE() << "no error";
     } catch (const IMAPError& error) {
         EXPECT_EQ(error.description(), "SELECT failed (NO): Mailbox doesn't exist: Brief€");
@@ -106,7 +90,9 @@ TEST(CommandSelect, BadNumbersGiveZeroOrNothingAndAMissingFolderFails) {
     session.expectScriptRan();
 }
 
-TEST(CommandSearchAndStore, SearchCollectsReadableUIDsAscendingStoreIsSilent) {
+// Empty UID sets send nothing; search collects readable UIDs ascending; stores are silent;
+// fetches keep items with a UID, in server order, and pass over unsolicited data.
+TEST(CommandSearchStoreFetch, OneSession) {
     Session session(R"(
         C: M0001 UID SEARCH UID 5:*
         S: * SEARCH 9 5 x 7
@@ -119,51 +105,33 @@ TEST(CommandSearchAndStore, SearchCollectsReadableUIDsAscendingStoreIsSilent) {
         S: M0003 OK done
         C: M0004 UID STORE 2 -FLAGS.SILENT (\Deleted)
         S: M0004 OK done
-    )");
-    EXPECT_EQ(session.client.uidSearch("UID 5:*"), (std::vector<uint32_t>{5, 6, 7, 9}));
-    EXPECT_TRUE(session.client.uidSearch("DELETED").empty());
-    session.client.markDeleted({8, 3, 2, 1});
-    session.client.unmarkDeleted({2});
-    session.expectScriptRan();
-}
-
-TEST(CommandFetch, MetaKeepsItemsWithAUIDAndSkipsUnsolicitedData) {
-    Session session(R"(
-        C: M0001 UID FETCH 1:3,7 (UID RFC822.SIZE INTERNALDATE FLAGS)
+        C: M0005 UID FETCH 1:3,7 (UID RFC822.SIZE INTERNALDATE FLAGS)
         S: * 1 FETCH (UID 1 RFC822.SIZE 120 INTERNALDATE "01-Jan-2024 00:00:00 +0000" FLAGS (\Seen))
         S: * 12 FETCH (FLAGS (\Deleted))
         S: * 3 EXPUNGE
         S: * 2 FETCH (FLAGS () UID 7 RFC822.SIZE 5)
-        S: M0001 OK done
-    )");
-    std::vector<IMAPFetchItem> items = session.client.fetchMeta({7, 3, 2, 1, 1});
-    ASSERT_EQ(items.size(), 2u);
-    EXPECT_EQ(items[0], (IMAPFetchItem{1, 1, 120, dateFromUnix(1704067200), {"\\Seen"}, {}}));
-    EXPECT_EQ(items[1], (IMAPFetchItem{2, 7, 5, std::nullopt, {}, std::nullopt}));
-    session.expectScriptRan();
-}
-
-TEST(CommandFetch, NoUIDsSendNothing) {
-    Session session("");
-    EXPECT_TRUE(session.client.fetchMeta({}).empty());
-    session.client.fetchBodies({}, [](IMAPFetchItem&&) { ADD_FAILURE(); });
-    session.client.markDeleted({});
-    session.client.unmarkDeleted({});
-    EXPECT_TRUE(session.server.received().empty());
-    session.expectScriptRan();
-}
-
-TEST(CommandFetch, BodiesGoToTheCallbackOneByOneInServerOrderWithPeek) {
-    Session session(R"(
-        C: M0001 UID FETCH 7,9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
+        S: M0005 OK done
+        C: M0006 UID FETCH 7,9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
         B: * 12 FETCH (UID 9 FLAGS (\\Seen) RFC822.SIZE 99 INTERNALDATE "17-Jul-1996 02:44:25 -0700" BODY[] {3}\r\nabc)\r\n
         S: * 13 FETCH (UID 10 BODY[] NIL)
         S: * 14 FETCH (BODY[] "no uid")
         B: * 11 FETCH (UID 7 RFC822 {4}\r\nd\r\ne)\r\n
-        S: M0001 OK done
+        S: M0006 OK done
     )");
+    IMAPClient& client = session.client;
+    EXPECT_TRUE(client.fetchMeta({}).empty());
+    client.fetchBodies({}, [](IMAPFetchItem&&) { ADD_FAILURE(); });
+    client.markDeleted({});
+    client.unmarkDeleted({});
+    EXPECT_EQ(client.uidSearch("UID 5:*"), (std::vector<uint32_t>{5, 6, 7, 9}));
+    EXPECT_TRUE(client.uidSearch("DELETED").empty());
+    client.markDeleted({8, 3, 2, 1});
+    client.unmarkDeleted({2});
+    EXPECT_EQ(client.fetchMeta({7, 3, 2, 1, 1}),
+              (std::vector<IMAPFetchItem>{{1, 1, 120, dateFromUnix(1704067200), {"\\Seen"}, {}},
+                                          {2, 7, 5, std::nullopt, {}, std::nullopt}}));
     std::vector<IMAPFetchItem> seen;
-    session.client.fetchBodies({9, 7}, [&](IMAPFetchItem&& item) { seen.push_back(item); });
+    client.fetchBodies({9, 7}, [&](IMAPFetchItem&& item) { seen.push_back(item); });
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0], (IMAPFetchItem{12, 9, 99, dateFromUnix(837596665), {"\\Seen"}, "abc"}));
     EXPECT_EQ(seen[1].uid, 7u);
@@ -171,54 +139,38 @@ TEST(CommandFetch, BodiesGoToTheCallbackOneByOneInServerOrderWithPeek) {
     session.expectScriptRan();
 }
 
-TEST(CommandExpunge, UsesUIDExpungeOnlyWithUIDPLUS) {
-    Session withPlus(R"(
-        C: M0001 UID EXPUNGE 4:5
-        S: * 2 EXPUNGE
-        S: M0001 OK done
-    )",
-                     "* OK [CAPABILITY IMAP4rev1 UIDPLUS] hi");
-    EXPECT_TRUE(withPlus.client.expunge({4, 5}));
-    withPlus.expectScriptRan();
-
-    Session without(R"(
-        C: M0001 EXPUNGE
-        S: M0001 OK done
-    )",
-                    "* OK [CAPABILITY IMAP4rev1] hi");
-    EXPECT_FALSE(without.client.expunge({4, 5}));
-    without.expectScriptRan();
-}
-
-TEST(CommandLogin, AsksForCapabilitiesOnlyWhenTheLoginAnswerLackedThem) {
-    Session fetches(R"(
+// Capabilities come from the login's answer, else from asking; UID EXPUNGE only with UIDPLUS;
+// LOGOUT never fails and closes even a dead connection.
+TEST(CommandLoginExpungeLogout, CapabilitiesDecide) {
+    Session asks(R"(
         C: M0001 LOGIN "ann" "pw"
         S: M0001 OK logged in
         C: M0002 CAPABILITY
         S: * CAPABILITY IMAP4rev1 UIDPLUS
         S: M0002 OK done
+        C: M0003 UID EXPUNGE 4:5
+        S: * 2 EXPUNGE
+        S: M0003 OK done
     )");
-    fetches.client.login("ann", "pw");
-    EXPECT_TRUE(fetches.client.capabilities().contains("UIDPLUS"));
-    fetches.expectScriptRan();
+    asks.client.login("ann", "pw");
+    EXPECT_TRUE(asks.client.expunge({4, 5}));
+    asks.expectScriptRan();
 
-    Session tagged(R"(
+    Session told(R"(
         C: M0001 LOGIN "ann" "pw"
         S: M0001 OK [CAPABILITY IMAP4rev1 MOVE] logged in
+        C: M0002 EXPUNGE
+        S: M0002 OK done
+        C: M0003 LOGOUT
+        X
     )");
-    tagged.client.login("ann", "pw");
-    EXPECT_TRUE(tagged.client.capabilities().contains("MOVE"));
-    EXPECT_EQ(tagged.server.received().size(), 1u);
-    tagged.expectScriptRan();
-}
-
-TEST(CommandLogout, NeverFailsAndClosesEvenOnADeadConnection) {
-    Session session("C: M0001 LOGOUT\nX");
-    session.client.logout();
-    EXPECT_FALSE(session.client.isConnected());
-    session.client.logout();
-    EXPECT_FALSE(session.client.isConnected());
-    session.expectScriptRan();
+    told.client.login("ann", "pw");
+    EXPECT_TRUE(told.client.capabilities().contains("MOVE"));
+    EXPECT_FALSE(told.client.expunge({4, 5}));
+    told.client.logout();
+    EXPECT_FALSE(told.client.isConnected());
+    told.client.logout();
+    told.expectScriptRan();
 }
 
 } // namespace

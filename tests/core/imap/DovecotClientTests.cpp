@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
 
 namespace qs {
 namespace {
@@ -25,67 +26,73 @@ std::string message(const std::string& subject, const std::string& body) {
            "@example.org>\r\n\r\n" + body + "\r\n";
 }
 
-class DovecotClient : public ::testing::Test {
-protected:
-    // Each test signs in as a user of its own, so folders and UIDs don't mix between tests.
-    IMAPClient& signIn(const std::string& user) {
-        dovecot().addUser(user, password);
-        client_ = std::make_unique<IMAPClient>(server(), 30s);
-        client_->connect();
-        client_->login(user, password);
-        return *client_;
-    }
+DovecotFixture& dovecot() {
+    return DovecotFixture::shared();
+}
 
-    static DovecotFixture& dovecot() { return DovecotFixture::shared(); }
-    static IMAPServer server() { return IMAPServer{"127.0.0.1", dovecot().imapsPort(), false}; }
+// Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
+const std::string password = "s3cret \"wörd\"";
 
-    void TearDown() override {
-        if (client_) {
-            client_->logout();
-        }
-    }
+// Each test signs in as a user of its own, so folders and UIDs don't mix between tests.
+void signIn(IMAPClient& client, const std::string& user) {
+    client.connect();
+    client.login(user, password);
+}
 
-    // Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
-    const std::string password = "s3cret \"wörd\"";
+IMAPServer server() {
+    return IMAPServer{"127.0.0.1", dovecot().imapsPort(), false};
+}
 
-private:
-    std::unique_ptr<IMAPClient> client_;
-};
-
-TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
+// One session: a refused sign-in then a good one, by the host name the certificate names;
+// folders, a quoted name and a new UID validity; arrival dates as given; bodies unread.
+TEST(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
     dovecot().addUser("reader", password);
     dovecot().createFolder("reader", "Archive/2023");
     dovecot().createFolder("reader", "Entwürfe");
+    dovecot().createFolder("reader", "Old \"Mail\"");
+    dovecot().setUIDValidity("reader", "Old \"Mail\"", 4242);
     std::vector<std::string> sent = {message("one", "first"), message("two", "second"),
                                      message("three", "third")};
-    for (const std::string& text : sent) {
-        dovecot().deliver("reader", "INBOX", text);
+    // The arrival dates are what the server reports as INTERNALDATE, which a backup files by.
+    const std::vector<Date> arrivals = {dateFromUnix(1'301'904'000), dateFromUnix(1'577'836'799),
+                                        dateFromUnix(946'684'800)};
+    dovecot().deliverAll("reader", "INBOX", sent, arrivals);
+
+    IMAPClient client(IMAPServer{"localhost", dovecot().imapsPort(), false}, 30s);
+    client.connect();
+    try {
+        client.login("reader", "wrong");
+        ADD_FAILURE() << "signed in with a wrong password";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.kind(), IMAPError::Kind::commandFailed);
+        EXPECT_EQ(error.status(), IMAPStatus::no);
+        EXPECT_TRUE(error.description().starts_with("Sign-in was refused (NO): "));
     }
-    IMAPClient& client = signIn("reader");
+    client.login("reader", password);
     EXPECT_TRUE(client.capabilities().contains("IMAP4REV1"));
     EXPECT_TRUE(client.capabilities().contains("UIDPLUS"));
 
-    std::vector<IMAPMailbox> mailboxes = client.list();
-    auto find = [&](const std::string& name) -> const IMAPMailbox* {
-        for (const IMAPMailbox& mailbox : mailboxes) {
-            if (mailbox.name == name) {
-                return &mailbox;
-            }
-        }
-        return nullptr;
-    };
-    ASSERT_NE(find("INBOX"), nullptr);
-    ASSERT_NE(find("Archive"), nullptr);
-    ASSERT_NE(find("Archive/2023"), nullptr);
-    EXPECT_EQ(find("Archive/2023")->delimiter, "/");
-    const IMAPMailbox* drafts = find("Entw&APw-rfe");
-    ASSERT_NE(drafts, nullptr) << ::testing::PrintToString(mailboxes);
-    EXPECT_EQ(drafts->displayName, "Entwürfe");
-    EXPECT_TRUE(client.select(drafts->name, true).uidValidity != 0);
+    std::map<std::string, IMAPMailbox> mailboxes;
+    for (const IMAPMailbox& mailbox : client.list()) {
+        mailboxes[mailbox.name] = mailbox;
+    }
+    for (const char* name : {"INBOX", "Archive", "Archive/2023", "Entw&APw-rfe"}) {
+        EXPECT_TRUE(mailboxes.contains(name)) << name;
+    }
+    EXPECT_EQ(mailboxes["Archive/2023"].delimiter, "/");
+    EXPECT_EQ(mailboxes["Entw&APw-rfe"].displayName, "Entwürfe");
+    EXPECT_NE(client.select("Entw&APw-rfe", true).uidValidity, 0u);
+    EXPECT_EQ(client.select("Old \"Mail\"", true).uidValidity, 4242u);
+    try {
+        client.select("Nowhere", true);
+        ADD_FAILURE() << "selected a missing folder";
+    } catch (const IMAPError& error) {
+        EXPECT_TRUE(error.description().starts_with("EXAMINE failed (NO): "))
+            << error.description();
+    }
 
     SelectInfo info = client.select("INBOX", true);
     EXPECT_EQ(info, (SelectInfo{dovecot().uidValidity("reader", "INBOX"), 3, 4, true}));
-
     EXPECT_EQ(client.uidSearch("ALL"), (std::vector<uint32_t>{1, 2, 3}));
     EXPECT_EQ(client.uidSearch("UID 2:*"), (std::vector<uint32_t>{2, 3}));
     EXPECT_TRUE(client.uidSearch("DELETED").empty());
@@ -95,10 +102,9 @@ TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
     for (size_t i = 0; i < meta.size(); ++i) {
         EXPECT_EQ(meta[i].uid, i + 1);
         EXPECT_EQ(meta[i].size, static_cast<int64_t>(sent[i].size()));
-        EXPECT_TRUE(meta[i].internalDate.has_value());
+        EXPECT_EQ(meta[i].internalDate, arrivals[i]);
         EXPECT_FALSE(meta[i].body.has_value());
     }
-
     std::vector<std::string> bodies;
     client.fetchBodies({3, 1, 2}, [&](IMAPFetchItem&& item) {
         EXPECT_EQ(item.size, static_cast<int64_t>(item.body->size()));
@@ -109,63 +115,51 @@ TEST_F(DovecotClient, SignsInListsExaminesSearchesAndFetches) {
     for (const auto& stored : dovecot().messages("reader", "INBOX")) {
         EXPECT_TRUE(stored.flags.empty()) << ::testing::PrintToString(stored.flags);
     }
+    client.logout();
 }
 
-TEST_F(DovecotClient, RealWorldMessagesComeBackByteForByte) {
-    dovecot().addUser("corpus", password);
+TEST(DovecotClient, RealWorldMessagesAndATwentyMegabyteOneComeBackByteForByte) {
     // Dovecot keeps messages with LF line ends and serves them with CR LF; delivering CR LF text
     // makes what comes back comparable byte for byte. Bare CRs and NULs are Dovecot's to
     // rewrite; those aren't the client's to prove.
     std::vector<std::string> delivered =
         test::corpusMail(40, {64, std::numeric_limits<size_t>::max(), false, false, true});
     ASSERT_GE(delivered.size(), 20u);
+    std::string large;
+    for (uint64_t line = 0; large.size() < 20'000'000; ++line) {
+        // Varied lines, so a dropped or repeated chunk can't go unnoticed.
+        large +=
+            "line " + std::to_string(line) + " " + std::string(line % 70, 'a' + line % 26) + "\r\n";
+    }
+    delivered.push_back(message("large", large));
+    dovecot().addUser("corpus", password);
     std::vector<uint32_t> stored = dovecot().deliverAll("corpus", "INBOX", delivered);
-    IMAPClient& client = signIn("corpus");
+    IMAPClient client(server(), 30s);
+    signIn(client, "corpus");
     client.select("INBOX", true);
     std::vector<uint32_t> uids = client.uidSearch("ALL");
     ASSERT_EQ(uids, stored);
+    int64_t before = client.bytesRead();
     size_t index = 0;
     client.fetchBodies(uids, [&](IMAPFetchItem&& item) {
         ASSERT_LT(index, delivered.size());
         EXPECT_EQ(item.uid, uids[index]);
+        EXPECT_EQ(item.size, static_cast<int64_t>(delivered[index].size()));
         EXPECT_TRUE(*item.body == delivered[index]) << "message " << index << " differs";
         ++index;
     });
     EXPECT_EQ(index, delivered.size());
+    EXPECT_GT(client.bytesRead() - before, static_cast<int64_t>(large.size()));
 }
 
-TEST_F(DovecotClient, ATwentyMegabyteBodyArrivesWhole) {
-    dovecot().addUser("large", password);
-    std::string body;
-    body.reserve(20'000'000);
-    for (uint64_t line = 0; body.size() < 20'000'000; ++line) {
-        // Varied lines, so a dropped or repeated chunk can't go unnoticed.
-        body +=
-            "line " + std::to_string(line) + " " + std::string(line % 70, 'a' + line % 26) + "\r\n";
-    }
-    std::string text = message("large", body);
-    dovecot().deliver("large", "INBOX", text);
-    IMAPClient& client = signIn("large");
-    client.select("INBOX", true);
-    int64_t before = client.bytesRead();
-    int count = 0;
-    client.fetchBodies({1}, [&](IMAPFetchItem&& item) {
-        ++count;
-        ASSERT_EQ(item.body->size(), text.size());
-        EXPECT_TRUE(*item.body == text);
-        EXPECT_EQ(item.size, static_cast<int64_t>(text.size()));
-    });
-    EXPECT_EQ(count, 1);
-    EXPECT_GT(client.bytesRead() - before, static_cast<int64_t>(text.size()));
-}
-
-TEST_F(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
+TEST(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
     dovecot().addUser("scratch", password);
     dovecot().createFolder("scratch", "Scratch");
     for (int i = 1; i <= 4; ++i) {
         dovecot().deliver("scratch", "Scratch", message("m" + std::to_string(i), "x"));
     }
-    IMAPClient& client = signIn("scratch");
+    IMAPClient client(server(), 30s);
+    signIn(client, "scratch");
     SelectInfo info = client.select("Scratch", false);
     EXPECT_FALSE(info.readOnly);
     EXPECT_EQ(info.exists, 4);
@@ -182,110 +176,31 @@ TEST_F(DovecotClient, StoresFlagsAndExpungesByUIDInAScratchFolder) {
     EXPECT_EQ(left, (std::vector<uint32_t>{1, 3, 4}));
 }
 
-TEST_F(DovecotClient, ReportsANewUIDValidity) {
-    dovecot().addUser("renumbered", password);
-    dovecot().createFolder("renumbered", "Box");
-    dovecot().setUIDValidity("renumbered", "Box", 4242);
-    IMAPClient& client = signIn("renumbered");
-    EXPECT_EQ(client.select("Box", true).uidValidity, 4242u);
-}
-
-// The fixture's arrival dates are what the server then reports as INTERNALDATE, which is what
-// a backup files by: the demo's fifteen years of mail depend on it.
-TEST_F(DovecotClient, DeliveredMailKeepsTheArrivalDateItWasGiven) {
-    dovecot().addUser("arrivals", password);
-    dovecot().createFolder("arrivals", "Old \"Mail\"");
-    const Date first = dateFromUnix(1'301'904'000);  // 2011-04-04 08:00:00 UTC
-    const Date second = dateFromUnix(1'577'836'799); // 2019-12-31 23:59:59 UTC
-    const Date third = dateFromUnix(946'684'800);    // 2000-01-01 00:00:00 UTC
-    std::vector<uint32_t> uids = dovecot().deliverAll(
-        "arrivals", "Old \"Mail\"", {message("a1", "x"), message("a2", "y")}, {first, second});
-    uids.push_back(dovecot().deliver("arrivals", "Old \"Mail\"", message("a3", "z"), third));
-    const Date before = std::chrono::system_clock::now() - 1min;
-    uids.push_back(dovecot().deliver("arrivals", "Old \"Mail\"", message("a4", "now")));
-    EXPECT_THROW(dovecot().deliverAll("arrivals", "INBOX", {message("a5", "")}, {first, second}),
-                 std::invalid_argument);
-
-    IMAPClient& client = signIn("arrivals");
-    client.select("Old \"Mail\"", true);
-    std::vector<IMAPFetchItem> items = client.fetchMeta(uids);
-    ASSERT_EQ(items.size(), 4u);
-    EXPECT_EQ(items[0].internalDate, first);
-    EXPECT_EQ(items[1].internalDate, second);
-    EXPECT_EQ(items[2].internalDate, third);
-    ASSERT_TRUE(items[3].internalDate);
-    EXPECT_GT(*items[3].internalDate, before);
-    EXPECT_EQ(dovecot().messages("arrivals", "Old \"Mail\"").size(), 4u);
-}
-TEST_F(DovecotClient, RefusalsAreCommandFailuresWithTheServersText) {
-    dovecot().addUser("refused", password);
-    {
-        IMAPClient client(server(), 30s);
-        client.connect();
-        try {
-            client.login("refused", "wrong");
-            ADD_FAILURE() << "signed in with a wrong password";
-        } catch (const IMAPError& error) {
-            EXPECT_EQ(error.kind(), IMAPError::Kind::commandFailed);
-            EXPECT_EQ(error.command(), "LOGIN");
-            EXPECT_EQ(error.status(), IMAPStatus::no);
-            EXPECT_TRUE(error.description().starts_with("Sign-in was refused (NO): "));
-        }
-        client.logout();
-    }
-    IMAPClient& client = signIn("refused");
-    try {
-        client.select("Nowhere", true);
-        ADD_FAILURE() << "selected a missing folder";
-    } catch (const IMAPError& error) {
-        EXPECT_TRUE(error.description().starts_with("EXAMINE failed (NO): "))
-            << error.description();
-    }
-}
-
-TEST_F(DovecotClient, AHostNameNamedByTheCertificateIsAccepted) {
-    dovecot().addUser("byname", password);
-    IMAPClient client(IMAPServer{"localhost", dovecot().imapsPort(), false}, 30s);
-    client.connect();
-    client.login("byname", password);
-    EXPECT_FALSE(client.list().empty());
-    client.logout();
-}
-
-TEST_F(DovecotClient, PlaintextDevelopmentModeReachesThePlainListener) {
-    DovecotFixture::Options options;
-    options.plainListener = true;
-    DovecotFixture plain(options);
-    plain.addUser("dev", "pw");
-    IMAPClient client(IMAPServer{"127.0.0.1", plain.imapPort(), true}, 30s);
-    client.connect();
-    client.login("dev", "pw");
-    EXPECT_EQ(client.select("INBOX", true).exists, 0);
-    client.logout();
-}
-
 // A certificate from a CA nobody trusts, and one for another host name: both refused during
-// the handshake, with the words of the certificate check in the text.
+// the handshake, with the words of the certificate check in the text. The first server has a
+// plain listener too, which development mode reaches.
 TEST(DovecotTLS, RefusesUntrustedAndMisnamedCertificates) {
-    struct Row {
-        const char* name;
-        bool trusted;
-        const char* certificateHost;
-        const char* host;
-        const char* verdict;
-    } rows[] = {
-        {"untrusted CA", false, "", "127.0.0.1", "(self-signed certificate in certificate chain)"},
-        {"other host name", true, "mail.example.invalid", "localhost", "(hostname mismatch)"},
-        {"other host, by address", true, "mail.example.invalid", "127.0.0.1",
-         "(IP address mismatch)"},
+    const std::tuple<bool, const char*, const char*, const char*> rows[] = {
+        // trusted CA, certificate's host, host connected to, the check's verdict
+        {false, "", "127.0.0.1", "(self-signed certificate in certificate chain)"},
+        {true, "mail.example.invalid", "localhost", "(hostname mismatch)"},
+        {true, "mail.example.invalid", "127.0.0.1", "(IP address mismatch)"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [trusted, certificateHost, host, verdict] : rows) {
+        SCOPED_TRACE(verdict);
         DovecotFixture::Options options;
-        options.trusted = row.trusted;
-        options.certificateHost = row.certificateHost;
+        options.trusted = trusted;
+        options.certificateHost = certificateHost;
+        options.plainListener = !trusted;
         DovecotFixture fixture(options);
-        IMAPClient client(IMAPServer{row.host, fixture.imapsPort(), false}, 30s);
+        if (options.plainListener) {
+            fixture.addUser("dev", "pw");
+            IMAPClient plain(IMAPServer{"127.0.0.1", fixture.imapPort(), true}, 30s);
+            plain.connect();
+            plain.login("dev", "pw");
+            EXPECT_EQ(plain.select("INBOX", true).exists, 0);
+        }
+        IMAPClient client(IMAPServer{host, fixture.imapsPort(), false}, 30s);
         try {
             client.connect();
             ADD_FAILURE() << "the handshake succeeded";
@@ -293,7 +208,7 @@ TEST(DovecotTLS, RefusesUntrustedAndMisnamedCertificates) {
             EXPECT_EQ(error.kind(), IMAPError::Kind::connectionFailed);
             EXPECT_NE(error.text().find("certificate verify failed"), std::string::npos)
                 << error.text();
-            EXPECT_NE(error.text().find(row.verdict), std::string::npos) << error.text();
+            EXPECT_NE(error.text().find(verdict), std::string::npos) << error.text();
         }
     }
 }

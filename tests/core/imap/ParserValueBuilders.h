@@ -1,7 +1,5 @@
 #pragma once
-
 // Short builders for expected parse results in the reader and parser tables.
-
 #include "imap/IMAPResponse.h"
 #include "imap/IMAPValue.h"
 

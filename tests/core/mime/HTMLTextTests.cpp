@@ -8,46 +8,12 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 using namespace qs;
 
-namespace {
-
-struct Row {
-    const char* name;
-    std::string input;
-    std::string output;
-};
-
-} // namespace
-
-TEST(HTMLText, ToPlain) {
-    const std::vector<Row> rows{
-        {"paragraphs", "<p>a</p><p>b</p>", "a\n b"},
-        {"style with attributes and case", "<STYLE type=\"text/css\">p{}</Style >hello", "hello"},
-        {"script, head and title", "<head><title>T</title></head><script>var a;</script>body",
-         "body"},
-        {"comment", "a<!-- hidden\n -->b", "a b"},
-        {"line break", "a<br>b", "a\nb"},
-        {"heading end", "<h1>T</h1>x", "T\nx"},
-        {"other tags become a space", "a<span>b</span>c", "a b c"},
-        {"entities", "Fish &amp; chips &lt;3", "Fish & chips <3"},
-        {"non-breaking space collapses", "a&nbsp;&nbsp; b\u00a0c", "a b c"},
-        {"many blank lines", "a<br><br><br><br><br><br>b", "a\n\nb"},
-        {"blank lines holding blanks", "a\n \n\t\n\nb", "a\n\nb"},
-        {"trimmed", "  <div> x </div>  ", "x"},
-        {"empty", "", ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(HTMLText::toPlain(row.input), row.output);
-    }
-}
-
 TEST(HTMLText, DecodeEntities) {
-    const std::vector<Row> rows{
+    const std::tuple<const char*, std::string, std::string> rows[] = {
         {"numeric", "&#x41;&#66;", "AB"},
         {"upper X stays", "&#X41;", "&#X41;"},
         {"surrogate vanishes", "&#xD800;", ""},
@@ -62,19 +28,15 @@ TEST(HTMLText, DecodeEntities) {
         {"joiners vanish", "a&zwnj;b&zwj;c", "abc"},
         {"unknown entity kept", "&eacute; &", "&eacute; &"},
         {"no semicolon kept", "&amp", "&amp"},
-        {"text around references kept", "x&#65;y&#66;z", "xAyBz"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(HTMLText::decodeEntities(row.input), row.output);
+    for (const auto& [name, input, output] : rows) {
+        EXPECT_EQ(HTMLText::decodeEntities(input), output) << name;
     }
 }
 
 TEST(HTMLText, Escape) {
-    EXPECT_EQ(HTMLText::escape("<a href=\"x\">&amp;</a>"),
-              "&lt;a href=&quot;x&quot;&gt;&amp;amp;&lt;/a&gt;");
-    EXPECT_EQ(HTMLText::escape("it's"), "it's");
-    EXPECT_EQ(HTMLText::decodeEntities(HTMLText::escape("a<b>&\"c\"")), "a<b>&\"c\"");
+    EXPECT_EQ(HTMLText::escape("<a href=\"x\">&amp;</a> it's"),
+              "&lt;a href=&quot;x&quot;&gt;&amp;amp;&lt;/a&gt; it's");
 }
 
 namespace {
@@ -122,7 +84,7 @@ std::string toPlainByRegularExpressions(std::string_view html) {
 
 } // namespace
 
-TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnRandomMarkup) {
+TEST(HTMLText, ToPlainAgreesWithTheRegularExpressions) {
     const std::vector<std::string_view> pieces{
         "<",     ">",    "/",        "br",    "BR",       "p",     "/P",     "div",    "/Div",
         "/tr",   "/li",  "/h3",      "/h7",   "h1",       "style", "STYLE",  "script", "head",
@@ -139,19 +101,15 @@ TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnRandomMarkup) {
         }
         ASSERT_EQ(HTMLText::toPlain(html), toPlainByRegularExpressions(html)) << html;
     }
-}
-
-TEST(HTMLText, ToPlainAgreesWithTheRegularExpressionsOnCorpusHTML) {
     size_t bodies = 0;
     for (const auto& message : test::corpusMessages()) {
         auto parsed = MIMEParser::parse(message.bytes);
-        if (!parsed.htmlBody) {
-            continue;
+        if (parsed.htmlBody) {
+            ++bodies;
+            EXPECT_EQ(HTMLText::toPlain(*parsed.htmlBody),
+                      toPlainByRegularExpressions(*parsed.htmlBody))
+                << message.name;
         }
-        ++bodies;
-        SCOPED_TRACE(message.name);
-        EXPECT_EQ(HTMLText::toPlain(*parsed.htmlBody),
-                  toPlainByRegularExpressions(*parsed.htmlBody));
     }
     EXPECT_GT(bodies, 20u);
 }
