@@ -15,9 +15,6 @@
 
 namespace {
 
-// A fresh keyring daemon and bus start in well under a second; this only bounds a hang.
-constexpr int sessionTimeoutMilliseconds = 120'000;
-
 qs::MailAccount account(std::string label, std::string user) {
     qs::MailAccount a;
     a.id = qs::UUID::random();
@@ -41,11 +38,10 @@ QString itemsOf(const std::string& user) {
 }
 
 TEST(SecretService, RoundTripsInARealKeyringSession) {
-    for (auto program : {"dbus-run-session", "gnome-keyring-daemon", "secret-tool"}) {
+    for (auto program : {"dbus-run-session", "gnome-keyring-daemon", "secret-tool"})
         if (QStandardPaths::findExecutable(program).isEmpty()) {
             GTEST_SKIP() << program << " is not installed (scripts/setup installs it)";
         }
-    }
     qs::test::TemporaryDirectory home;
     std::filesystem::create_directories(home.path() / "run");
     std::filesystem::permissions(home.path() / "run", std::filesystem::perms::owner_all);
@@ -66,7 +62,7 @@ TEST(SecretService, RoundTripsInARealKeyringSession) {
                    ">/dev/null 2>&1 && exec \"$0\" --gtest_also_run_disabled_tests "
                    "--gtest_filter='SecretServiceSession.*'",
                    QCoreApplication::applicationFilePath()});
-    ASSERT_TRUE(session.waitForFinished(sessionTimeoutMilliseconds));
+    ASSERT_TRUE(session.waitForFinished(120'000));
     auto output = QString::fromUtf8(session.readAll());
     EXPECT_EQ(session.exitCode(), 0) << output.toStdString();
     EXPECT_TRUE(output.contains("[  PASSED  ] 1 test")) << output.toStdString();
@@ -88,12 +84,11 @@ TEST(SecretServiceSession, DISABLED_SaveReplaceLookupAndRemove) {
     // Saving twice leaves one item, labelled and commented in the product's words.
     auto items = itemsOf(work.username);
     EXPECT_EQ(items.count("attribute.server = imap.example.org"), 1) << items.toStdString();
-    EXPECT_TRUE(items.contains("label = Quernstead – ann@example.org")) << items.toStdString();
-    EXPECT_TRUE(items.contains(
-        "attribute.comment = App-specific password used by Quernstead to back up mail"))
-        << items.toStdString();
-    EXPECT_TRUE(items.contains("attribute.protocol = imaps")) << items.toStdString();
-    EXPECT_TRUE(items.contains("attribute.port = 993")) << items.toStdString();
+    for (const char* line :
+         {"label = Quernstead – ann@example.org", "attribute.protocol = imaps",
+          "attribute.comment = App-specific password used by Quernstead to back up mail",
+          "attribute.port = 993"})
+        EXPECT_TRUE(items.contains(QString::fromUtf8(line))) << items.toStdString();
 
     // The label plays no part in the address; port does.
     EXPECT_EQ(qs::Credentials::password(account("Other", "ann@example.org")), password);

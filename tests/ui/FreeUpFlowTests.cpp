@@ -102,9 +102,8 @@ fs::path vaultCopy(const fs::path& root, uint32_t uid) {
     const std::string ending = " " + std::to_string(uid);
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         const std::string stem = entry.path().stem().string();
-        if (entry.path().extension() == ".eml" && stem.ends_with(ending)) {
+        if (entry.path().extension() == ".eml" && stem.ends_with(ending))
             return entry.path();
-        }
     }
     return {};
 }
@@ -211,9 +210,8 @@ TEST(FreeUpFlow, ReleasesOnlyProvenCopiesFromARealServer) {
     EXPECT_EQ(store.toast()->text, "Released 3 from the server · copies safe in the vault");
 
     std::vector<uint32_t> left;
-    for (const auto& message : dovecot.messages(user, "Archive")) {
+    for (const auto& message : dovecot.messages(user, "Archive"))
         left.push_back(message.uid);
-    }
     EXPECT_EQ(left, (std::vector<uint32_t>{uids[1], uids[3], uids[5], uids[6]}));
     store.resetCleanup();
     EXPECT_EQ(cleanup.stage(), CleanupStage::choose);

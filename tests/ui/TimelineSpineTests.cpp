@@ -1,6 +1,6 @@
 #include "ui/TimelineSpine.h"
 
-#include "app/BrowsingFixture.h"
+#include "app/StoreTest.h"
 #include "model/AppStore.h"
 
 #include <gtest/gtest.h>
@@ -43,9 +43,8 @@ TEST_F(TimelineSpineTest, DragScrubsOncePerMonthEvenOverAGap) {
     spine.dragTo(rowOf({2024, 5})); // the current month: nothing to ask
     EXPECT_EQ(store->scrubToken(), token);
     // April is empty: the list lands on March, but further moves over April ask nothing more.
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         spine.dragTo(rowOf({2024, 4}) + i);
-    }
     EXPECT_EQ(store->scrubToken(), token + 1);
     EXPECT_EQ(store->timeline().currentMonth(), (MonthKey{2024, 3}));
     EXPECT_EQ(spine.hover(), (MonthKey{2024, 4}));

@@ -1,4 +1,5 @@
 #include "model/Fmt.h"
+#include "model/PlatformWords.h"
 
 #include <QDateTime>
 #include <gtest/gtest.h>
@@ -44,9 +45,22 @@ TEST(Fmt, RowDateSaysTimeTodayYesterdayOrDay) {
         {localDate(2024, 3, 9, 23, 59), "Yesterday"}, {localDate(2024, 3, 9, 0, 0), "Yesterday"},
         {localDate(2024, 3, 8, 23, 59), "Mar 08"},    {localDate(2023, 3, 10, 12, 0), "Mar 10"},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
         EXPECT_EQ(qs::Fmt::rowDate(c.date, now, english).toStdString(), c.expected);
-    }
+}
+
+TEST(PlatformWords, ReplacesWholeWordsOnly) {
+    const std::pair<const char16_t*, const char16_t*> rows[] = {
+        {u"Show Vault in Finder", u"Show Vault in File Manager"},
+        {u"It’s kept in your Mac’s Keychain and goes nowhere else.",
+         u"It’s kept in your computer’s keyring and goes nowhere else."},
+        {u"Click to preview with Quick Look", u"Click to preview with Preview"},
+        {u"nothing leaves your Mac except", u"nothing leaves your computer except"},
+        {u"Machine and iMac and Macs stay", u"Machine and iMac and Macs stay"},
+        {u"Mac", u"computer"},
+    };
+    for (const auto& [elsewhere, here] : rows)
+        EXPECT_EQ(qs::PlatformWords::adapt(QStringView(elsewhere)), QString::fromUtf16(here));
 }
 
 } // namespace
