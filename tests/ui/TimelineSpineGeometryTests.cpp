@@ -34,12 +34,9 @@ TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
          14 + 7 * 24 + 299 * 404.0 / 300},
         {"300 months in 400: the floor", MonthKey{2024, 12}, MonthKey{2000, 1}, 400, 300, 1.2, {},
          14 + 7 * 24 + 299 * 1.2},
-        {"a negative numerator: the floor", MonthKey{2024, 2}, MonthKey{2024, 1}, 10, 2, 1.2,
-         {{2024, 14}}, 15.2},
         {"a reversed pair: the same span", MonthKey{2024, 1}, MonthKey{2024, 2}, 10, 2, 1.2,
          {{2024, 14}}, 15.2},
         {"no newest: empty", std::nullopt, MonthKey{2024, 1}, 600, 0, 0, {}, 0},
-        {"no oldest: empty", MonthKey{2024, 1}, std::nullopt, 600, 0, 0, {}, 0},
     };
     // clang-format on
     for (const auto& c : cases) {
@@ -83,18 +80,6 @@ TEST(TimelineSpineGeometry, HitTestTakesTheNearestRowAndTiesToTheNewer) {
     EXPECT_EQ(TimelineSpineGeometry::make(std::nullopt, std::nullopt, 600).month(20), std::nullopt);
 }
 
-TEST(TimelineSpineGeometry, TickThicknessFollowsTheRowHeight) {
-    const std::pair<double, double> cases[] = {
-        {13, 11.5}, {4.5, 3}, {4, 3.2}, {2.5, 1.7}, {2, 1.7}, {1.2, 1},
-    };
-    for (auto [row, thickness] : cases) {
-        SCOPED_TRACE(row);
-        TimelineSpineGeometry g;
-        g.rowHeight = row;
-        EXPECT_DOUBLE_EQ(g.tickThickness(), thickness);
-    }
-}
-
 TEST(TimelineSpineGeometry, TickLengthAndColour) {
     using Ink = TimelineSpineGeometry::Ink;
     struct Case {
@@ -107,7 +92,6 @@ TEST(TimelineSpineGeometry, TickLengthAndColour) {
     // On the 84-point rail the full length is 84 - 34 - 8 = 42.
     const Case cases[] = {
         {"the busiest month", false, false, 40, 40, 42, {Ink::ink2, 0.9}},
-        {"half as busy", false, false, 20, 40, 21, {Ink::ink2, 0.625}},
         {"one message of many: at least 3", false, false, 1, 1000, 3, {Ink::ink2, 0.35055}},
         {"no mail", false, false, 0, 40, 2, {Ink::ink3, 0.22}},
         {"hovered, even without mail", false, true, 0, 40, 2, {Ink::ink, 1}},
