@@ -147,7 +147,7 @@ TEST_F(ScanTest, WalkTakesMessagesOnly) {
 class ViewTest : public qs::test::BrowsingTest {
 protected:
     void SetUp() override {
-        BrowsingTest::SetUp();
+        StoreTest::SetUp();
         put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
         put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
         put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));

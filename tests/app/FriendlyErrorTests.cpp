@@ -1,6 +1,5 @@
 #include "model/FriendlyError.h"
 
-#include "cleanup/CleanupError.h"
 #include "imap/IMAPError.h"
 #include "model/KeychainError.h"
 #include "model/PasswordCommandError.h"
@@ -51,10 +50,6 @@ TEST(FriendlyError, EveryRowInOrder) {
         std::optional<std::string> host;
         std::string title, advice;
     } rows[] = {
-        {as(qs::CancellationError()), host, "Stopped", "Nothing more was changed."},
-        {as(qs::CleanupError::uidValidityChanged()), host, "Nothing more was changed",
-         "The folder was renumbered on the server since it was checked. Run a backup, then check "
-         "again."},
         // Connection failures, by the words the Linux transport really carries.
         {connection("Connection refused"), host, "Couldn’t reach “imap.example.org”",
          refusedAdvice},

@@ -5,7 +5,6 @@
 #include "model/Credentials.h"
 #include "model/Keychain.h"
 
-#include "ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
 #include <QCoreApplication>

@@ -35,8 +35,7 @@ protected:
     }
     void TearDown() override {
         // Workers still running hold the store only weakly; let them end before the next test.
-        QThreadPool::globalInstance()->waitForDone();
-        QCoreApplication::processEvents();
+        settle();
         settings().clear();
     }
 
@@ -45,14 +44,32 @@ protected:
     }
     std::filesystem::path vault() const { return dir.path() / "vault"; }
 
+    /// Runs a scan to its end and returns whether it ended in time.
+    static bool scan(AppStore& store) {
+        QSignalSpy finished(&store, &AppStore::scanFinished);
+        store.reloadArchive();
+        return finished.wait(120'000);
+    }
+    /// Waits until the reader shows `path`.
+    static bool waitForOpen(AppStore& store, const std::string& path) {
+        return QTest::qWaitFor(
+            [&] { return store.openMessage() && store.openMessage()->record.path == path; },
+            30'000);
+    }
+    /// Lets every open or scan task finish and deliver what it will.
+    static void settle() {
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+    }
+
     TemporaryDirectory dir;
     ScopedEnvironment environment;
 };
+using BrowsingTest = StoreTest;
 
 /// A small RFC 5322 message; `date` in seconds since 1970, written in UTC.
 inline std::string message(const std::string& subject, int64_t date,
-                           const std::string& from = "Ann Archer <ann@example.org>",
-                           const std::string& body = "Hello there.") {
+                           const std::string& from = "Ann Archer <ann@example.org>") {
     std::time_t seconds = static_cast<std::time_t>(date);
     std::tm parts{};
     ::gmtime_r(&seconds, &parts);
@@ -60,11 +77,10 @@ inline std::string message(const std::string& subject, int64_t date,
     std::strftime(stamp, sizeof stamp, "%a, %d %b %Y %H:%M:%S +0000", &parts);
     return "From: " + from + "\r\nTo: Bob <bob@example.net>\r\nSubject: " + subject +
            "\r\nDate: " + stamp + "\r\nMessage-ID: <" + std::to_string(date) + "." +
-           std::to_string(subject.size()) + "@example.org>\r\n\r\n" + body + "\r\n";
+           std::to_string(subject.size()) + "@example.org>\r\n\r\nHello there.\r\n";
 }
 
-/// Seconds since 1970 of midnight UTC on the 15th of a month, far from any month's edge in
-/// every time zone.
+/// Midnight UTC on the 15th of a month, far from any month's edge in every time zone.
 inline int64_t midMonth(int year, int month) {
     std::tm parts{};
     parts.tm_year = year - 1900;
@@ -86,28 +102,5 @@ inline void setModificationTime(const std::filesystem::path& path, double second
         {static_cast<time_t>(nanos / 1'000'000'000), static_cast<long>(nanos % 1'000'000'000)}};
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
-
-class BrowsingTest : public StoreTest {
-protected:
-    /// Runs a scan to its end and returns whether it ended in time.
-    static bool scan(AppStore& store) {
-        QSignalSpy finished(&store, &AppStore::scanFinished);
-        store.reloadArchive();
-        return finished.wait(120'000);
-    }
-
-    /// Waits until the reader shows `path`.
-    static bool waitForOpen(AppStore& store, const std::string& path) {
-        return QTest::qWaitFor(
-            [&] { return store.openMessage() && store.openMessage()->record.path == path; },
-            30'000);
-    }
-
-    /// Lets every open or scan task finish and deliver what it will.
-    static void settle() {
-        QThreadPool::globalInstance()->waitForDone();
-        QCoreApplication::processEvents();
-    }
-};
 
 } // namespace qs::test

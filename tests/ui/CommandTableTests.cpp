@@ -23,11 +23,7 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
     } rows[] = {
         {"backUpNow", idle, running},
         {"stopBackup", running, idle},
-        {"freeUpSpace", idle, none},
-        {"previousMessage", browsing, none},
         {"showImages", reading, browsing},
-        {"revealMessage", browsing, none},
-        {"openInMailApp", browsing, none},
         {"saveSearch", {.queryNotEmpty = true}, browsing},
         {"checkForUpdates", {.updatesActive = true}, none},
     };

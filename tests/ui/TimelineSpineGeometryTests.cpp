@@ -80,33 +80,5 @@ TEST(TimelineSpineGeometry, HitTestTakesTheNearestRowAndTiesToTheNewer) {
     EXPECT_EQ(TimelineSpineGeometry::make(std::nullopt, std::nullopt, 600).month(20), std::nullopt);
 }
 
-TEST(TimelineSpineGeometry, TickLengthAndColour) {
-    using Ink = TimelineSpineGeometry::Ink;
-    struct Case {
-        std::string name;
-        bool current, hovered;
-        int count, maxCount;
-        double length;
-        TimelineSpineGeometry::TickColour colour;
-    };
-    // On the 84-point rail the full length is 84 - 34 - 8 = 42.
-    const Case cases[] = {
-        {"the busiest month", false, false, 40, 40, 42, {Ink::ink2, 0.9}},
-        {"one message of many: at least 3", false, false, 1, 1000, 3, {Ink::ink2, 0.35055}},
-        {"no mail", false, false, 0, 40, 2, {Ink::ink3, 0.22}},
-        {"hovered, even without mail", false, true, 0, 40, 2, {Ink::ink, 1}},
-        {"current wins over hover", true, true, 20, 40, 21, {Ink::seal, 1}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_DOUBLE_EQ(TimelineSpineGeometry::tickLength(84, c.count, c.maxCount), c.length);
-        auto colour = TimelineSpineGeometry::tickColour(c.current, c.hovered, c.count, c.maxCount);
-        EXPECT_EQ(colour.ink, c.colour.ink);
-        EXPECT_NEAR(colour.opacity, c.colour.opacity, 1e-12);
-    }
-    EXPECT_DOUBLE_EQ(TimelineSpineGeometry::emptyRowSpacing(712), 3);
-    EXPECT_DOUBLE_EQ(TimelineSpineGeometry::emptyRowSpacing(200), 2);
-}
-
 } // namespace
 } // namespace qs

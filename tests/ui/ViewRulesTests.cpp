@@ -64,14 +64,11 @@ TEST(BackupStripText, TitleTakesTheFirstStateThatHolds) {
 
 TEST(BackupStripText, DetailJoinsAgeScheduleAndAccountCount) {
     const Date now = std::chrono::system_clock::now();
-    using State = BackupStripText::State;
-    EXPECT_EQ(BackupStripText::detail(State{.accountCount = 1}, now), "");
-    EXPECT_EQ(BackupStripText::detail(State{.accountCount = 1, .lastFinished = now - 3min}, now),
-              "3 min ago");
-    EXPECT_EQ(BackupStripText::detail(State{.accountCount = 3,
-                                            .lastFinished = now - 2h,
-                                            .scheduleEnabled = true,
-                                            .scheduleHours = 12},
+    EXPECT_EQ(BackupStripText::detail({.accountCount = 1}, now), "");
+    EXPECT_EQ(BackupStripText::detail({.accountCount = 3,
+                                       .lastFinished = now - 2h,
+                                       .scheduleEnabled = true,
+                                       .scheduleHours = 12},
                                       now),
               "2 h ago · auto 12h · 3 acct");
 }
