@@ -27,8 +27,6 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
     const Case cases[] = {
         {"no size, imported", mail, "Imported", std::nullopt, {CopyStatus::Kind::imported, 0, 0}},
         {"no size, other account", mail, "Ann", std::nullopt, {CopyStatus::Kind::saved, 0, 0}},
-        {"no size, content not looked at", "junk", "Ann", std::nullopt,
-         {CopyStatus::Kind::saved, 0, 0}},
         {"same length and valid", mail, "Imported", n, {CopyStatus::Kind::verified, n, 0}},
         {"longer on the server", mail, "Ann", n + 1, {CopyStatus::Kind::differs, n + 1, n}},
         {"right length, not an email", std::string(size_t(n), 'x'), "Ann", n,

@@ -25,24 +25,24 @@ namespace fs = std::filesystem;
 constexpr int waitMilliseconds = 60'000;
 
 TEST(FreeUpFlow, OnlyTheExactPhraseConfirmsAndOnlyAProvenSafeCheckGoesOn) {
+    // clang-format off
     const std::pair<const char*, bool> phrases[] = {
-        {"RELEASE 1234", true},   {"release 1234", false},
-        {"RELEASE 1234 ", false}, {" RELEASE 1234", false},
-        {"RELEASE 1233", false},  {"RELEASE 1,234", false},
+        {"RELEASE 1234", true}, {"release 1234", false}, {"RELEASE 1234 ", false},
+        {" RELEASE 1234", false}, {"RELEASE 1233", false}, {"RELEASE 1,234", false},
         {"RELEASE 1 234", false}, {"", false}};
+    // clang-format on
     for (const auto& [typed, confirms] : phrases)
         EXPECT_EQ(FreeUpFlow::confirms(QString::fromUtf8(typed), 1'234), confirms) << typed;
     EXPECT_FALSE(FreeUpFlow::confirms("", 0));
 
     // Every item checked, one proven, and the folder safe.
+    // clang-format off
     const struct {
         int64_t checked, items, verified;
         bool safe, expected;
-    } rows[] = {{12, 12, 12, true, true},
-                {11, 12, 11, true, false},
-                {12, 12, 0, true, false},
-                {12, 12, 12, false, false},
-                {0, 0, 0, true, false}};
+    } rows[] = {{12, 12, 12, true, true}, {11, 12, 11, true, false}, {12, 12, 0, true, false},
+                {12, 12, 12, false, false}, {0, 0, 0, true, false}};
+    // clang-format on
     for (const auto& row : rows) {
         EXPECT_EQ(FreeUpFlow::canContinue(row.checked, row.items, row.verified, row.safe),
                   row.expected)

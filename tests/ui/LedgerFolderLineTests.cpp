@@ -13,25 +13,22 @@ TEST(LedgerFolderLine, TheFirstStateThatAppliesIsShown) {
     const std::optional<Date> before = now - 3h, never;
     const LedgerFolderLine ago{Kind::ago, "3 h ago", "", 0, 0};
     const LedgerFolderLine waiting{Kind::waiting, "waiting", "", 0, 0};
+    // clang-format off
     const struct {
         std::optional<LedgerLine> line;
         std::optional<Date> lastRun;
         LedgerFolderLine expected;
     } rows[] = {
-        {LedgerLine{true, 1'180, 2'400, false, 0},
-         before,
+        {LedgerLine{true, 1'180, 2'400, false, 0}, before,
          {Kind::running, "+1,180 of 2,400", "", 1'180, 2'400}},
-        {LedgerLine{false, 0, 0, true, 0},
-         before,
-         {Kind::finished, "up to date", "checkmark", 0, 0}},
-        {LedgerLine{false, 1'200, 1'200, true, 1'200},
-         never,
+        {LedgerLine{false, 0, 0, true, 0}, before, {Kind::finished, "up to date", "checkmark", 0, 0}},
+        {LedgerLine{false, 1'200, 1'200, true, 1'200}, never,
          {Kind::finished, "+1,200 new", "checkmark", 0, 0}},
         {LedgerLine{}, before, ago}, // reset for this run but not reached: its last pass
         {std::nullopt, before, ago},
         {LedgerLine{}, never, waiting},
-        {std::nullopt, never, waiting},
     };
+    // clang-format on
     for (const auto& row : rows) {
         EXPECT_EQ(LedgerFolderLine::of(row.line, row.lastRun, now,
                                        QLocale(QLocale::English, QLocale::UnitedStates)),

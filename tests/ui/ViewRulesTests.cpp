@@ -3,7 +3,6 @@
 
 #include "model/SmartFilter.h"
 #include "ui/BackupStripText.h"
-#include "ui/FolderSymbol.h"
 #include "ui/ListEmptyState.h"
 #include "ui/Symbols.h"
 
@@ -17,21 +16,6 @@ namespace qs {
 namespace {
 
 using namespace std::chrono_literals;
-
-TEST(FolderSymbol, FirstMatchingRuleWinsAndSubstringsAreBlunt) {
-    // clang-format off
-    const std::pair<const char*, const char*> rows[] = {
-        {"INBOX", "tray"}, {"Inbox-old", "folder"}, {"Sent Items", "paperplane"}, {"Drafts", "doc"},
-        {"Entwürfe", "doc"}, {"Deleted Messages", "trash"}, {"Cabinet", "trash"},
-        {"Junk E-mail", "xmark.bin"}, {"[Gmail]/All Mail", "archivebox"},
-        {"Archive 2019", "archivebox"}, {"Sent spam", "paperplane"}, {"Receipts", "folder"}};
-    // clang-format on
-    for (const auto& [name, symbol] : rows)
-        EXPECT_EQ(folderSymbol(QString::fromUtf8(name)), QLatin1String(symbol)) << name;
-    EXPECT_EQ(accountSymbol("Imported", true), "square.and.arrow.down");
-    EXPECT_EQ(accountSymbol("Work", true), "exclamationmark.circle");
-    EXPECT_EQ(accountSymbol("Work", false), "archivebox");
-}
 
 TEST(BackupStripText, TitleTakesTheFirstStateThatHolds) {
     using State = BackupStripText::State;
