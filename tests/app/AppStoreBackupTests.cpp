@@ -220,10 +220,8 @@ DovecotFixture& plainDovecot() {
     return fixture;
 }
 
-// Releases that end before every verified message has left the server: Stop pressed while a
-// command is held, the connection dropped, or the server changed since the check. 203 messages
-// make two chunks (200, then 3). Each row checks what the sheet shows ("…" stands for the
-// server's own words) and that the server keeps exactly the messages that weren't released.
+// Releases that end early: what the sheet shows ("…" stands for the server's own words), and the
+// server keeps exactly what wasn't released. 203 messages make two chunks (200, then 3).
 TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
     constexpr int64_t total = 203;
     using Action = IMAPRelay::Action;

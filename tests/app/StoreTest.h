@@ -24,8 +24,6 @@
 
 namespace qs::test {
 
-/// Each test of a store gets a fresh vault, an empty settings store and a credentials file of
-/// its own in force.
 class StoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -44,19 +42,16 @@ protected:
     }
     std::filesystem::path vault() const { return dir.path() / "vault"; }
 
-    /// Runs a scan to its end and returns whether it ended in time.
     static bool scan(AppStore& store) {
         QSignalSpy finished(&store, &AppStore::scanFinished);
         store.reloadArchive();
         return finished.wait(120'000);
     }
-    /// Waits until the reader shows `path`.
     static bool waitForOpen(AppStore& store, const std::string& path) {
         return QTest::qWaitFor(
             [&] { return store.openMessage() && store.openMessage()->record.path == path; },
             30'000);
     }
-    /// Lets every open or scan task finish and deliver what it will.
     static void settle() {
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::processEvents();
@@ -94,7 +89,6 @@ inline void put(const std::filesystem::path& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-/// Sets the file's modification time to `seconds` since 1970, fractions kept.
 inline void setModificationTime(const std::filesystem::path& path, double seconds) {
     auto nanos = static_cast<int64_t>(seconds * 1e9);
     struct ::timespec times[2] = {

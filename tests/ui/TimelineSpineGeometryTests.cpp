@@ -56,28 +56,5 @@ TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
     }
 }
 
-TEST(TimelineSpineGeometry, HitTestTakesTheNearestRowAndTiesToTheNewer) {
-    struct Case {
-        std::string name;
-        MonthKey newest, oldest;
-        double y;
-        std::optional<MonthKey> month;
-    };
-    // Rows of 13 from 14: centres 20.5 (March), 33.5 (February), 46.5 (January).
-    const Case cases[] = {
-        {"past the top", {2024, 3}, {2024, 1}, -500, MonthKey{2024, 3}},
-        {"on a centre", {2024, 3}, {2024, 1}, 33.5, MonthKey{2024, 2}},
-        {"halfway between two centres", {2024, 3}, {2024, 1}, 27, MonthKey{2024, 3}},
-        {"just below halfway", {2024, 3}, {2024, 1}, 27.01, MonthKey{2024, 2}},
-        // Centres 20.5 and 40.5 across the year gap.
-        {"halfway across a year gap", {2024, 1}, {2023, 12}, 30.5, MonthKey{2024, 1}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(TimelineSpineGeometry::make(c.newest, c.oldest, 600).month(c.y), c.month);
-    }
-    EXPECT_EQ(TimelineSpineGeometry::make(std::nullopt, std::nullopt, 600).month(20), std::nullopt);
-}
-
 } // namespace
 } // namespace qs
