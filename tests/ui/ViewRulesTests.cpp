@@ -1,13 +1,18 @@
-// The window's decisions that are plain functions, and the symbol table's coverage of every
-// name the model emits.
+// The window's decisions that are plain functions: its words, its commands, the spine's layout,
+// and the symbol table's coverage of every name the model emits.
 
 #include "model/SmartFilter.h"
 #include "ui/BackupStripText.h"
+#include "ui/CommandTable.h"
+#include "ui/LedgerFolderLine.h"
 #include "ui/ListEmptyState.h"
 #include "ui/Symbols.h"
+#include "ui/TimelineSpineGeometry.h"
 
 #include <QFile>
 #include <gtest/gtest.h>
+
+#include <set>
 
 // Rows name only the fields that matter to them; the rest keep their defaults.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
@@ -109,6 +114,119 @@ TEST(Symbols, EveryNameTheModelShowsHasAShapeInTheProgram) {
             << name.toStdString();
     }
     EXPECT_TRUE(Symbols::file("no.such.symbol").empty());
+}
+
+using CommandTable::State;
+
+TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
+    const State none{};
+    const State idle{.hasAccounts = true};
+    const State running{.hasAccounts = true, .backupRunning = true};
+    const State browsing{.visibleNotEmpty = true, .selection = true};
+    const State reading{.visibleNotEmpty = true, .messageOpen = true, .selection = true};
+    // Enabled in `on`, and in `off` not.
+    const struct {
+        const char* action;
+        State on;
+        State off;
+    } rows[] = {
+        {"backUpNow", idle, running},
+        {"stopBackup", running, idle},
+        {"showImages", reading, browsing},
+        {"saveSearch", {.queryNotEmpty = true}, browsing},
+        {"checkForUpdates", {.updatesActive = true}, none},
+    };
+    for (const auto& row : rows) {
+        const auto* command = CommandTable::find(row.action);
+        ASSERT_NE(command, nullptr) << row.action;
+        EXPECT_TRUE(CommandTable::isEnabled(command->enabled, row.on)) << row.action;
+        EXPECT_FALSE(CommandTable::isEnabled(command->enabled, row.off)) << row.action;
+    }
+}
+
+TEST(CommandTable, KeysAreUniqueAndDrawnAsLinuxCaps) {
+    std::set<std::string_view> seen;
+    for (const auto& command : CommandTable::commands())
+        EXPECT_TRUE(command.keys.empty() || seen.insert(command.keys).second) << command.keys;
+    EXPECT_EQ(CommandTable::keycaps("Ctrl+Shift+Up"), (QStringList{"Ctrl", "Shift", "↑"}));
+}
+
+using Kind = LedgerFolderLine::Kind;
+
+TEST(LedgerFolderLine, TheFirstStateThatAppliesIsShown) {
+    const Date now = std::chrono::sys_days{std::chrono::year{2024} / 3 / 1} + 12h;
+    const std::optional<Date> before = now - 3h, never;
+    const LedgerFolderLine ago{Kind::ago, "3 h ago", "", 0, 0};
+    const LedgerFolderLine waiting{Kind::waiting, "waiting", "", 0, 0};
+    // clang-format off
+    const struct {
+        std::optional<LedgerLine> line;
+        std::optional<Date> lastRun;
+        LedgerFolderLine expected;
+    } rows[] = {
+        {LedgerLine{true, 1'180, 2'400, false, 0}, before,
+         {Kind::running, "+1,180 of 2,400", "", 1'180, 2'400}},
+        {LedgerLine{false, 0, 0, true, 0}, before, {Kind::finished, "up to date", "checkmark", 0, 0}},
+        {LedgerLine{false, 1'200, 1'200, true, 1'200}, never,
+         {Kind::finished, "+1,200 new", "checkmark", 0, 0}},
+        {LedgerLine{}, before, ago}, // reset for this run but not reached: its last pass
+        {std::nullopt, before, ago},
+        {LedgerLine{}, never, waiting},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        EXPECT_EQ(LedgerFolderLine::of(row.line, row.lastRun, now,
+                                       QLocale(QLocale::English, QLocale::UnitedStates)),
+                  row.expected)
+            << row.expected.text.toStdString();
+    }
+}
+
+using Years = std::vector<std::pair<int, double>>;
+
+TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
+    struct Case {
+        std::string name;
+        std::optional<MonthKey> newest, oldest;
+        double height;
+        size_t months;
+        double rowHeight;
+        Years years;
+        double lastTop;
+    };
+    // One row a case reads better than one field a line.
+    // clang-format off
+    const Case cases[] = {
+        {"one month: a full row, one label at 14", MonthKey{2024, 3}, MonthKey{2024, 3}, 600, 1, 13,
+         {{2024, 14}}, 14},
+        // Two months of 2024, all of 2023 and 2022 (empty), two months of 2021.
+        {"a gap of years: a row per month", MonthKey{2024, 2}, MonthKey{2021, 11}, 600, 28, 13,
+         {{2024, 14}, {2023, 47}, {2022, 210}, {2021, 373}}, 386},
+        // (600 - 28 - 7 × 24) ÷ 300 stays above the floor.
+        {"300 months in 600", MonthKey{2024, 12}, MonthKey{2000, 1}, 600, 300, 404.0 / 300, {},
+         14 + 7 * 24 + 299 * 404.0 / 300},
+        {"300 months in 400: the floor", MonthKey{2024, 12}, MonthKey{2000, 1}, 400, 300, 1.2, {},
+         14 + 7 * 24 + 299 * 1.2},
+        {"a reversed pair: the same span", MonthKey{2024, 1}, MonthKey{2024, 2}, 10, 2, 1.2,
+         {{2024, 14}}, 15.2},
+        {"no newest: empty", std::nullopt, MonthKey{2024, 1}, 600, 0, 0, {}, 0},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto g = TimelineSpineGeometry::make(c.newest, c.oldest, c.height);
+        ASSERT_EQ(g.months.size(), c.months);
+        EXPECT_EQ(g.top.size(), c.months);
+        EXPECT_DOUBLE_EQ(g.rowHeight, c.rowHeight);
+        if (!c.years.empty() || c.months == 0) {
+            EXPECT_EQ(g.years, c.years);
+        }
+        if (c.months > 0) {
+            EXPECT_EQ(g.months.front(), std::max(*c.newest, *c.oldest));
+            EXPECT_EQ(g.months.back(), std::min(*c.newest, *c.oldest));
+            EXPECT_NEAR(g.top.at(g.months.back().ordinal()), c.lastTop, 1e-9);
+        }
+    }
 }
 
 } // namespace
