@@ -4,7 +4,6 @@
 #include "model/BackupStatus.h"
 #include "model/Credentials.h"
 #include "model/Fmt.h"
-#include "model/SettingsKeys.h"
 
 #include "StoreTest.h"
 #include "support/DemoMail.h"
@@ -16,7 +15,6 @@
 #include "support/Loopback.h"
 
 #include <QStandardPaths>
-
 #include <unistd.h>
 
 namespace {
