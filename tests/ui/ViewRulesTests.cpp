@@ -174,12 +174,9 @@ TEST(LedgerFolderLine, TheFirstStateThatAppliesIsShown) {
         {LedgerLine{}, never, waiting},
     };
     // clang-format on
-    for (const auto& row : rows) {
-        EXPECT_EQ(LedgerFolderLine::of(row.line, row.lastRun, now,
-                                       QLocale(QLocale::English, QLocale::UnitedStates)),
-                  row.expected)
-            << row.expected.text.toStdString();
-    }
+    const QLocale english(QLocale::English, QLocale::UnitedStates);
+    for (const auto& row : rows)
+        EXPECT_EQ(LedgerFolderLine::of(row.line, row.lastRun, now, english), row.expected);
 }
 
 using Years = std::vector<std::pair<int, double>>;
@@ -216,7 +213,6 @@ TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
         SCOPED_TRACE(c.name);
         auto g = TimelineSpineGeometry::make(c.newest, c.oldest, c.height);
         ASSERT_EQ(g.months.size(), c.months);
-        EXPECT_EQ(g.top.size(), c.months);
         EXPECT_DOUBLE_EQ(g.rowHeight, c.rowHeight);
         if (!c.years.empty() || c.months == 0) {
             EXPECT_EQ(g.years, c.years);
