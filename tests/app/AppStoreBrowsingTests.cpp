@@ -1,10 +1,13 @@
-#include "model/AppStore.h"
 #include "model/ArchiveScan.h"
+#include "model/AttachmentFiles.h"
+#include "model/CopyStatus.h"
+#include "model/RecordCatalog.h"
+#include "search/SearchCache.h"
 
-#include "BrowsingFixture.h"
+#include "StoreTest.h"
 #include "support/Corpus.h"
+#include "support/FileIO.h"
 
-#include <functional>
 #include <unistd.h>
 
 namespace {
@@ -19,36 +22,31 @@ using qs::test::put;
 
 std::vector<std::string> paths(const std::vector<qs::RecordRef>& records) {
     std::vector<std::string> out;
-    for (const auto& record : records) {
+    for (const auto& record : records)
         out.push_back(record->path);
-    }
     return out;
+}
+
+qs::MessageRecord record(int64_t id, std::string path, int64_t seconds) {
+    qs::MessageRecord r;
+    r.id = id;
+    r.path = std::move(path);
+    r.date = qs::Date(std::chrono::seconds(seconds));
+    return r;
 }
 
 class ScanTest : public qs::test::BrowsingTest {};
 
-// A vault of real and generated messages: the first scan reads them all and publishes as it
-// goes; a second reads nothing and writes nothing; only a clear change of modification time
-// reads a file again; a deleted file leaves and the index file is rewritten.
-TEST_F(ScanTest, ReconcilesTheIndexWithTheFiles) {
+// Only a clear change of modification time reads a file again. The search cache follows every
+// saved index, is written again when missing, and is never stamped after a failed save.
+TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     size_t expected = 0;
-    auto corpus = qs::test::corpusMessages();
-    for (size_t i = 0; i < corpus.size(); ++i) {
-        put(vault() / "Real" / "INBOX" / (std::to_string(i) + ".eml"), corpus[i].bytes);
-        ++expected;
-    }
-    constexpr int generated = 2'300;
-    for (int i = 0; i < generated; ++i) {
+    for (const auto& real : qs::test::corpusMessages())
+        put(vault() / "Real" / "INBOX" / (std::to_string(expected++) + ".eml"), real.bytes);
+    for (int i = 0; i < 2'300; ++i, ++expected) {
         put(vault() / "Gen" / ("Box " + std::to_string(i % 7)) / (std::to_string(i) + ".eml"),
             message("Generated " + std::to_string(i), midMonth(2000 + i % 25, 1 + i % 12)));
-        ++expected;
     }
-    put(vault() / "Gen" / "INBOX" / "CAPS.EML", message("Upper case name", midMonth(2020, 1)));
-    ++expected;
-    put(vault() / "Gen" / "INBOX" / "notes.txt", message("Not mail", midMonth(2020, 1)));
-    put(vault() / "Gen" / ".hidden" / "h.eml", message("Hidden", midMonth(2020, 1)));
-    put(vault() / ".quernstead" / "stray.eml", message("Meta", midMonth(2020, 1)));
-
     AppStore store;
     std::vector<size_t> published;
     QObject::connect(&store, &AppStore::recordsChanged,
@@ -58,100 +56,98 @@ TEST_F(ScanTest, ReconcilesTheIndexWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected);
     EXPECT_FALSE(store.indexing());
     EXPECT_EQ(store.index().count(), expected);
-    // Progress every 50 files; the list fills as the scan goes, each interim publication a
-    // quarter larger than the one before, then the final one.
+    // Progress every 50 files; each interim publication a quarter larger than the one before.
     EXPECT_GE(progress.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
     ASSERT_GE(published.size(), 5u);
     EXPECT_LT(published.size(), expected / qs::ArchiveScan::publishEvery);
     EXPECT_EQ(published.front(), qs::ArchiveScan::publishEvery);
-    for (size_t i = 1; i + 1 < published.size(); ++i) {
+    for (size_t i = 1; i + 1 < published.size(); ++i)
         EXPECT_GE(published[i], published[i - 1] + published[i - 1] / 4) << i;
-    }
     EXPECT_EQ(published.back(), expected);
-    for (size_t i = 1; i < store.records().size(); ++i) {
-        ASSERT_GE(store.records()[i - 1]->date, store.records()[i]->date) << i;
-    }
-    const auto indexFile = store.layout().indexURL();
-    ASSERT_TRUE(fs::exists(indexFile));
+    EXPECT_TRUE(std::ranges::is_sorted(store.records(), std::ranges::greater{},
+                                       [](const qs::RecordRef& r) { return r->date; }));
+    const auto json = store.layout().indexURL();
+    const auto cache = qs::SearchCache::beside(json);
+    auto found = [&](const char* query) {
+        auto answer = qs::SearchCache::open(cache, json);
+        auto ranks = answer ? answer->search(query) : std::nullopt;
+        return ranks ? std::optional(ranks->size()) : std::nullopt;
+    };
+    EXPECT_GE(found("generated").value_or(0), 2'300u);
 
-    auto second = qs::ArchiveScan::run(vault(), indexFile, {});
+    auto second = qs::ArchiveScan::run(vault(), json, {});
     ASSERT_TRUE(second);
     EXPECT_EQ(second->filesRead, 0u);
     EXPECT_FALSE(second->changed);
 
-    // Rewritten files: one with its time moved by 1.5 s, one by 0.5 s; one file deleted.
-    const std::string touched = "Gen/Box 1/1.eml";
-    const std::string nudged = "Gen/Box 2/2.eml";
+    // One file's time moved by 1.5 s, one by 0.5 s; one file deleted.
+    const std::string touched = "Gen/Box 1/1.eml", nudged = "Gen/Box 2/2.eml";
     const std::string deleted = "Gen/Box 3/3.eml";
     for (const auto& [path, shift] : {std::pair{touched, 1.5}, std::pair{nudged, 0.5}}) {
         const double before = store.index().record(path)->mtime;
-        put(vault() / path, message("Rewritten", midMonth(2001, 2)));
+        put(vault() / path, message("Rewritten xyzzy", midMonth(2001, 2)));
         qs::test::setModificationTime(vault() / path, before + shift);
     }
     fs::remove(vault() / deleted);
-    const auto indexWritten = fs::last_write_time(indexFile);
-
-    auto third = qs::ArchiveScan::run(vault(), indexFile, {});
+    const auto indexWritten = fs::last_write_time(json);
+    auto third = qs::ArchiveScan::run(vault(), json, {});
     ASSERT_TRUE(third);
     EXPECT_EQ(third->filesRead, 1u);
     EXPECT_TRUE(third->changed);
-    EXPECT_EQ(third->index.record(touched)->subject, "Rewritten");
+    EXPECT_EQ(third->index.record(touched)->subject, "Rewritten xyzzy");
     EXPECT_EQ(third->index.record(nudged)->subject, "Generated 2");
     EXPECT_EQ(third->index.record(deleted), nullptr);
-    EXPECT_NE(fs::last_write_time(indexFile), indexWritten);
+    EXPECT_NE(fs::last_write_time(json), indexWritten);
+    EXPECT_EQ(found("xyzzy"), 1u);
 
-    // The store's own scan drops the deleted file from the list.
+    fs::remove(cache);
+    ASSERT_FALSE(qs::ArchiveScan::run(vault(), json, {})->changed);
+    EXPECT_EQ(found("xyzzy"), 1u) << "a missing cache is written again";
+
     ASSERT_TRUE(scan(store));
     EXPECT_EQ(store.records().size(), expected - 1);
-    auto listed = paths(store.records());
-    EXPECT_EQ(std::ranges::count(listed, deleted), 0);
+    EXPECT_EQ(std::ranges::count(paths(store.records()), deleted), 0);
+
+    // A folder in the index file's place: the load finds nothing and the save fails.
+    fs::remove(cache);
+    fs::remove(json);
+    fs::create_directories(json / "in-the-way");
+    ASSERT_TRUE(qs::ArchiveScan::run(vault(), json, {}));
+    EXPECT_FALSE(fs::exists(cache));
 }
 
-// Links: one to a message counts under its own name; one to a folder is not entered, so mail
-// is never listed twice; a dangling link and a folder that can't be opened are passed over.
-TEST_F(ScanTest, WalkFollowsLinksToMessagesButNotToFolders) {
-    put(vault() / "A" / "INBOX" / "1.eml", message("One", midMonth(2020, 1)));
-    put(vault() / "A" / "Locked" / "2.eml", message("Two", midMonth(2020, 2)));
-    put(vault() / "elsewhere.eml", message("Linked", midMonth(2020, 3)));
+// A link to a message counts under its own name; one to a folder is not entered, so mail is
+// never listed twice.
+TEST_F(ScanTest, WalkTakesMessagesOnly) {
+    for (const char* path :
+         {"A/INBOX/1.eml", "A/INBOX/CAPS.EML", "A/INBOX/notes.txt", "A/.hidden/h.eml",
+          ".quernstead/stray.eml", "A/Locked/2.eml", "elsewhere.eml"})
+        put(vault() / path, message(path, midMonth(2020, 1)));
     qs::test::setModificationTime(vault() / "A" / "INBOX" / "1.eml", 1'600'000'000.25);
     fs::create_symlink(vault() / "elsewhere.eml", vault() / "A" / "INBOX" / "link.eml");
     fs::create_symlink(vault() / "A" / "INBOX", vault() / "A" / "Mirror");
     fs::create_symlink(vault() / "gone.eml", vault() / "A" / "INBOX" / "dangling.eml");
     fs::permissions(vault() / "A" / "Locked", fs::perms::none);
     const bool locked = ::access((vault() / "A" / "Locked").c_str(), R_OK) != 0;
-
     auto files = qs::ArchiveScan::walk(vault());
     fs::permissions(vault() / "A" / "Locked", fs::perms::owner_all);
 
-    std::vector<std::string> expected{"A/INBOX/1.eml", "A/INBOX/link.eml", "elsewhere.eml"};
-    if (!locked) { // running as root: permissions don't stop the walk
-        expected.insert(expected.begin() + 2, "A/Locked/2.eml");
-    }
+    std::vector<std::string> expected{"A/INBOX/1.eml", "A/INBOX/CAPS.EML", "A/INBOX/link.eml",
+                                      "elsewhere.eml"};
+    if (!locked) // running as root: permissions don't stop the walk
+        expected.insert(expected.begin() + 3, "A/Locked/2.eml");
     std::vector<std::string> found;
-    for (const auto& [path, mtime] : files) {
+    for (const auto& [path, mtime] : files)
         found.push_back(path);
-    }
     EXPECT_EQ(found, expected);
     EXPECT_DOUBLE_EQ(files["A/INBOX/1.eml"], 1'600'000'000.25);
-}
-
-TEST_F(ScanTest, EmptyVaultShowsNothingAndWritesNothing) {
-    fs::create_directories(vault());
-    AppStore store;
-    ASSERT_TRUE(scan(store));
-    EXPECT_TRUE(store.visible().empty());
-    EXPECT_TRUE(store.groups().empty());
-    EXPECT_FALSE(store.timeline().currentMonth());
-    EXPECT_FALSE(store.indexing());
-    EXPECT_FALSE(fs::exists(store.layout().indexURL()));
-    EXPECT_EQ(store.vaultSummary().toStdString(), "0 messages · 0 bytes");
 }
 
 // A small vault with known months: May 2024, two in March 2024, December 2023.
 class ViewTest : public qs::test::BrowsingTest {
 protected:
     void SetUp() override {
-        BrowsingTest::SetUp();
+        StoreTest::SetUp();
         put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
         put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
         put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));
@@ -164,37 +160,28 @@ protected:
 };
 
 TEST_F(ViewTest, SelectionFollowsTheRules) {
-    using Step = std::function<void(AppStore&)>;
-    auto query = [](std::string q) {
-        return Step([q](AppStore& s) { s.setQuery(q); });
-    };
-    auto view = [](SidebarItem item) {
-        return Step([item](AppStore& s) { s.setSidebar(item); });
-    };
-    struct Case {
+    const auto ann = SidebarItem::ofAccount("Ann"), bob = SidebarItem::ofAccount("Bob");
+    const struct {
         const char* name;
         std::optional<std::string> select;
-        std::vector<Step> steps;
+        std::vector<std::string> queries; // typed in turn, then the view shown
+        std::optional<SidebarItem> view;
         std::vector<std::string> visible;
         std::optional<std::string> selected;
+    } cases[] = {
+        {"typing filters the open message away and keeps it", a2, {"zebra"}, {}, {b1}, a2},
+        {"typing to nothing keeps it too", a2, {"zebra"}, ann, {}, a2},
+        {"a view without the selection selects its first",
+         a2,
+         {},
+         SidebarItem::ofFolder("Ann", "Sent"),
+         {s1},
+         s1},
+        {"blanks alone are no query", a2, {" \t "}, bob, {b1}, b1},
+        {"a view that holds the selection keeps it", b1, {}, bob, {b1}, b1},
+        {"with no selection a view selects nothing", std::nullopt, {}, bob, {b1}, std::nullopt},
+        {"clearing the query keeps order by date", a1, {"zebra", ""}, {}, {a1, b1, a2, s1}, a1},
     };
-    // clang-format off
-    const std::vector<Case> cases = {
-        {"typing filters the open message away and keeps it", a2, {query("zebra")}, {b1}, a2},
-        {"typing to nothing keeps it too", a2,
-         {query("zebra"), view(SidebarItem::ofAccount("Ann"))}, {}, a2},
-        {"a view without the selection selects its first", a2,
-         {view(SidebarItem::ofFolder("Ann", "Sent"))}, {s1}, s1},
-        {"blanks alone are no query", a2, {query(" \t "), view(SidebarItem::ofAccount("Bob"))},
-         {b1}, b1},
-        {"a view that holds the selection keeps it", b1, {view(SidebarItem::ofAccount("Bob"))},
-         {b1}, b1},
-        {"with no selection a view selects nothing", std::nullopt,
-         {view(SidebarItem::ofAccount("Bob"))}, {b1}, std::nullopt},
-        {"clearing the query keeps order by date", a1, {query("zebra"), query("")},
-         {a1, b1, a2, s1}, a1},
-    };
-    // clang-format on
     AppStore store;
     ASSERT_TRUE(scan(store));
     for (const auto& c : cases) {
@@ -205,44 +192,34 @@ TEST_F(ViewTest, SelectionFollowsTheRules) {
         if (c.select) {
             ASSERT_TRUE(waitForOpen(store, *c.select));
         }
-        for (const auto& step : c.steps) {
-            step(store);
-        }
+        for (const auto& query : c.queries)
+            store.setQuery(query);
+        if (c.view)
+            store.setSidebar(*c.view);
         settle();
         EXPECT_EQ(paths(store.visible()), c.visible);
         EXPECT_EQ(store.selectedPath(), c.selected);
         if (c.selected) {
             ASSERT_TRUE(waitForOpen(store, *c.selected));
-        } else {
+        } else
             EXPECT_FALSE(store.openMessage());
-        }
     }
 }
 
-TEST_F(ViewTest, ScrubLandsOnTheMonthOrTheNextOlder) {
-    struct Case {
-        MonthKey asked;
-        MonthKey landed;
-    };
-    const Case cases[] = {
-        {{2024, 5}, {2024, 5}},  // a month with mail
-        {{2024, 4}, {2024, 3}},  // a gap: the next older month
-        {{2030, 1}, {2024, 5}},  // newer than all mail: the newest
-        {{1999, 7}, {2023, 12}}, // older than all mail: the oldest
-    };
+// Beyond either end a scrub lands on the nearest month with mail (a gap is the timeline's own
+// test). Narrowing to a month still shown keeps it current; to one without it moves to the first.
+TEST_F(ViewTest, ScrubLandsOnTheNearestMonthAndFollowsTheList) {
     AppStore store;
     ASSERT_TRUE(scan(store));
-    ASSERT_EQ(store.groups().size(), 3u);
     int token = store.scrubToken();
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.asked);
-        store.scrub(c.asked);
+    for (auto [asked, landed] : {std::pair<MonthKey, MonthKey>{{2030, 1}, {2024, 5}},
+                                 std::pair<MonthKey, MonthKey>{{1999, 7}, {2023, 12}}}) {
+        store.scrub(asked);
         ASSERT_TRUE(store.timeline().scrubTarget());
-        EXPECT_EQ(store.timeline().scrubTarget()->key, c.landed);
+        EXPECT_EQ(store.timeline().scrubTarget()->key, landed);
         EXPECT_EQ(store.timeline().scrubTarget()->token, ++token);
-        EXPECT_EQ(store.timeline().currentMonth(), c.landed);
+        EXPECT_EQ(store.timeline().currentMonth(), landed);
     }
-    // Narrowing to a month still shown keeps it current; to one without it moves to the first.
     store.scrub({2024, 3});
     store.setQuery("zebra");
     EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2024, 3}));
@@ -288,30 +265,7 @@ TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
     EXPECT_EQ(store.sidebarTitle().toStdString(), "Everything");
 }
 
-TEST_F(ViewTest, SelectNextClampsAndStartsAtTheTop) {
-    AppStore store;
-    ASSERT_TRUE(scan(store));
-    struct Step {
-        int delta;
-        std::string expected;
-    };
-    store.selectNext(-1); // no selection: the first message
-    EXPECT_EQ(store.selectedPath(), a1);
-    for (const auto& [delta, expected] :
-         {Step{1, b1}, Step{5, s1}, Step{1, s1}, Step{-2, b1}, Step{-9, a1}}) {
-        store.selectNext(delta);
-        EXPECT_EQ(store.selectedPath(), expected) << delta;
-    }
-    ASSERT_TRUE(waitForOpen(store, a1));
-}
-
 TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
-    auto record = [](std::string path, int64_t date) {
-        qs::MessageRecord r;
-        r.path = std::move(path);
-        r.date = qs::dateFromUnix(date);
-        return std::make_shared<const qs::MessageRecord>(std::move(r));
-    };
     const int64_t day = 86'400;
     const int64_t march = midMonth(2024, 3);
     const int64_t may = midMonth(2024, 5);
@@ -330,14 +284,12 @@ TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
         {"interleaved months are merged, newest month first, newest mail first",
          {{"m1", march - day}, {"y", may}, {"m2", march + day}, {"m3", march - day}},
          {{5, {"y"}}, {3, {"m2", "m1", "m3"}}}},
-        {"nothing", {}, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::vector<qs::RecordRef> input;
-        for (const auto& [path, date] : c.input) {
-            input.push_back(record(path, date));
-        }
+        for (const auto& [path, date] : c.input)
+            input.push_back(std::make_shared<const qs::MessageRecord>(record(-1, path, date)));
         auto groups = AppStore::group(input);
         ASSERT_EQ(groups.size(), c.expected.size());
         for (size_t g = 0; g < groups.size(); ++g) {
@@ -349,19 +301,19 @@ TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
 
 TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     const char* folders[] = {"Sent", "Box 10", "INBOX", "Box 9", "archive", "inbox"};
-    for (const char* folder : folders) {
+    for (const char* folder : folders)
         put(vault() / "Ann" / folder / "x.eml", message(folder, midMonth(2024, 1)));
-    }
-    const std::string verified = "Authentication-Results: mx.example.net; dmarc=pass\r\n";
     // bank.example seen verified twice; shop.example once; "Sam" writes from both.
-    put(vault() / "Ann" / "INBOX" / "v1.eml",
-        verified + message("v1", midMonth(2024, 2), "Sam <sam@mail.bank.example>"));
-    put(vault() / "Ann" / "INBOX" / "v2.eml",
-        verified + message("v2", midMonth(2024, 2), "Pat <pat@bank.example>"));
-    put(vault() / "Ann" / "INBOX" / "v3.eml",
-        verified + message("v3", midMonth(2024, 2), "Sam <sam@shop.example>"));
-    put(vault() / "Ann" / "INBOX" / "v4.eml",
-        message("v4", midMonth(2024, 2), "Lee <lee@other.example>"));
+    const std::string verified = "Authentication-Results: mx.example.net; dmarc=pass\r\n";
+    const std::pair<const char*, bool> senders[] = {{"Sam <sam@mail.bank.example>", true},
+                                                    {"Pat <pat@bank.example>", true},
+                                                    {"Sam <sam@shop.example>", true},
+                                                    {"Lee <lee@other.example>", false}};
+    int n = 0;
+    for (const auto& [from, pass] : senders) {
+        put(vault() / "Ann" / "INBOX" / ("v" + std::to_string(++n) + ".eml"),
+            (pass ? verified : "") + message(from, midMonth(2024, 2), from));
+    }
 
     AppStore store;
     qs::MailAccount account;
@@ -373,9 +325,8 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     ASSERT_TRUE(scan(store));
 
     std::vector<std::string> order;
-    for (const auto& summary : store.folders().at("Ann")) {
+    for (const auto& summary : store.folders().at("Ann"))
         order.push_back(summary.folder);
-    }
     EXPECT_EQ(order,
               (std::vector<std::string>{"INBOX", "archive", "Box 9", "Box 10", "inbox", "Sent"}));
     EXPECT_EQ(store.count("Ann", "INBOX"), 5);
@@ -384,6 +335,133 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     EXPECT_EQ(store.archiveAccounts(), (std::vector<std::string>{account.directoryName(), "Ann"}));
     EXPECT_EQ(store.knownDomains(), (std::set<std::string>{"bank.example"}));
     EXPECT_EQ(store.knownNames(), (std::map<std::string, std::string>{{"pat", "bank.example"}}));
+}
+
+// A hit maps by its slot, or by its path when it came from another index (a scan's own).
+TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
+    auto catalog = qs::RecordCatalog::build(
+        {record(0, "a.eml", 10), record(2, "b.eml", 30), record(5, "c.eml", 20)});
+    ASSERT_EQ(catalog.records.size(), 3u);
+    EXPECT_EQ(catalog.records[0]->path, "b.eml"); // newest first
+
+    const struct {
+        int64_t id;
+        std::string path;
+        const char* expected; // nullptr: not found
+    } cases[] = {
+        {2, "b.eml", "b.eml"},  // same slot, same path
+        {0, "c.eml", "c.eml"},  // slot taken by another record: found by path
+        {9, "a.eml", "a.eml"},  // slot beyond the catalog's
+        {1, "a.eml", "a.eml"},  // empty slot
+        {-1, "c.eml", "c.eml"}, // no slot at all
+        {5, "d.eml", nullptr},  // unknown path, though its slot is held
+    };
+    for (const auto& c : cases) {
+        const qs::RecordRef* found = catalog.find(record(c.id, c.path, 0));
+        // The very record the list holds, not a copy of it.
+        EXPECT_EQ(found ? found->get() : nullptr,
+                  c.expected ? catalog.byPath.at(c.expected).get() : nullptr)
+            << c.id << " " << c.path;
+    }
+}
+
+using qs::CopyStatus;
+
+TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
+    const std::string mail = message("Hello", midMonth(2024, 1));
+    const auto n = static_cast<int64_t>(mail.size());
+    struct Case {
+        const char* name;
+        std::string data;
+        std::string account;
+        std::optional<int64_t> server;
+        CopyStatus expected;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"no size, imported", mail, "Imported", std::nullopt, {CopyStatus::Kind::imported, 0, 0}},
+        {"no size, other account", mail, "Ann", std::nullopt, {CopyStatus::Kind::saved, 0, 0}},
+        {"same length and valid", mail, "Imported", n, {CopyStatus::Kind::verified, n, 0}},
+        {"longer on the server", mail, "Ann", n + 1, {CopyStatus::Kind::differs, n + 1, n}},
+        {"right length, not an email", std::string(size_t(n), 'x'), "Ann", n,
+         {CopyStatus::Kind::differs, n, n}},
+        {"empty file, size 0", "", "Ann", 0, {CopyStatus::Kind::differs, 0, 0}},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        qs::MessageRecord record;
+        record.account = c.account;
+        EXPECT_EQ(CopyStatus::judge(c.data, record, c.server), c.expected);
+    }
+
+    // The seal's help, in the reader's words.
+    const std::pair<CopyStatus, const char*> texts[] = {
+        {{CopyStatus::Kind::verified, 512, 0},
+         "The file holds exactly the 512 bytes your server sent, and reads as a complete email."},
+        {{CopyStatus::Kind::differs, 700, 512},
+         "The file is 512 bytes but the server sent 700. Run a backup to fetch it again."},
+        {{CopyStatus::Kind::imported, 0, 0}, "Imported from an .eml or .mbox file."},
+        {{CopyStatus::Kind::saved, 0, 0},
+         "Saved before Quernstead recorded server sizes; it will "
+         "be verified after the next backup."},
+    };
+    for (const auto& [status, help] : texts)
+        EXPECT_EQ(status.helpText().toStdString(), help);
+}
+
+class OpeningTest : public qs::test::BrowsingTest {};
+
+// The big message is opened first, so its parse is the one most likely to finish last.
+TEST_F(OpeningTest, RapidSelectionShowsTheLastAndAMissingFileKeepsThePrevious) {
+    std::string html = "<html><body>";
+    while (html.size() < 4'000'000)
+        html += "<p>Lots of <a href=\"https://tracker.example/x\">words</a> here</p>\n";
+    put(vault() / "Ann/INBOX/a.eml",
+        "From: A <a@example.org>\r\nSubject: Big\r\nDate: Mon, 15 Jan 2024 10:00:00 +0000\r\n"
+        "Content-Type: text/html\r\n\r\n" +
+            html);
+    put(vault() / "Ann/INBOX/b.eml", message("Bee", midMonth(2024, 2)));
+    put(vault() / "Ann/INBOX/c.eml", message("Sea", midMonth(2024, 3)));
+    AppStore store;
+    ASSERT_TRUE(scan(store));
+
+    for (const char* path : {"Ann/INBOX/a.eml", "Ann/INBOX/b.eml", "Ann/INBOX/c.eml"})
+        store.setSelectedPath(std::string(path));
+    ASSERT_TRUE(waitForOpen(store, "Ann/INBOX/c.eml"));
+    settle();
+    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
+    EXPECT_EQ(store.openMessage()->parsed.subject, "Sea");
+    EXPECT_EQ(store.openMessage()->copy.kind, CopyStatus::Kind::saved);
+
+    fs::remove(vault() / "Ann/INBOX/b.eml");
+    store.setSelectedPath(std::string("Ann/INBOX/b.eml"));
+    settle();
+    EXPECT_EQ(store.selectedPath(), "Ann/INBOX/b.eml");
+    ASSERT_TRUE(store.openMessage());
+    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
+
+    store.setSelectedPath(std::nullopt);
+    EXPECT_FALSE(store.openMessage());
+    store.setSelectedPath(std::string("Ann/INBOX/not-in-records.eml"));
+    EXPECT_FALSE(store.openMessage());
+}
+
+TEST(AttachmentFilesTest, ScratchCopiesPerMessage) {
+    auto copy = [](std::string name, std::string bytes, const char* message) {
+        qs::MailAttachment a;
+        a.filename = std::move(name);
+        a.data = qs::ByteSlice(std::make_shared<const std::string>(std::move(bytes)));
+        return qs::AttachmentFiles::temporaryURL(a, message).value_or(fs::path());
+    };
+    auto first = copy("report.pdf", "one", "A/x.eml");
+    auto again = copy("report.pdf", "two", "A/x.eml");
+    auto other = copy("report.pdf", "three", "A/y.eml");
+    EXPECT_EQ(first, again);
+    EXPECT_EQ(qs::FileIO::read(first), "two");
+    EXPECT_NE(first.parent_path(), other.parent_path());
+    EXPECT_EQ(copy("", "four", "A/x.eml").filename(), "attachment");
+    EXPECT_EQ(first.parent_path().parent_path().filename(), "Quernstead-attachments");
 }
 
 } // namespace

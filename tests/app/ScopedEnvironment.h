@@ -7,28 +7,21 @@
 
 namespace qs::test {
 
-/// Sets or unsets environment variables for the life of the object and restores the earlier
-/// values afterwards, so one test's variables never leak into the next.
+/// Sets or unsets environment variables for the life of the object and puts the earlier values
+/// back afterwards, so one test's variables never leak into the next.
 class ScopedEnvironment {
 public:
     ScopedEnvironment() = default;
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved_) {
-            if (value) {
-                ::setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                ::unsetenv(name.c_str());
-            }
-        }
+        for (const auto& [name, value] : saved_)
+            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
     }
-
     void set(const std::string& name, const std::string& value) {
         save(name);
         ::setenv(name.c_str(), value.c_str(), 1);
     }
-
     void unset(const std::string& name) {
         save(name);
         ::unsetenv(name.c_str());
@@ -36,12 +29,9 @@ public:
 
 private:
     void save(const std::string& name) {
-        if (saved_.count(name) == 0) {
-            const char* value = std::getenv(name.c_str());
-            saved_[name] = value ? std::optional<std::string>(value) : std::nullopt;
-        }
+        const char* value = std::getenv(name.c_str());
+        saved_.try_emplace(name, value ? std::optional<std::string>(value) : std::nullopt);
     }
-
     std::map<std::string, std::optional<std::string>> saved_;
 };
 

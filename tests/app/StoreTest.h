@@ -1,5 +1,8 @@
 #pragma once
 
+// A fresh vault and settings per test, and a vault of real message files for the store to scan.
+
+#include "model/AppStore.h"
 #include "model/SettingsKeys.h"
 
 #include "ScopedEnvironment.h"
@@ -7,15 +10,20 @@
 
 #include <QCoreApplication>
 #include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
 #include <QThreadPool>
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
 
 namespace qs::test {
 
-/// Each test of a store gets a fresh vault, an empty settings store and a credentials file of
-/// its own in force.
 class StoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -25,8 +33,7 @@ protected:
     }
     void TearDown() override {
         // Workers still running hold the store only weakly; let them end before the next test.
-        QThreadPool::globalInstance()->waitForDone();
-        QCoreApplication::processEvents();
+        settle();
         settings().clear();
     }
 
@@ -35,8 +42,59 @@ protected:
     }
     std::filesystem::path vault() const { return dir.path() / "vault"; }
 
+    static bool scan(AppStore& store) {
+        QSignalSpy finished(&store, &AppStore::scanFinished);
+        store.reloadArchive();
+        return finished.wait(120'000);
+    }
+    static bool waitForOpen(AppStore& store, const std::string& path) {
+        return QTest::qWaitFor(
+            [&] { return store.openMessage() && store.openMessage()->record.path == path; },
+            30'000);
+    }
+    static void settle() {
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+    }
+
     TemporaryDirectory dir;
     ScopedEnvironment environment;
 };
+using BrowsingTest = StoreTest;
+
+/// A small RFC 5322 message; `date` in seconds since 1970, written in UTC.
+inline std::string message(const std::string& subject, int64_t date,
+                           const std::string& from = "Ann Archer <ann@example.org>") {
+    std::time_t seconds = static_cast<std::time_t>(date);
+    std::tm parts{};
+    ::gmtime_r(&seconds, &parts);
+    char stamp[64];
+    std::strftime(stamp, sizeof stamp, "%a, %d %b %Y %H:%M:%S +0000", &parts);
+    return "From: " + from + "\r\nTo: Bob <bob@example.net>\r\nSubject: " + subject +
+           "\r\nDate: " + stamp + "\r\nMessage-ID: <" + std::to_string(date) + "." +
+           std::to_string(subject.size()) + "@example.org>\r\n\r\nHello there.\r\n";
+}
+
+/// Midnight UTC on the 15th of a month, far from any month's edge in every time zone.
+inline int64_t midMonth(int year, int month) {
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = 15;
+    return static_cast<int64_t>(::timegm(&parts));
+}
+
+inline void put(const std::filesystem::path& path, std::string_view bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline void setModificationTime(const std::filesystem::path& path, double seconds) {
+    auto nanos = static_cast<int64_t>(seconds * 1e9);
+    struct ::timespec times[2] = {
+        {0, UTIME_OMIT},
+        {static_cast<time_t>(nanos / 1'000'000'000), static_cast<long>(nanos % 1'000'000'000)}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
 
 } // namespace qs::test

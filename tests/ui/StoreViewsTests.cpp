@@ -1,0 +1,396 @@
+// Views over the store: the add-account and free-up sheets (their rules, and each walk against
+// a real Dovecot as the sheet drives it), the settings and the welcome guide, whose choices must
+// outlive the program, and the timeline spine.
+
+#include "model/AccountDraft.h"
+#include "model/CleanupModel.h"
+#include "model/Credentials.h"
+#include "ui/AddAccountFlow.h"
+#include "ui/FreeUpFlow.h"
+#include "ui/Onboarding.h"
+#include "ui/TimelineSpine.h"
+#include "ui/VaultSettings.h"
+
+#include "app/StoreTest.h"
+#include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
+
+namespace qs {
+namespace {
+
+namespace fs = std::filesystem;
+using StoreView = test::StoreTest;
+
+// Only keeps a broken run from hanging.
+constexpr int waitMilliseconds = 60'000;
+
+IMAPMailbox box(std::string name, std::vector<std::string> attributes = {}) {
+    return {name, name, "/", std::move(attributes)};
+}
+
+TEST(AccountDraft, DefaultFoldersFollowTheMailboxRoles) {
+    const std::vector<IMAPMailbox> gmail{box("INBOX"), box("[Gmail]", {"\\Noselect"}),
+                                         box("[Gmail]/All Mail", {"\\HasNoChildren", "\\All"}),
+                                         box("[Gmail]/Sent Mail", {"\\Sent"})};
+    const std::vector<IMAPMailbox> marked{box("INBOX"), box("Sent", {"\\SENT"}),
+                                          box("Archive", {"\\Archive"}), box("All", {"\\All"}),
+                                          box("Junk", {"\\Junk"})};
+    const std::vector<IMAPMailbox> plain{box("Projects"), box("INBOX"), box("Sent Items")};
+    const struct {
+        const char* name;
+        const char* preset;
+        std::vector<IMAPMailbox> mailboxes;
+        std::vector<std::string> expected;
+    } rows[] = {
+        {"gmail takes All Mail alone", "gmail", gmail, {"[Gmail]/All Mail"}},
+        {"gmail without All Mail takes the usual roles", "gmail", plain, {"INBOX"}},
+        {"others skip All", "fastmail", marked, {"INBOX", "Sent", "Archive"}},
+        {"others take the usual roles of a Gmail server",
+         "custom",
+         gmail,
+         {"INBOX", "[Gmail]/Sent Mail"}},
+        {"INBOX in any case", "custom", {box("Inbox"), box("Other")}, {"Inbox"}},
+        {"nothing listed", "custom", {}, {}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(AccountDraft::defaultFolders(row.preset, row.mailboxes), row.expected)
+            << row.name;
+    }
+}
+
+// Connecting needs a user, a password and, for a custom server, a host; plaintext is offered
+// only for the local test host.
+TEST(AccountDraft, ServerComesFromThePresetOrTheFields) {
+    // clang-format off
+    const struct {
+        const char *preset, *user, *password, *host, *port;
+        bool switchOn, canConnect, offered;
+        IMAPServer expected;
+    } rows[] = {
+        {"custom", "u", "p", "127.0.0.1", "1143", true, true, true, {"127.0.0.1", 1143, true}},
+        {"custom", "u", "p", " 127.0.0.1 ", "", false, true, true, {"127.0.0.1", 993, false}},
+        {"custom", "u", "p", "localhost", "143", true, true, false, {"localhost", 143, false}},
+        {"custom", "u", "p", "127.0.0.10", "x", true, true, false, {"127.0.0.10", 993, false}},
+        {"custom", "u", "p", "mail.example.org", "70000", true, true, false,
+         {"mail.example.org", 993, false}},
+        {"custom", "u", "p", " ", "993", false, false, false, {"", 993, false}},
+        {"fastmail", "u", "p", "127.0.0.1", "1143", true, true, false,
+         {"imap.fastmail.com", 993, false}},
+        {"gmail", "  ", "p", "", "", false, false, false, {"imap.gmail.com", 993, false}},
+        {"gmail", "u", "", "", "", false, false, false, {"imap.gmail.com", 993, false}},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        AccountDraft draft{row.preset, "",       row.user,    row.password,
+                           row.host,   row.port, row.switchOn};
+        EXPECT_EQ(draft.canConnect(), row.canConnect) << row.preset << " " << row.host;
+        EXPECT_EQ(draft.offersPlaintext(), row.offered) << row.host;
+        EXPECT_EQ(draft.server(), row.expected) << row.host;
+    }
+}
+
+// Against a real Dovecot, as the sheet drives it: a wrong password, a password store that
+// refuses, then the account kept and backed up.
+TEST_F(StoreView, AddAccountSigningInChoosesInboxAndSavingKeepsTheAccountAndBacksItUp) {
+    const fs::path credentials = dir.path() / "credentials.json";
+    auto& dovecot = test::DovecotFixture::shared();
+    const std::string user = "adder";
+    dovecot.addUser(user, "right-password");
+    dovecot.createFolder(user, "Sent Items");
+    dovecot.createFolder(user, "Projects");
+    dovecot.deliver(user, "INBOX", "Subject: hello\r\n\r\nWelcome.\r\n");
+    AppStore store;
+    AddAccountFlow flow(store, nullptr);
+    const auto signIn = [&](const char* password) {
+        flow.choose(QStringLiteral("custom"));
+        flow.setUsername(QString::fromStdString(user));
+        flow.setPassword(password);
+        flow.setHost(QStringLiteral("127.0.0.1"));
+        flow.setPort(QString::number(dovecot.imapsPort()));
+        flow.connectToServer();
+        return flow.busy() && QTest::qWaitFor([&] { return !flow.busy(); }, waitMilliseconds);
+    };
+
+    flow.setLabel(QStringLiteral("Work"));
+    ASSERT_TRUE(signIn("wrong-password"));
+    EXPECT_EQ(flow.step(), AddAccountFlow::Credentials);
+    ASSERT_TRUE(flow.errorMessage());
+    EXPECT_EQ(flow.errorMessage()->title, "The password wasn’t accepted");
+    EXPECT_EQ(flow.label(), "Work") << "every field stays";
+
+    ASSERT_TRUE(signIn("right-password"));
+    ASSERT_EQ(flow.step(), AddAccountFlow::Folders)
+        << flow.errorMessage().value_or(FriendlyError::Message{}).text();
+    EXPECT_FALSE(fs::exists(credentials)) << "signing in keeps nothing";
+    EXPECT_EQ(flow.chosenFolders(), std::vector<std::string>{"INBOX"});
+    EXPECT_EQ(flow.folderCount(), "1 of 3 folders");
+
+    // A password store that refuses: the words say so, and nothing is added.
+    std::ofstream(dir.path() / "plain") << "a file, not a folder";
+    environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "plain" / "c.json").string());
+    QSignalSpy finished(&flow, &AddAccountFlow::finished);
+    flow.save();
+    ASSERT_TRUE(flow.errorMessage());
+    EXPECT_EQ(flow.errorMessage()->title, "Couldn’t save the password");
+    EXPECT_EQ(flow.step(), AddAccountFlow::Folders);
+    EXPECT_TRUE(store.accounts().empty());
+    EXPECT_TRUE(store.expandedAccounts().empty());
+    EXPECT_FALSE(fs::exists(store.layout().accountsURL()));
+
+    environment.set("QUERNSTEAD_CREDENTIALS_FILE", credentials.string());
+    QSignalSpy backedUp(&store, &AppStore::backupFinished);
+    flow.save();
+    EXPECT_EQ(finished.count(), 1);
+    ASSERT_EQ(store.accounts().size(), 1u);
+    const MailAccount& account = store.accounts()[0];
+    EXPECT_EQ(account.label, "Work");
+    EXPECT_EQ(account.folders, std::vector<std::string>{"INBOX"});
+    EXPECT_EQ(account.knownFolders.size(), 3u);
+    EXPECT_EQ(Credentials::password(account), "right-password");
+    ASSERT_TRUE(backedUp.count() == 1 || backedUp.wait(waitMilliseconds));
+    EXPECT_TRUE(store.backupProblems().empty());
+    EXPECT_TRUE(store.accounts()[0].lastBackup.has_value());
+}
+
+TEST(FreeUpFlow, OnlyTheExactPhraseConfirmsAndOnlyAProvenSafeCheckGoesOn) {
+    // clang-format off
+    const std::pair<const char*, bool> phrases[] = {
+        {"RELEASE 1234", true}, {"release 1234", false}, {"RELEASE 1234 ", false},
+        {" RELEASE 1234", false}, {"RELEASE 1233", false}, {"RELEASE 1,234", false},
+        {"RELEASE 1 234", false}, {"", false}};
+    // clang-format on
+    for (const auto& [typed, confirms] : phrases)
+        EXPECT_EQ(FreeUpFlow::confirms(QString::fromUtf8(typed), 1'234), confirms) << typed;
+
+    // Every item checked, one proven, and the folder safe.
+    // clang-format off
+    const struct {
+        int64_t checked, items, verified;
+        bool safe, expected;
+    } rows[] = {{12, 12, 12, true, true}, {11, 12, 11, true, false}, {12, 12, 0, true, false},
+                {12, 12, 12, false, false}, {0, 0, 0, true, false}};
+    // clang-format on
+    for (const auto& row : rows) {
+        EXPECT_EQ(FreeUpFlow::canContinue(row.checked, row.items, row.verified, row.safe),
+                  row.expected)
+            << row.checked << "/" << row.items << " verified " << row.verified;
+    }
+    EXPECT_EQ(FreeUpFlow::keptSentence(1),
+              "1 message was kept on the server because its copy couldn’t be verified.");
+}
+
+// The vault's copy of a message: its file name ends with the server's UID.
+fs::path vaultCopy(const fs::path& root, uint32_t uid) {
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (entry.path().extension() == ".eml" &&
+            entry.path().stem().string().ends_with(" " + std::to_string(uid)))
+            return entry.path();
+    }
+    return {};
+}
+
+// Old mail backed up, one copy then deleted and one changed: the walk releases only what it
+// proved, lists the two it keeps, and leaves the server exactly those and the newer mail.
+TEST_F(StoreView, FreeUpReleasesOnlyProvenCopiesFromARealServer) {
+    auto& dovecot = test::DovecotFixture::shared();
+    const std::string user = "freeup";
+    dovecot.addUser(user, "secret");
+    dovecot.createFolder(user, "Archive");
+    // The fifth is the last before the date chosen below, 2022-01-01.
+    const auto march2020 = std::chrono::sys_days(std::chrono::year(2020) / 3 / 1);
+    std::vector<test::DovecotFixture::Arrival> arrivals;
+    for (int days : {0, 30, 60, 90, 120, 1200})
+        arrivals.push_back(march2020 + std::chrono::days(days));
+    arrivals.push_back(std::chrono::system_clock::now());
+    const auto uids =
+        dovecot.deliverAll(user, "Archive", test::corpusMail(arrivals.size()), arrivals);
+    ASSERT_EQ(uids.size(), arrivals.size());
+
+    AppStore store;
+    MailAccount first; // no INBOX known, never backed up
+    first.id = UUID::random();
+    first.label = first.username = "Home";
+    first.server.host = "127.0.0.1";
+    first.knownFolders = {{"Archive", "Archive", "/", {}}};
+    first.folders = {"Archive"};
+    store.addAccount(first, "pw");
+    MailAccount account;
+    account.id = UUID::random();
+    account.label = "Old Mail";
+    account.username = user;
+    account.server = {"127.0.0.1", dovecot.imapsPort(), false};
+    account.knownFolders = {{"INBOX", "INBOX", "/", {}}, {"Archive", "Archive", "/", {}}};
+    account.folders = {"Archive"};
+    store.addAccount(account, "secret");
+    bool finished = false;
+    QObject::connect(&store, &AppStore::backupFinished, [&] { finished = true; });
+    store.backUpNow(account);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return finished; }, waitMilliseconds));
+    ASSERT_EQ(store.backup().lastMessage, "7 new messages saved");
+
+    const fs::path missing = vaultCopy(vault(), uids[1]);
+    const fs::path changed = vaultCopy(vault(), uids[3]);
+    ASSERT_FALSE(missing.empty() || changed.empty());
+    const auto serverSize = fs::file_size(changed);
+    fs::remove(missing);
+    std::ofstream(changed, std::ios::binary | std::ios::app) << "An added line.\r\n";
+
+    FreeUpFlow flow(store, nullptr);
+    flow.start();
+    EXPECT_EQ(flow.accountId().toStdString(), first.id.string()) << "the first account";
+    EXPECT_EQ(flow.mailbox(), "Archive") << "no INBOX known: the first chosen folder";
+    flow.setAccountId(QString::fromStdString(account.id.string()));
+    flow.setMailbox(QStringLiteral("Archive"));
+    flow.setBeforeText(QStringLiteral("2022-01-01"));
+    const CleanupModel& cleanup = store.cleanup();
+    // Cancelled during verification: back to choose.
+    flow.verify();
+    EXPECT_EQ(cleanup.stage(), CleanupStage::verify);
+    store.cancelCleanup();
+    EXPECT_EQ(cleanup.stage(), CleanupStage::choose);
+    EXPECT_FALSE(cleanup.busy());
+    flow.verify();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !cleanup.busy(); }, waitMilliseconds));
+    QVariantMap view = flow.view();
+    ASSERT_FALSE(view.contains("error")) << view["error"].toMap()["title"].toString().toStdString();
+    EXPECT_EQ(view["items"].toLongLong(), 5);
+    EXPECT_EQ(view["verified"].toLongLong(), 3);
+    const QVariantList kept = view["keptRows"].toList();
+    ASSERT_EQ(kept.size(), 2);
+    EXPECT_EQ(kept[0].toMap()["status"], "Not in your vault yet — run a backup first");
+    EXPECT_EQ(kept[1].toMap()["status"],
+              QStringLiteral("Local copy is %1 bytes, the server’s is %2")
+                  .arg(fs::file_size(changed))
+                  .arg(serverSize));
+    EXPECT_EQ(view["keptSentence"],
+              "2 messages were kept on the server because their copies couldn’t be verified.");
+    flow.continueToRelease();
+    ASSERT_EQ(cleanup.stage(), CleanupStage::release);
+    flow.start(); // reopened mid-walk: the walk keeps its account
+    EXPECT_EQ(flow.accountId().toStdString(), account.id.string());
+
+    // The phrase counts the proven copies, not every old message.
+    flow.setConfirmation(QStringLiteral("RELEASE 5"));
+    flow.release();
+    EXPECT_FALSE(cleanup.busy()) << "a wrong phrase starts nothing";
+    flow.setConfirmation(QStringLiteral("RELEASE 3"));
+    flow.release();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return cleanup.stage() == CleanupStage::done && !cleanup.busy(); },
+                        waitMilliseconds));
+    view = flow.view();
+    EXPECT_FALSE(view.contains("error")) << view["error"].toMap()["title"].toString().toStdString();
+    EXPECT_EQ(view["released"].toMap()["done"].toLongLong(), 3);
+    EXPECT_EQ(QString::fromStdString(*cleanup.result()),
+              QStringLiteral("3 messages · %1 released from Old Mail › Archive. Your verified "
+                             "copies stay in the vault.")
+                  .arg(QLocale().formattedDataSize(cleanup.plan()->verifiedBytes(), 1,
+                                                   QLocale::DataSizeSIFormat)));
+    EXPECT_EQ(store.toast()->text, "Released 3 from the server · copies safe in the vault");
+    std::vector<uint32_t> left;
+    for (const auto& message : dovecot.messages(user, "Archive"))
+        left.push_back(message.uid);
+    EXPECT_EQ(left, (std::vector<uint32_t>{uids[1], uids[3], uids[5], uids[6]}));
+    store.resetCleanup();
+    EXPECT_FALSE(cleanup.plan() || cleanup.result());
+    EXPECT_EQ(cleanup.checked(), 0);
+}
+
+TEST_F(StoreView, FoldersScheduleAndVaultPlaceAreKeptForTheNextLaunch) {
+    AppStore store;
+    MailAccount account;
+    account.id = UUID::random();
+    account.label = account.username = "Robin";
+    account.server = {"imap.example.org", 993, false};
+    account.knownFolders = {
+        {"INBOX", "INBOX", "/", {}}, {"Sent", "Sent", "/", {}}, {"Archive", "Archive", "/", {}}};
+    store.addAccount(account, "pw");
+    VaultSettings view(store, nullptr);
+    const QString id = QString::fromStdString(account.id.string());
+    // Ticking a folder keeps the INBOX that was taken by default.
+    view.setFolderIncluded(id, "Archive", true);
+    EXPECT_EQ(store.accounts().front().folders, (std::vector<std::string>{"INBOX", "Archive"}));
+    view.setFolderIncluded(id, "INBOX", false);
+    EXPECT_EQ(store.accounts().front().folders, (std::vector<std::string>{"Archive"}));
+    EXPECT_EQ(view.accounts().front().toMap().value("foldersTitle"), "Folders to back up (1)");
+
+    EXPECT_EQ(view.scheduleHours(), 6);
+    EXPECT_FALSE(settings().contains(SettingsKeys::scheduleHours))
+        << "the shown default is not stored: the scheduler reads an unset key as one hour";
+    view.setScheduleEnabled(true);
+    view.setScheduleHours(12);
+    const auto moved = dir.path() / "elsewhere";
+    std::filesystem::create_directories(moved);
+    view.moveVault(QUrl::fromLocalFile(QString::fromStdString(moved.string())));
+    EXPECT_EQ(store.archiveRoot(), QString::fromStdString(moved.string()));
+
+    environment.unset("QUERNSTEAD_ARCHIVE_DIR");
+    AppStore nextLaunch;
+    VaultSettings nextView(nextLaunch, nullptr);
+    EXPECT_TRUE(nextView.scheduleEnabled());
+    EXPECT_EQ(nextView.scheduleHours(), 12);
+    EXPECT_EQ(nextLaunch.archiveRoot(), QString::fromStdString(moved.string()));
+}
+
+TEST_F(StoreView, TheWelcomeGuideOpensByItselfUntilItWasFinishedOnce) {
+    AppStore store;
+    Onboarding first(store, nullptr);
+    EXPECT_TRUE(first.visible());
+    first.connectAccount();
+    EXPECT_FALSE(first.visible());
+    EXPECT_TRUE(store.showAddAccount());
+    EXPECT_FALSE(Onboarding(store, nullptr).visible());
+}
+
+// Mail in May and March 2024 (April empty) and December 2023. A drag asks for each month once,
+// even over the gap; the keys step through months with mail and stop at the ends.
+TEST_F(StoreView, DragAndKeysScrubOncePerMonthWithMail) {
+    int n = 0;
+    for (auto [year, month] : {std::pair{2024, 5}, {2024, 3}, {2024, 3}, {2023, 12}}) {
+        const std::string name = std::to_string(++n);
+        test::put(vault() / "Acct" / "INBOX" / (name + ".eml"),
+                  test::message("Note " + name, test::midMonth(year, month)));
+    }
+    AppStore store;
+    ASSERT_TRUE(scan(store));
+    TimelineSpine spine;
+    spine.setStore(&store);
+    spine.setHeight(600);
+    const auto g = TimelineSpineGeometry::make(MonthKey{2024, 5}, MonthKey{2023, 12}, 600);
+    const auto rowOf = [&](MonthKey m) {
+        return g.top.at(m.ordinal()) + g.rowHeight / 2;
+    };
+
+    store.scrub({2024, 5});
+    int token = store.scrubToken();
+    spine.dragTo(rowOf({2024, 5})); // the current month: nothing to ask
+    EXPECT_EQ(store.scrubToken(), token);
+    // April is empty: the list lands on March, but further moves over April ask nothing more.
+    for (int i = 0; i < 3; ++i)
+        spine.dragTo(rowOf({2024, 4}) + i);
+    EXPECT_EQ(store.scrubToken(), ++token);
+    EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2024, 3}));
+    EXPECT_EQ(spine.hover(), (MonthKey{2024, 4}));
+    EXPECT_EQ(store.timeline().probe(), (MonthKey{2024, 4}));
+    spine.dragTo(5000); // past the bottom: the oldest month
+    EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2023, 12}));
+    EXPECT_EQ(store.scrubToken(), ++token);
+    spine.endDrag();
+    EXPECT_FALSE(spine.dragging());
+    EXPECT_EQ(spine.hover(), std::nullopt);
+
+    // Upwards from March must cross empty April, which a scrub would send back to March.
+    const std::pair<int, MonthKey> steps[] = {
+        {-1, {2023, 12}}, {+1, {2024, 3}}, {+1, {2024, 5}}, {+1, {2024, 5}}, {-1, {2024, 3}}};
+    for (const auto& [step, current] : steps) {
+        const int before = store.timeline().currentMonth()->ordinal();
+        spine.adjust(step);
+        EXPECT_EQ(store.timeline().currentMonth(), current);
+        token += current.ordinal() != before;
+        EXPECT_EQ(store.scrubToken(), token) << "an end asks nothing";
+    }
+    EXPECT_EQ(spine.accessibleValue().toStdString(), (MonthKey{2024, 3}.title() + ", 2 messages"));
+}
+
+} // namespace
+} // namespace qs
