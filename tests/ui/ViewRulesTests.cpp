@@ -4,6 +4,7 @@
 #include "model/SmartFilter.h"
 #include "ui/BackupStripText.h"
 #include "ui/CommandTable.h"
+#include "ui/FolderSymbol.h"
 #include "ui/LedgerFolderLine.h"
 #include "ui/ListEmptyState.h"
 #include "ui/Symbols.h"
@@ -93,6 +94,20 @@ TEST(ListEmptyState, ChoosesTheFirstConditionThatApplies) {
         ListEmptyState::choose({.records = 1, .sidebar = SidebarItem::ofSmart(SmartFilter::large)})
             ->texts,
         QStringList{"No message is larger than 5 MB."});
+}
+
+// The first rule that holds wins, and the substring tests are blunt on purpose ("Cabinet").
+TEST(Symbols, FolderAndAccountRowsTakeTheFirstRuleThatHolds) {
+    const std::pair<const char*, const char*> folders[] = {
+        {"INBOX", "tray"},     {"Inbox/Sent", "paperplane"},       {"Sent Drafts", "paperplane"},
+        {"Entwürfe", "doc"},   {"Deleted Items", "trash"},         {"Cabinet", "trash"},
+        {"Junk", "xmark.bin"}, {"[Gmail]/All Mail", "archivebox"}, {"Archive 2019", "archivebox"},
+        {"Inboxes", "folder"}};
+    for (const auto& [name, symbol] : folders)
+        EXPECT_EQ(folderSymbol(QString::fromUtf8(name)), QLatin1String(symbol)) << name;
+    EXPECT_EQ(accountSymbol("Imported", true), "square.and.arrow.down");
+    EXPECT_EQ(accountSymbol("Robin", true), "exclamationmark.circle");
+    EXPECT_EQ(accountSymbol("imported", false), "archivebox");
 }
 
 TEST(Symbols, EveryNameTheModelShowsHasAShapeInTheProgram) {
