@@ -68,9 +68,9 @@ protected:
     }
 };
 
-// A first run killed by SIGKILL after three saved batches, completed by the next, which finds
-// nothing new on a third run; then new mail is filed alone. Read-only throughout.
-TEST_F(RunnerWithDovecot, KilledRunCompletedThenRerunAndNewMail) {
+// A first run killed by SIGKILL after three saved batches, completed by the next; a third finds
+// nothing new. Read-only throughout.
+TEST_F(RunnerWithDovecot, KilledRunCompletedThenRerunFindsNothing) {
     DovecotFixture& dovecot = DovecotFixture::shared();
     dovecot.addUser("full", "secret");
     makeUser("full", dovecot.imapsPort(), false);
@@ -155,30 +155,8 @@ TEST_F(RunnerWithDovecot, KilledRunCompletedThenRerunAndNewMail) {
         }
     }
 
-    reports.clear();
-    EXPECT_EQ(backUp(40, collect).newMessages, 0);
-    std::vector<std::string> phases;
-    for (const auto& report : reports) {
-        phases.push_back(report.phase);
-    }
-    EXPECT_EQ(phases,
-              (std::vector<std::string>{"Checking", "Checking", "Checking", "Checking", "Done"}));
+    EXPECT_EQ(backUp().newMessages, 0);
     EXPECT_EQ(snapshot(), files);
-
-    auto fresh = corpusMail(303);
-    const std::pair<std::string, std::string> into[] = {
-        {"INBOX", "INBOX"}, {"INBOX", "INBOX"}, {"Entwürfe", "Entw&APw-rfe"}};
-    std::vector<std::uint32_t> uids;
-    for (size_t n = 0; n < 3; ++n) {
-        uids.push_back(dovecot.deliver("full", into[n].first, fresh[300 + n]));
-    }
-    auto third = backUp();
-    ASSERT_EQ(third.newMessages, 3);
-    for (size_t n = 0; n < 3; ++n) {
-        EXPECT_EQ(FileIO::read(layout.url(third.files[n])), fresh[300 + n]);
-        EXPECT_EQ(state(into[n].second).files.at(std::to_string(uids[n])), third.files[n]);
-    }
-    EXPECT_EQ(snapshot().size(), 303u);
 }
 
 // A server that truly renumbers a folder (new UIDVALIDITY, every message a new UID), the backup

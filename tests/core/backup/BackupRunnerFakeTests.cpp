@@ -115,9 +115,9 @@ protected:
         BackupRunner backup(layout, copy, "pw");
         backup.batchCount = batchCount;
         backup.timeout = timeout;
-        reports.clear();
+        std::vector<BackupProgress> collected;
         auto check = [&](const BackupProgress& report) {
-            reports.push_back(report);
+            collected.push_back(report);
             auto saved = state(report.mailbox).files;
             for (const auto& path : report.newFiles) {
                 EXPECT_TRUE(std::ranges::any_of(saved, [&](auto& e) { return e.second == path; }))
@@ -128,7 +128,9 @@ protected:
                 also(report);
             }
         };
-        return backup.run(check, stop);
+        auto summary = backup.run(check, stop);
+        reports = std::move(collected);
+        return summary;
     }
 
     Strings commandsNamed(std::string_view prefix) const {
@@ -209,10 +211,41 @@ TEST_F(RunnerWithFake, VisitsWhatIsChosenAndSelectable) {
 
 // The whole exchange, the batches and every report of a first run (one message without a
 // told size: it weighs in the plan but not in the total), then a rerun that files nothing.
+// The first run also removes this account's leftovers of a killed writer, holds the vault
+// against a second backup, and isn't failed by a LOGOUT answered with a closed connection.
 TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     fill("INBOX", 100);
     mail.edit("INBOX", [](FakeMailbox::Folder& f) { f.messages[1].reportedSize = -1; });
-    auto summary = backUp();
+    const std::string temporary(AtomicFile::temporaryPrefix);
+    const fs::path leftovers[] = {
+        layout.root / "Acct/INBOX/2023" / (temporary + "77-0-half 1.eml"),
+        layout.metaDirectory() /
+            (temporary + "77-1-" + layout.syncURL(account).filename().string()),
+        layout.metaDirectory() / (temporary + "77-2-sync-other.json")};
+    for (const auto& path : leftovers) {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << "{";
+    }
+    misbehave = [](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+        if (command.name == "LOGOUT") {
+            connection.close();
+        }
+        return command.name == "LOGOUT";
+    };
+    std::optional<std::string> holder;
+    auto summary = backUp(40, [&](const BackupProgress& report) {
+        try {
+            if (report.phase == BackupProgress::checking) {
+                backUp();
+            }
+        } catch (const VaultBusyError& busy) {
+            holder = busy.holder();
+        }
+    });
+    EXPECT_EQ(holder, VaultLock::describeHolder("backup"));
+    EXPECT_FALSE(fs::exists(leftovers[0]));
+    EXPECT_FALSE(fs::exists(leftovers[1]));
+    EXPECT_TRUE(fs::exists(leftovers[2])) << "another account's";
 
     const std::string meta = " (UID RFC822.SIZE INTERNALDATE FLAGS";
     EXPECT_EQ(takeCommands(),
@@ -302,32 +335,6 @@ TEST_P(BodyCutShort, KeepsFinishedBatchesAndResumes) {
 
 INSTANTIATE_TEST_SUITE_P(DropOrStall, BodyCutShort, testing::Bool());
 
-// Also: a LOGOUT answered by a closed connection doesn't fail the run.
-TEST_F(RunnerWithFake, LeftoversOfAKilledWriterAreRemoved) {
-    fill("INBOX", 2);
-    misbehave = [](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-        if (command.name == "LOGOUT") {
-            connection.close();
-        }
-        return command.name == "LOGOUT";
-    };
-    const std::string temporary(AtomicFile::temporaryPrefix);
-    fs::create_directories(layout.root / "Acct/INBOX/2023");
-    fs::create_directories(layout.metaDirectory());
-    const fs::path ours[] = {
-        layout.root / "Acct/INBOX/2023" / (temporary + "77-0-half 1.eml"),
-        layout.metaDirectory() /
-            (temporary + "77-1-" + layout.syncURL(account).filename().string())};
-    auto otherAccount = layout.metaDirectory() / (temporary + "77-2-sync-other.json");
-    for (const auto& path : {ours[0], ours[1], otherAccount}) {
-        std::ofstream(path) << "{";
-    }
-    EXPECT_EQ(backUp().newMessages, 2);
-    EXPECT_FALSE(fs::exists(ours[0]));
-    EXPECT_FALSE(fs::exists(ours[1]));
-    EXPECT_TRUE(fs::exists(otherAccount));
-}
-
 // What a hostile or broken server may send in answer to a body FETCH. An answer nobody asked
 // for is ignored; what would exhaust memory ends the run with a parse error before it is held.
 struct HostileCase {
@@ -376,8 +383,6 @@ INSTANTIATE_TEST_SUITE_P(
         HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
         HostileCase{"HugeLiteral", "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ", {}, {},
                     "bad literal"},
-        HostileCase{"LineWithoutEnd", "* 1 FETCH (UID 1 FLAGS (" + std::string(1'100'000, 'a'), {},
-                    {}, "unexpected end"},
         HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
     [](const testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
 // clang-format on
@@ -446,23 +451,6 @@ TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
                   Strings{bait});
         EXPECT_EQ(std::distance(fs::directory_iterator(outside / "2024"), {}), 1);
     }
-}
-
-TEST_F(RunnerWithFake, SecondBackupOfTheSameVaultWaitsItsTurn) {
-    fill("INBOX", 3);
-    std::optional<std::string> holder;
-    auto summary = backUp(40, [&](const BackupProgress& report) {
-        if (report.phase == BackupProgress::checking) {
-            try {
-                backUp();
-            } catch (const VaultBusyError& busy) {
-                holder = busy.holder();
-            }
-        }
-    });
-    EXPECT_EQ(holder, VaultLock::describeHolder("backup"));
-    EXPECT_EQ(summary.newMessages, 3);
-    EXPECT_EQ(commandsNamed("LOGIN").size(), 1u);
 }
 
 // A folder where the sync file goes: the save fails, the message files are whole.
