@@ -1,7 +1,7 @@
 // A randomised check of the one promise of a release: no message leaves the server unless, at
 // that moment, its copy in the vault has the server's exact size and reads as an email. Each
 // seeded scenario files some mail, damages the vault and the server at random (copies lost,
-// cut, zeroed, swapped; messages changed or lying about their size; marks by other clients;
+// cut, not mail; messages changed or lying about their size; marks by other clients;
 // the folder renumbered), surveys, damages again, and releases, while the fake server checks
 // every EXPUNGE as it arrives.
 #include "CleanupWorld.h"
@@ -78,8 +78,7 @@ struct Scenario {
         }
         fs::path file = world.layout.url(world.pathOf(uid));
         bool present = fs::exists(file);
-        int kind = pick(0, 8);
-        switch (kind) {
+        switch (pick(0, 6)) {
         case 0:
             fs::remove(file);
             break;
@@ -89,39 +88,27 @@ struct Scenario {
                 fs::resize_file(file, static_cast<uintmax_t>(pick(0, static_cast<int>(size))));
             }
             break;
-        case 2: // zeroed, or text that isn't mail
-        case 3:
+        case 2: // the same length of text that isn't mail
             if (present) {
-                std::ofstream(file, std::ios::binary)
-                    << std::string(fs::file_size(file), kind == 2 ? '\0' : 'x');
+                std::ofstream(file, std::ios::binary) << std::string(fs::file_size(file), 'x');
             }
             break;
-        case 4: { // two copies swapped: sizes may well agree
-            fs::path second = world.layout.url(world.pathOf(anyUID()));
-            if (present && fs::exists(second)) {
-                std::string a = FileIO::read(file);
-                std::string b = FileIO::read(second);
-                std::ofstream(file, std::ios::binary) << b;
-                std::ofstream(second, std::ios::binary) << a;
-            }
-            break;
-        }
-        case 5: // the message changed on the server
+        case 3: // the message changed on the server
             editMessage(uid, [&](FakeMailbox::Message& message) {
                 message.body =
                     CleanupWorld::message(pick(100, 999), static_cast<size_t>(pick(0, 3)));
             });
             break;
-        case 6: // the server reports another size
+        case 4: // the server reports another size
             editMessage(uid, [&](FakeMailbox::Message& message) {
                 message.reportedSize =
                     static_cast<int64_t>(message.body.size()) + (coin(0.5) ? 1 : -1);
             });
             break;
-        case 7:
+        case 5:
             markByAnotherClient(uid);
             break;
-        case 8:
+        case 6:
             if (coin(0.3)) {
                 world.mailbox.edit("INBOX",
                                    [](FakeMailbox::Folder& folder) { ++folder.uidValidity; });

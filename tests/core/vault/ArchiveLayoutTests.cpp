@@ -35,17 +35,6 @@ qs::MailAccount account() {
     return account;
 }
 
-// A real message from the shared corpus, so the bytes written are mail, not a placeholder.
-std::string corpusMessage() {
-    for (const auto& entry : fs::recursive_directory_iterator(QS_CORPUS_DIR)) {
-        if (entry.path().extension() == ".eml" && entry.file_size() > 200) {
-            return qs::FileIO::read(entry.path());
-        }
-    }
-    ADD_FAILURE() << "no .eml in " << QS_CORPUS_DIR;
-    return "Subject: x\r\n\r\nbody\r\n";
-}
-
 TEST(ArchiveLayout, PathsLiveBelowTheRoot) {
     qs::ArchiveLayout layout{"/vault"};
     EXPECT_EQ(layout.metaDirectory(), fs::path("/vault/.quernstead"));
@@ -98,44 +87,25 @@ TEST(ArchiveLayoutWrite, ALinkOutOfTheVaultIsRefused) {
     EXPECT_EQ(layout.write("x", "B/2024/m 1.eml", qs::Date{}), "B/2024/m 1 (2).eml");
 }
 
-TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFile) {
+// Replacing leaves exactly one file and no temporary behind; whatever damage the file took,
+// it loads as empty.
+TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFileAndDamageLoadsAsEmpty) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path() / "new vault"};
     EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
-
     qs::AccountSyncState state;
-    auto& inbox = state.folders["INBOX"];
-    inbox.mailbox = "INBOX";
-    inbox.directory = "Home/INBOX";
-    inbox.uidValidity = 9;
-    inbox.highestUID = 3;
-    inbox.files["3"] = "Home/INBOX/2024/2024-01-01 Hi 3.eml";
-    inbox.sizes = std::map<std::string, std::int64_t>{{"3", 120}};
+    state.folders["INBOX"] = {"INBOX", "Home/INBOX", 9, 3, {{"3", "Home/INBOX/a 3.eml"}}, {}, {}};
     layout.saveSync(state, account());
-    EXPECT_EQ(layout.loadSync(account()), state);
-
-    // Replacing leaves exactly one file and no temporary behind.
-    inbox.highestUID = 4;
+    state.folders["INBOX"].highestUID = 4;
     layout.saveSync(state, account());
     EXPECT_EQ(layout.loadSync(account()), state);
     EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
-}
 
-TEST(ArchiveLayout, DamagedSyncFilesLoadAsEmpty) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
-    qs::AccountSyncState state;
-    state.folders["INBOX"] = {"INBOX", "Home/INBOX", 1, 1, {{"1", "a.eml"}}, {}, {}};
     auto valid = state.encode();
-    const std::vector<std::pair<const char*, std::string>> cases = {
-        {"empty file", ""},
-        {"cut in half", valid.substr(0, valid.size() / 2)},
-        {"array instead of object", "[]"},
-        {"folders missing", R"({"other":{}})"},
-        {"binary", std::string("\0\xff\xfe{", 4)}};
-    for (const auto& [name, text] : cases) {
+    for (const auto& text : {std::string(), valid.substr(0, valid.size() / 2), std::string("[]"),
+                             std::string(R"({"other":{}})"), std::string("\0\xff\xfe{", 4)}) {
         put(layout.syncURL(account()), text);
-        EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << name;
+        EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << text;
     }
     fs::remove(layout.syncURL(account()));
     fs::create_directory(layout.syncURL(account()));
@@ -146,7 +116,7 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path()};
     const std::string relative = "Home/INBOX/2024/2024-01-01 Hi 5.eml";
-    auto message = corpusMessage();
+    const std::string message = "From: a@b\r\nSubject: Hi\r\n\r\nbody\r\n";
     auto sameLength = message;
     sameLength.back() ^= 1;
     auto thirdLength = message;
@@ -186,8 +156,7 @@ TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsKeptAndTheFileTakesTheMessageDa
     EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
 }
 
-// Tests run as root, which ignores permission bits, so an unwritable vault is made from a
-// root whose parent is a regular file: every creation below it fails with ENOTDIR.
+// Root ignores permission bits: a root whose parent is a regular file is unwritable to all.
 TEST(ArchiveLayoutFailure, UnwritableVaultThrowsTheSystemError) {
     qs::test::TemporaryDirectory dir;
     put(dir.path() / "plain file", "not a folder");
@@ -204,8 +173,7 @@ TEST(ArchiveLayoutFailure, AFailedSyncSaveKeepsTheOldFile) {
     qs::AccountSyncState old;
     old.folders["INBOX"].mailbox = "INBOX";
     layout.saveSync(old, account());
-    // The rename of the new state over a non-empty folder fails (ENOTEMPTY/EISDIR); made so
-    // by putting a folder where a second account's file would go.
+    // The rename over a non-empty folder fails, where a second account's file would go.
     auto other = account();
     other.id = qs::UUID::random();
     fs::create_directories(layout.syncURL(other) / "inside");
@@ -217,8 +185,8 @@ TEST(ArchiveLayoutFailure, AFailedSyncSaveKeepsTheOldFile) {
     }
 }
 
-// A disk that fills up in the middle of a message: the file size limit (which binds root too)
-// makes the write fail part-way. True when the write threw and left no file at all.
+// A disk full in the middle of a message, made by a file size limit (which binds root too):
+// true when the write threw and left no file at all.
 bool failsPartWayWithoutTrace(const fs::path& root) {
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
@@ -233,11 +201,11 @@ bool failsPartWayWithoutTrace(const fs::path& root) {
     return false;
 }
 
-// Runs in a child process so the limit doesn't outlive it.
+// In a child process, so the limit doesn't outlive it; the child re-runs this test from the
+// top, so it makes (and must remove) its own folder.
 TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     qs::test::TemporaryDirectory dir;
-    // The child re-runs this test from the top, so it makes (and must remove) its own folder.
     EXPECT_EXIT(
         {
             bool clean = failsPartWayWithoutTrace(dir.path());
