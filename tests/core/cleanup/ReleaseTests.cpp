@@ -88,18 +88,6 @@ TEST(CleanerExecute, ReleasesEveryProvenMessageChunkByChunk) {
     }
 }
 
-TEST(CleanerExecute, ChunkSizeZeroActsAsOneAndALargeOneMakesOneChunk) {
-    for (auto [chunkSize, stores] : {std::pair<int64_t, size_t>{0, 5}, {-3, 5}, {1000, 1}}) {
-        CleanupWorld world(true);
-        world.addMany(5);
-        world.saveSync();
-        CleanupPlan plan = world.plan();
-        EXPECT_EQ(world.cleaner(chunkSize).execute(plan), 5);
-        EXPECT_EQ(world.sent("UID STORE").size(), stores) << chunkSize;
-        EXPECT_TRUE(world.onServer().empty());
-    }
-}
-
 // Every way a release ends early: the exact count, what stays, and no mark of ours left behind.
 TEST(CleanerExecute, EveryEarlyEndCountsExactly) {
     using Hook = std::function<bool(Released&, FakeIMAPConnection&, const FakeIMAPCommand&)>;

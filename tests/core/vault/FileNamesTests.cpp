@@ -54,16 +54,6 @@ TEST(FileNamesSanitize, Table) {
     }
 }
 
-TEST(FileNamesTruncateUTF8, KeepsWholeCharacters) {
-    EXPECT_EQ(qs::FileNames::truncateUTF8("abc", 3), "abc");
-    EXPECT_EQ(qs::FileNames::truncateUTF8("abc", 2), "ab");
-    EXPECT_EQ(qs::FileNames::truncateUTF8("日本語", 8), "日本");
-    EXPECT_EQ(qs::FileNames::truncateUTF8("日本語", 2), "");
-    EXPECT_EQ(qs::FileNames::truncateUTF8("", 0), "");
-    // The first character past the limit ends the walk, even if a later one would fit.
-    EXPECT_EQ(qs::FileNames::truncateUTF8("a日b", 3), "a");
-}
-
 TEST(FileNamesFolderDirectory, Table) {
     struct Case {
         qs::IMAPMailbox mailbox;
@@ -108,8 +98,7 @@ TEST(FileNamesMessagePath, YearFollowsTheLocalTimeZone) {
         const char* expected;
     };
     const std::vector<Case> cases = {
-        {"Asia/Tokyo", 1'704'065'400, "2024/2024-01-01 Party 9.eml"}, // 2023-12-31T23:30:00Z
-        {"UTC", 1'704'065'400, "2023/2023-12-31 Party 9.eml"},
+        {"Asia/Tokyo", 1'704'065'400, "2024/2024-01-01 Party 9.eml"},       // 2023-12-31T23:30:00Z
         {"America/New_York", 1'704'079'800, "2023/2023-12-31 Party 9.eml"}, // 03:30Z, 1 Jan
     };
     for (const auto& c : cases) {
