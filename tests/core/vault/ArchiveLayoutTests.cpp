@@ -1,6 +1,5 @@
 #include "vault/ArchiveLayout.h"
 
-#include "support/AtomicFile.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
 
@@ -139,76 +138,60 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     EXPECT_EQ(qs::FileIO::read(layout.url(relative)), message);
     EXPECT_EQ(qs::FileIO::read(layout.url(second)), sameLength);
     EXPECT_EQ(qs::FileIO::read(layout.url(third)), thirdLength);
-}
 
-// Neither a folder nor a dangling link at the name is overwritten; the file takes the date.
-TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsKeptAndTheFileTakesTheMessageDate) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
+    // Neither a folder nor a dangling link at the name is overwritten; the file takes the date.
     fs::create_directories(layout.url("A/2024/m 1.eml"));
     fs::create_symlink("/nonexistent", layout.url("A/2024/m 1 (2).eml"));
-    auto date = qs::dateFromUnix(1'262'304'000) + std::chrono::milliseconds(250);
-    auto written = layout.write("x", "A/2024/m 1.eml", date);
+    auto written = layout.write("x", "A/2024/m 1.eml", date + std::chrono::milliseconds(250));
     EXPECT_EQ(written, "A/2024/m 1 (3).eml");
     struct stat info {};
     ASSERT_EQ(::stat(layout.url(written).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mtim.tv_sec, 1'262'304'000);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1'704'067'200);
     EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
 }
 
-// Root ignores permission bits: a root whose parent is a regular file is unwritable to all.
-TEST(ArchiveLayoutFailure, UnwritableVaultThrowsTheSystemError) {
+// Root ignores permission bits: a root whose parent is a regular file is unwritable to all. A
+// save that fails (a rename over a non-empty folder, where a second account's file would go)
+// keeps the old file and leaves no temporary.
+TEST(ArchiveLayoutFailure, FailuresThrowTheSystemErrorAndKeepWhatWasThere) {
     qs::test::TemporaryDirectory dir;
     put(dir.path() / "plain file", "not a folder");
-    qs::ArchiveLayout layout{dir.path() / "plain file" / "vault"};
-    EXPECT_THROW(layout.ensure(), std::system_error);
-    EXPECT_THROW(layout.saveSync({}, account()), std::system_error);
-    EXPECT_THROW(layout.write("x", "A/B/2024/m 1.eml", qs::Date{}), std::system_error);
-    EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
-}
+    qs::ArchiveLayout blocked{dir.path() / "plain file" / "vault"};
+    EXPECT_THROW(blocked.ensure(), std::system_error);
+    EXPECT_THROW(blocked.saveSync({}, account()), std::system_error);
+    EXPECT_THROW(blocked.write("x", "A/B/2024/m 1.eml", qs::Date{}), std::system_error);
+    EXPECT_EQ(blocked.loadSync(account()), qs::AccountSyncState{});
 
-TEST(ArchiveLayoutFailure, AFailedSyncSaveKeepsTheOldFile) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
+    qs::ArchiveLayout layout{dir.path() / "vault"};
     qs::AccountSyncState old;
     old.folders["INBOX"].mailbox = "INBOX";
     layout.saveSync(old, account());
-    // The rename over a non-empty folder fails, where a second account's file would go.
     auto other = account();
     other.id = qs::UUID::random();
     fs::create_directories(layout.syncURL(other) / "inside");
     EXPECT_THROW(layout.saveSync(old, other), std::system_error);
     EXPECT_EQ(layout.loadSync(account()), old);
-    for (const auto& entry : fs::directory_iterator(layout.metaDirectory())) {
-        EXPECT_NE(entry.path().filename().string().rfind(qs::AtomicFile::temporaryPrefix, 0), 0u)
-            << "left behind: " << entry.path();
-    }
+    EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
 }
 
-// A disk full in the middle of a message, made by a file size limit (which binds root too):
-// true when the write threw and left no file at all.
-bool failsPartWayWithoutTrace(const fs::path& root) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    limit.rlim_cur = limit.rlim_max = 4096;
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-    qs::ArchiveLayout layout{root};
-    try {
-        layout.write(std::string(100'000, 'x'), "A/B/2024/m 1.eml", qs::Date{});
-    } catch (const std::system_error&) {
-        return countFiles(root) == 0;
-    }
-    return false;
-}
-
-// In a child process, so the limit doesn't outlive it; the child re-runs this test from the
-// top, so it makes (and must remove) its own folder.
+// A disk full in the middle of a message, made by a file size limit (which binds root too),
+// in a child process so the limit doesn't outlive it: the write throws and leaves no file. The
+// child re-runs this test from the top, so it makes (and must remove) its own folder.
 TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     qs::test::TemporaryDirectory dir;
     EXPECT_EXIT(
         {
-            bool clean = failsPartWayWithoutTrace(dir.path());
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit{};
+            limit.rlim_cur = limit.rlim_max = 4096;
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            bool clean = false;
+            try {
+                qs::ArchiveLayout{dir.path()}.write(std::string(100'000, 'x'), "A/m 1.eml", {});
+            } catch (const std::system_error&) {
+                clean = countFiles(dir.path()) == 0;
+            }
             fs::remove_all(dir.path());
             std::exit(clean ? 0 : 1);
         },
