@@ -25,10 +25,6 @@ std::string CleanupWorld::message(int n, size_t padding) {
            "@example.org>\r\n\r\nBody " + std::to_string(n) + std::string(padding, '.') + "\r\n";
 }
 
-std::string CleanupWorld::pathOf(uint32_t uid) const {
-    return std::string(folderDirectory) + "/Message " + std::to_string(uid) + ".eml";
-}
-
 uint32_t CleanupWorld::add(const std::string& body, int64_t date, bool filed, bool recorded) {
     uint32_t uid = mailbox.add("INBOX", body, {}, date);
     if (filed) {
@@ -63,10 +59,6 @@ Cleaner CleanupWorld::cleaner(int64_t chunkSize) const {
     result.chunkSize = chunkSize;
     result.timeout = 10;
     return result;
-}
-
-CleanupPlan CleanupWorld::plan() const {
-    return cleaner().plan("INBOX", dateFromUnix(limitDate));
 }
 
 std::vector<std::string> CleanupWorld::sent(std::string_view command) const {

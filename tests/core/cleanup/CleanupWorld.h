@@ -37,10 +37,12 @@ public:
     std::vector<uint32_t> addMany(int count);
     void saveSync();
 
-    std::string pathOf(uint32_t uid) const;
+    std::string pathOf(uint32_t uid) const {
+        return std::string(folderDirectory) + "/Message " + std::to_string(uid) + ".eml";
+    }
 
     Cleaner cleaner(int64_t chunkSize = 200) const;
-    CleanupPlan plan() const;
+    CleanupPlan plan() const { return cleaner().plan("INBOX", dateFromUnix(limitDate)); }
 
     /// The client lines so far that start, after the tag, with `command`, untagged.
     std::vector<std::string> sent(std::string_view command) const;

@@ -63,7 +63,6 @@ TEST(CleanerFilesByUID, ReadsTheUIDAtTheEndOfEachMessageName) {
              "2024/Deep/More/Re  spaced   18.EML", // any depth, any case, runs of blanks
              "2023/19.eml",                        // the UID alone
              "2024/Hello 20 (2).eml",              // a collision name: no UID
-             "2024/Hello twenty.eml",              // no number
              "2024/Hello 21.txt",                  // not a message file
              "2024/Hello 99999999999.eml",         // beyond 32 bits
              "2024/Hello -22.eml",                 // not decimal

@@ -177,8 +177,6 @@ TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
     const auto nothing = CleanupError::nothingVerified();
     // clang-format off
     const Row rows[] = {
-        {"file deleted",
-         [](auto& world, auto&) { fs::remove(world.layout.url(world.pathOf(3))); }, {}, {3}, true},
         {"size changed on the server",
          onServer([](auto& f) { f.messages[5].reportedSize = 1; }), {}, {6}, true},
         {"message gone from the server",
