@@ -15,37 +15,29 @@ TEST(MboxSplit, SplitsAsExpected) {
         std::string mbox;
         std::vector<std::string> messages;
     };
+    // clang-format off
     const Row rows[] = {
         {"no separator", "Subject: x\n\nbody\n", {}},
         {"separator only, at the end", "From a@b Mon Jan 1 00:00:00 2024", {}},
-        {"trailing blank lines stripped",
-         "From a\nSubject: x\n\nbody\n\n\r\n\n",
-         {"Subject: x\n\nbody\r\n"}},
-        {"two",
-         "From a\nSubject: 1\n\nb1\n\nFrom b\nSubject: 2\n\nb2\n",
-         {"Subject: 1\n\nb1\r\n", "Subject: 2\n\nb2\r\n"}},
-        {"From after a text line stays inside",
-         "From a\nS: 1\n\nline\nFrom here on\n",
+        {"trailing blank lines stripped", "From a\nS: x\n\nbody\n\n\r\n\n", {"S: x\n\nbody\r\n"}},
+        {"two", "From a\nS: 1\n\nb1\n\nFrom b\nS: 2\n\nb2\n", {"S: 1\n\nb1\r\n", "S: 2\n\nb2\r\n"}},
+        {"From after a text line stays inside", "From a\nS: 1\n\nline\nFrom here on\n",
          {"S: 1\n\nline\nFrom here on\r\n"}},
         {"bytes before the first separator dropped", "junk\n\nFrom a\nS: 1\n", {"S: 1\r\n"}},
-        {"CRLF lines",
-         "From a\r\nS: 1\r\n\r\nb1\r\n\r\nFrom b\r\nS: 2\r\n",
+        {"CRLF lines", "From a\r\nS: 1\r\n\r\nb1\r\n\r\nFrom b\r\nS: 2\r\n",
          {"S: 1\r\n\r\nb1\r\n", "S: 2\r\n"}},
-        {"CR-only lines split and keep their ends",
-         "From a\rS: 1\r\r>From b1\r\rFrom b\rS: 2\r",
+        {"CR-only lines split and keep their ends", "From a\rS: 1\r\r>From b1\r\rFrom b\rS: 2\r",
          {"S: 1\r\rFrom b1\r", "S: 2\r"}},
-        {"one quote before From dropped",
-         "From a\nS: 1\n\n>From me\n>>From you\n",
+        {"one quote before From dropped", "From a\nS: 1\n\n>From me\n>>From you\n",
          {"S: 1\n\nFrom me\n>From you\r\n"}},
         {"escape on the first line", "From a\n>From x\n", {"From x\r\n"}},
-        {"quotes not before From kept",
-         "From a\nS: 1\n\n>Fromage\n> From x\nx >From y\n>\n",
+        {"quotes not before From kept", "From a\nS: 1\n\n>Fromage\n> From x\nx >From y\n>\n",
          {"S: 1\n\n>Fromage\n> From x\nx >From y\n>\r\n"}},
         {"blank message between separators", "From a\n\nFrom b\nS: 2\n", {"\r\n", "S: 2\r\n"}},
-        {"From without a space is no separator",
-         "From a\nS: 1\n\nFromage\n",
+        {"From without a space is no separator", "From a\nS: 1\n\nFromage\n",
          {"S: 1\n\nFromage\r\n"}},
     };
+    // clang-format on
     for (const Row& row : rows) {
         EXPECT_EQ(splitMbox(row.mbox), row.messages) << row.name;
     }

@@ -45,7 +45,7 @@ TEST(FileNamesSanitize, Table) {
         {"cut by bytes on character boundaries", "日本語テキスト", 80, 10, "日本語"},
         {"combining sequences stay whole", repeat("e\u0301", 5), 80, 7, repeat("e\u0301", 2)},
         {"ill-formed UTF-8 becomes U+FFFD", "a\xff" "b", 80, 150, "a\ufffd" "b"},
-        {"200 emoji: cut by characters, then bytes", repeat(emoji, 200), 80, 150, repeat(emoji, 18)},
+        {"200 emoji: characters, then bytes", repeat(emoji, 200), 80, 150, repeat(emoji, 18)},
         {"a byte limit inside a character", repeat(family, 3), 80, 41, repeat(family, 2)},
     };
     // clang-format on
