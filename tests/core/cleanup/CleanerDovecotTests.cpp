@@ -11,6 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <numeric>
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -20,9 +23,7 @@ using Status = CleanupItem::Status;
 
 std::vector<uint32_t> uidsOf(const std::vector<CleanupItem>& items) {
     std::vector<uint32_t> uids;
-    for (const CleanupItem& item : items) {
-        uids.push_back(item.uid);
-    }
+    std::ranges::transform(items, std::back_inserter(uids), &CleanupItem::uid);
     return uids;
 }
 
@@ -65,12 +66,9 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     Cleaner cleaner(layout, account, "secret");
     cleaner.chunkSize = 7;
     CleanupPlan plan = cleaner.plan("INBOX", limit);
-    std::vector<uint32_t> proven;
-    for (uint32_t uid = 1; uid <= 20; ++uid) {
-        if (uid != 5) {
-            proven.push_back(uid);
-        }
-    }
+    std::vector<uint32_t> proven(20);
+    std::iota(proven.begin(), proven.end(), 1);
+    proven.erase(proven.begin() + 4);
     ASSERT_EQ(plan.items.size(), 20u) << plan;
     EXPECT_EQ(uidsOf(plan.verified()), proven) << plan;
     EXPECT_EQ(plan.items[4].status, Status::notBackedUp());
@@ -103,10 +101,9 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
         left.push_back(message.uid);
         EXPECT_TRUE(message.flags.empty()) << "UID " << message.uid;
     }
-    std::vector<uint32_t> expected{5};
-    for (uint32_t uid = 21; uid <= 30; ++uid) {
-        expected.push_back(uid);
-    }
+    std::vector<uint32_t> expected(11);
+    std::iota(expected.begin() + 1, expected.end(), 21);
+    expected[0] = 5;
     EXPECT_EQ(left, expected);
     EXPECT_EQ(test::snapshotFiles(layout.root, VaultLock::fileName), vaultBefore);
     EXPECT_EQ(FileIO::read(layout.syncURL(account)), syncBefore);

@@ -25,14 +25,9 @@ std::string CleanupWorld::message(int n, size_t padding) {
            "@example.org>\r\n\r\nBody " + std::to_string(n) + std::string(padding, '.') + "\r\n";
 }
 
-std::string CleanupWorld::pathOf(uint32_t uid) const {
-    return std::string(folderDirectory) + "/Message " + std::to_string(uid) + ".eml";
-}
-
 uint32_t CleanupWorld::add(const std::string& body, int64_t date, bool filed, bool recorded) {
     uint32_t uid = mailbox.add("INBOX", body, {}, date);
     if (filed) {
-        // Plain writes: the vault's own writer is not under test here, and is slower by design.
         std::filesystem::path file = layout.url(pathOf(uid));
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary | std::ios::trunc) << body;
@@ -55,7 +50,6 @@ std::vector<uint32_t> CleanupWorld::addMany(int count) {
 void CleanupWorld::saveSync() {
     AccountSyncState state;
     state.folders["INBOX"] = folder;
-    // The same file the backup writes, without its flush: hundreds of scenarios write one.
     layout.ensure();
     std::ofstream(layout.syncURL(account), std::ios::binary | std::ios::trunc) << state.encode();
 }
@@ -65,10 +59,6 @@ Cleaner CleanupWorld::cleaner(int64_t chunkSize) const {
     result.chunkSize = chunkSize;
     result.timeout = 10;
     return result;
-}
-
-CleanupPlan CleanupWorld::plan() const {
-    return cleaner().plan("INBOX", dateFromUnix(limitDate));
 }
 
 std::vector<std::string> CleanupWorld::sent(std::string_view command) const {
@@ -85,8 +75,7 @@ std::vector<std::string> CleanupWorld::sent(std::string_view command) const {
 std::vector<uint32_t> CleanupWorld::markedOnServer() const {
     std::vector<uint32_t> marked;
     for (const FakeMailbox::Message& message : mailbox.messages("INBOX")) {
-        if (std::find(message.flags.begin(), message.flags.end(), "\\Deleted") !=
-            message.flags.end()) {
+        if (std::ranges::count(message.flags, "\\Deleted") > 0) {
             marked.push_back(message.uid);
         }
     }

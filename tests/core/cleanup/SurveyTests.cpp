@@ -1,8 +1,5 @@
-// The survey against a fake server that holds the messages: what is asked (read-only), how
-// each message is paired with its copy, and what the plan says of the folder.
 #include "CleanupWorld.h"
 #include "imap/IMAPDate.h"
-#include "imap/IMAPError.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +15,7 @@ using test::FakeMailbox;
 TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
     CleanupWorld world(false);
     uint32_t recorded = world.add(CleanupWorld::message(1));
-    uint32_t markedInside = world.add(CleanupWorld::message(2), CleanupWorld::oldDate);
+    uint32_t markedInside = world.add(CleanupWorld::message(2));
     uint32_t byName = world.add(CleanupWorld::message(3), CleanupWorld::oldDate, true, false);
     uint32_t neverFiled = world.add(CleanupWorld::message(4), CleanupWorld::oldDate, false);
     uint32_t short1 = world.add(CleanupWorld::message(5));
@@ -44,21 +41,17 @@ TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
     auto size = [](int n) {
         return static_cast<int64_t>(CleanupWorld::message(n).size());
     };
-    std::vector<CleanupItem> expected = {
-        {recorded, size(1), dateFromUnix(CleanupWorld::oldDate), world.pathOf(recorded),
-         Status::verified()},
-        {markedInside, size(2), dateFromUnix(CleanupWorld::oldDate), world.pathOf(markedInside),
-         Status::verified()},
-        {byName, size(3), dateFromUnix(CleanupWorld::oldDate), world.pathOf(byName),
-         Status::verified()},
-        {neverFiled, size(4), dateFromUnix(CleanupWorld::oldDate), std::nullopt,
-         Status::notBackedUp()},
-        {short1, size(5), dateFromUnix(CleanupWorld::oldDate), world.pathOf(short1),
-         Status::sizeMismatch(size(5) - 1, size(5))},
-        {renamed, size(8), dateFromUnix(CleanupWorld::oldDate), "Test/INBOX/Renamed.eml",
-         Status::verified()},
+    auto item = [&](uint32_t uid, int n, std::optional<std::string> path, Status status) {
+        return CleanupItem{uid, size(n), dateFromUnix(CleanupWorld::oldDate), path, status};
     };
-    EXPECT_EQ(plan.items, expected);
+    EXPECT_EQ(plan.items,
+              (std::vector<CleanupItem>{
+                  item(recorded, 1, world.pathOf(recorded), Status::verified()),
+                  item(markedInside, 2, world.pathOf(markedInside), Status::verified()),
+                  item(byName, 3, world.pathOf(byName), Status::verified()),
+                  item(neverFiled, 4, std::nullopt, Status::notBackedUp()),
+                  item(short1, 5, world.pathOf(short1), Status::sizeMismatch(size(5) - 1, size(5))),
+                  item(renamed, 8, "Test/INBOX/Renamed.eml", Status::verified())}));
     EXPECT_EQ(plan.mailbox, "INBOX");
     EXPECT_EQ(plan.displayName, "Inbox");
     EXPECT_EQ(plan.uidValidity, 1u);
@@ -82,24 +75,20 @@ TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
 TEST(CleanerSurvey, CopiesCountOnlyUnderTheSameUIDValidity) {
     struct Row {
         const char* name;
-        bool saveState;
         uint32_t stateValidity;
         bool breakStateFile;
         Status expected;
     };
     const Row rows[] = {
-        {"same numbering", true, 1, false, Status::verified()},
-        {"renumbered: names don't help either", true, 2, false, Status::notBackedUp()},
-        {"never backed up", false, 1, false, Status::notBackedUp()},
-        {"damaged sync file", true, 1, true, Status::notBackedUp()},
+        {"same numbering", 1, false, Status::verified()},
+        {"renumbered: names don't help either", 2, false, Status::notBackedUp()},
+        {"damaged sync file", 1, true, Status::notBackedUp()},
     };
     for (const Row& row : rows) {
         CleanupWorld world(true);
         world.addMany(3);
         world.folder.uidValidity = row.stateValidity;
-        if (row.saveState) {
-            world.saveSync();
-        }
+        world.saveSync();
         if (row.breakStateFile) {
             std::ofstream(world.layout.syncURL(world.account)) << "{\"folders\": 7";
         }
@@ -154,24 +143,8 @@ TEST(CleanerSurvey, MetadataGoesInSlicesOf500AndNotAtAllForNothing) {
 
     CleanupWorld empty(true);
     empty.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
-    CleanupPlan none = empty.plan();
-    EXPECT_TRUE(none.items.empty());
-    EXPECT_EQ(none.verifiedBytes(), 0);
+    EXPECT_TRUE(empty.plan().items.empty());
     EXPECT_TRUE(empty.sent("UID FETCH").empty());
-}
-
-TEST(CleanerSurvey, FailuresComeOutAsTheyAre) {
-    CleanupWorld world(true);
-    Cleaner wrongPassword(world.layout, world.account, "nope");
-    try {
-        wrongPassword.survey("INBOX", dateFromUnix(CleanupWorld::limitDate));
-        FAIL() << "no error";
-    } catch (const IMAPError& error) {
-        EXPECT_EQ(error.kind(), IMAPError::Kind::commandFailed);
-        EXPECT_EQ(error.command(), "LOGIN");
-    }
-    EXPECT_THROW(world.cleaner().survey("Missing", dateFromUnix(CleanupWorld::limitDate)),
-                 IMAPError);
 }
 
 } // namespace

@@ -3,75 +3,52 @@
 #include "support/FileIO.h"
 #include "support/JSON.h"
 #include "support/Regex.h"
+#include "support/TemporaryDirectory.h"
 #include "support/UUID.h"
 #include "support/Unicode.h"
 
-#include <filesystem>
+#include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <set>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace qs {
 namespace {
 
-TEST(ISODate, WritesWholeSecondsInUTC) {
-    auto date = dateFromUnix(1700000000) + std::chrono::milliseconds(999);
-    EXPECT_EQ(ISODate::format(date), "2023-11-14T22:13:20Z");
-}
+namespace fs = std::filesystem;
 
-TEST(ISODate, ReadsZuluOffsetsAndFractions) {
-    struct Row {
-        const char* text;
-        std::optional<std::int64_t> seconds;
-    } rows[] = {
-        {"2023-11-14T22:13:20Z", 1700000000},       {"2023-11-14T22:13:20.5Z", 1700000000},
-        {"2023-11-14T23:13:20+01:00", 1700000000},  {"2023-11-14T22:13:20", std::nullopt},
-        {"2023-02-30T00:00:00Z", std::nullopt},     {"yesterday", std::nullopt},
+TEST(ISODate, WritesWholeSecondsReadsZuluOffsetsAndFractions) {
+    EXPECT_EQ(ISODate::format(dateFromUnix(1700000000) + std::chrono::milliseconds(999)),
+              "2023-11-14T22:13:20Z");
+    const std::pair<const char*, std::optional<std::int64_t>> rows[] = {
+        {"2023-11-14T22:13:20.5Z", 1700000000},     {"2023-11-14T23:13:20+01:00", 1700000000},
+        {"2023-11-14T22:13:20", std::nullopt},      {"2023-02-30T00:00:00Z", std::nullopt},
         {"2023-11-14T22:13:20Zjunk", std::nullopt},
     };
-    for (const auto& row : rows) {
-        auto parsed = ISODate::parse(row.text);
-        ASSERT_EQ(parsed.has_value(), row.seconds.has_value()) << row.text;
-        if (parsed) {
-            EXPECT_EQ(unixSeconds(*parsed), *row.seconds) << row.text;
-        }
+    for (const auto& [text, seconds] : rows) {
+        auto parsed = ISODate::parse(text);
+        EXPECT_EQ(parsed ? std::optional(unixSeconds(*parsed)) : std::nullopt, seconds) << text;
     }
 }
 
 TEST(UUID, RoundTripsInCanonicalUpperCase) {
     auto id = UUID::random();
-    auto text = id.string();
-    EXPECT_EQ(text.size(), 36u);
-    EXPECT_EQ(text[14], '4');
-    EXPECT_EQ(UUID::parse(text), id);
-    auto lower = UUID::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
-    ASSERT_TRUE(lower);
-    EXPECT_EQ(lower->string(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-    EXPECT_EQ(UUID::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"), lower);
+    EXPECT_EQ(id.string()[14], '4');
+    EXPECT_EQ(UUID::parse(id.string()), id);
+    EXPECT_EQ(nlohmann::json(id).get<UUID>(), id);
+    EXPECT_EQ(UUID::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f")->string(),
+              "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     EXPECT_FALSE(UUID::parse("E621E1F8C36C495A93FC0C247A3E6E5F"));
     EXPECT_FALSE(UUID::parse("G621E1F8-C36C-495A-93FC-0C247A3E6E5F"));
-    nlohmann::json json = id;
-    EXPECT_EQ(json.get<UUID>(), id);
 }
 
-TEST(Unicode, CountsUserPerceivedCharacters) {
-    EXPECT_EQ(Unicode::graphemeCount("abc"), 3u);
-    EXPECT_EQ(Unicode::graphemeCount("e\xCC\x81"), 1u); // e + combining acute
-    EXPECT_EQ(Unicode::graphemeCount("\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD"), 1u); // thumbs up + tone
-    EXPECT_EQ(Unicode::graphemeCount("\r\n"), 1u);
-    EXPECT_EQ(Unicode::graphemeCount(""), 0u);
-}
-
-TEST(Unicode, FoldsCaseAndDiacritics) {
+TEST(Unicode, CountsCharactersFoldsCaseAndDiacriticsAndMatches) {
+    EXPECT_EQ(Unicode::graphemeCount("e\xCC\x81\r\n"), 2u); // e + combining acute, CR LF
     EXPECT_EQ(Unicode::fold("Crème BRÛLÉE"), "creme brulee");
     EXPECT_EQ(Unicode::fold("Straße"), "strasse");
-}
-
-TEST(Regex, SharedPatternMatchesAndReplaces) {
     static const Regex spaces(u" {2,}");
     EXPECT_EQ(Unicode::toUTF8(spaces.replaceAll(Unicode::fromUTF8("a   b  c"), u" ")), "a b c");
     static const Regex word("^[a-z]+$", UREGEX_CASE_INSENSITIVE);
@@ -79,22 +56,11 @@ TEST(Regex, SharedPatternMatchesAndReplaces) {
     EXPECT_FALSE(word.contains(Unicode::fromUTF8("12")));
 }
 
-TEST(AtomicFile, ReplacesWholeAndLeavesNoTemporary) {
-    auto dir = std::filesystem::temp_directory_path() / ("qs-atomic-" + UUID::random().string());
-    std::filesystem::create_directories(dir);
-    auto target = dir / "a.json";
-    AtomicFile::write(target, "first");
-    AtomicFile::write(target, "second");
-    EXPECT_EQ(FileIO::read(target), "second");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 1);
-    std::filesystem::remove_all(dir);
-}
-
-// Each record save killed half-way (a file size limit makes the kernel end the writer inside
-// its write), then the start-up clean-up: only a live process's save under way is left.
+// Saves killed half-way by a file size limit, then the start-up clean-up: only a live process's
+// save is left; a whole save replaces its file and leaves no temporary.
 TEST(AtomicFile, LeftoversOfKilledSavesAreRemovedAndLiveOnesKept) {
-    auto dir = std::filesystem::temp_directory_path() / ("qs-atomic-" + UUID::random().string());
-    std::filesystem::create_directories(dir);
+    test::TemporaryDirectory temporary;
+    const fs::path dir = temporary.path();
     for (const char* name : {"accounts.json", "filters.json", "index.json"}) {
         pid_t child = ::fork();
         ASSERT_GE(child, 0);
@@ -110,25 +76,37 @@ TEST(AtomicFile, LeftoversOfKilledSavesAreRemovedAndLiveOnesKept) {
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFSIGNALED(status)) << name;
     }
-    auto live = dir / (std::string(AtomicFile::temporaryPrefix) + std::to_string(::getpid()) +
+    pid_t holder = 0; // a live process with a 9 in its id
+    for (std::string id; id.find('9') == std::string::npos; id = std::to_string(holder)) {
+        if (holder > 0) {
+            ::kill(holder, SIGKILL);
+            ::waitpid(holder, nullptr, 0);
+        }
+        if ((holder = ::fork()) == 0) {
+            ::pause();
+        }
+    }
+    auto live = dir / (std::string(AtomicFile::temporaryPrefix) + std::to_string(holder) +
                        "-0-accounts.json");
     std::ofstream(live) << "saving";
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 4);
+    AtomicFile::write(dir / "index.json", "first");
+    AtomicFile::write(dir / "index.json", "second");
+    EXPECT_EQ(FileIO::read(dir / "index.json"), "second");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), {}), 5);
     AtomicFile::removeDeadLeftovers(dir);
-    std::vector<std::filesystem::path> left(std::filesystem::directory_iterator(dir), {});
-    EXPECT_EQ(left, std::vector<std::filesystem::path>{live});
-    std::filesystem::remove_all(dir);
-}
+    EXPECT_EQ(std::set<fs::path>(fs::directory_iterator(dir), {}),
+              (std::set<fs::path>{live, dir / "index.json"}));
+    ::kill(holder, SIGKILL);
+    ::waitpid(holder, nullptr, 0);
 
-TEST(AtomicFile, FailsWithThePlatformErrorInAMissingFolder) {
-    auto target = std::filesystem::temp_directory_path() / "qs-no-such-folder" / "x" / "a.json";
+    auto missing = dir / "no such folder" / "a.json";
     try {
-        AtomicFile::write(target, "x");
-        FAIL() << "expected an error";
+        AtomicFile::write(missing, "x");
+        ADD_FAILURE() << "expected an error";
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
     }
-    EXPECT_THROW(FileIO::read(target), std::system_error);
+    EXPECT_THROW(FileIO::read(missing), std::system_error);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "vault/ArchiveLayout.h"
 
-#include "support/AtomicFile.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
 
@@ -33,17 +32,6 @@ qs::MailAccount account() {
     account.id = *qs::UUID::parse("0a1b2c3d-4e5f-4a6b-8c7d-8e9fa0b1c2d3");
     account.label = "Home";
     return account;
-}
-
-// A real message from the shared corpus, so the bytes written are mail, not a placeholder.
-std::string corpusMessage() {
-    for (const auto& entry : fs::recursive_directory_iterator(QS_CORPUS_DIR)) {
-        if (entry.path().extension() == ".eml" && entry.file_size() > 200) {
-            return qs::FileIO::read(entry.path());
-        }
-    }
-    ADD_FAILURE() << "no .eml in " << QS_CORPUS_DIR;
-    return "Subject: x\r\n\r\nbody\r\n";
 }
 
 TEST(ArchiveLayout, PathsLiveBelowTheRoot) {
@@ -98,44 +86,25 @@ TEST(ArchiveLayoutWrite, ALinkOutOfTheVaultIsRefused) {
     EXPECT_EQ(layout.write("x", "B/2024/m 1.eml", qs::Date{}), "B/2024/m 1 (2).eml");
 }
 
-TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFile) {
+// Replacing leaves exactly one file and no temporary behind; whatever damage the file took,
+// it loads as empty.
+TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFileAndDamageLoadsAsEmpty) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path() / "new vault"};
     EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
-
     qs::AccountSyncState state;
-    auto& inbox = state.folders["INBOX"];
-    inbox.mailbox = "INBOX";
-    inbox.directory = "Home/INBOX";
-    inbox.uidValidity = 9;
-    inbox.highestUID = 3;
-    inbox.files["3"] = "Home/INBOX/2024/2024-01-01 Hi 3.eml";
-    inbox.sizes = std::map<std::string, std::int64_t>{{"3", 120}};
+    state.folders["INBOX"] = {"INBOX", "Home/INBOX", 9, 3, {{"3", "Home/INBOX/a 3.eml"}}, {}, {}};
     layout.saveSync(state, account());
-    EXPECT_EQ(layout.loadSync(account()), state);
-
-    // Replacing leaves exactly one file and no temporary behind.
-    inbox.highestUID = 4;
+    state.folders["INBOX"].highestUID = 4;
     layout.saveSync(state, account());
     EXPECT_EQ(layout.loadSync(account()), state);
     EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
-}
 
-TEST(ArchiveLayout, DamagedSyncFilesLoadAsEmpty) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
-    qs::AccountSyncState state;
-    state.folders["INBOX"] = {"INBOX", "Home/INBOX", 1, 1, {{"1", "a.eml"}}, {}, {}};
     auto valid = state.encode();
-    const std::vector<std::pair<const char*, std::string>> cases = {
-        {"empty file", ""},
-        {"cut in half", valid.substr(0, valid.size() / 2)},
-        {"array instead of object", "[]"},
-        {"folders missing", R"({"other":{}})"},
-        {"binary", std::string("\0\xff\xfe{", 4)}};
-    for (const auto& [name, text] : cases) {
+    for (const auto& text : {std::string(), valid.substr(0, valid.size() / 2), std::string("[]"),
+                             std::string(R"({"other":{}})"), std::string("\0\xff\xfe{", 4)}) {
         put(layout.syncURL(account()), text);
-        EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << name;
+        EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << text;
     }
     fs::remove(layout.syncURL(account()));
     fs::create_directory(layout.syncURL(account()));
@@ -146,7 +115,7 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     qs::test::TemporaryDirectory dir;
     qs::ArchiveLayout layout{dir.path()};
     const std::string relative = "Home/INBOX/2024/2024-01-01 Hi 5.eml";
-    auto message = corpusMessage();
+    const std::string message = "From: a@b\r\nSubject: Hi\r\n\r\nbody\r\n";
     auto sameLength = message;
     sameLength.back() ^= 1;
     auto thirdLength = message;
@@ -169,78 +138,60 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     EXPECT_EQ(qs::FileIO::read(layout.url(relative)), message);
     EXPECT_EQ(qs::FileIO::read(layout.url(second)), sameLength);
     EXPECT_EQ(qs::FileIO::read(layout.url(third)), thirdLength);
-}
 
-// Neither a folder nor a dangling link at the name is overwritten; the file takes the date.
-TEST(ArchiveLayoutWrite, SomethingElseAtTheNameIsKeptAndTheFileTakesTheMessageDate) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
+    // Neither a folder nor a dangling link at the name is overwritten; the file takes the date.
     fs::create_directories(layout.url("A/2024/m 1.eml"));
     fs::create_symlink("/nonexistent", layout.url("A/2024/m 1 (2).eml"));
-    auto date = qs::dateFromUnix(1'262'304'000) + std::chrono::milliseconds(250);
-    auto written = layout.write("x", "A/2024/m 1.eml", date);
+    auto written = layout.write("x", "A/2024/m 1.eml", date + std::chrono::milliseconds(250));
     EXPECT_EQ(written, "A/2024/m 1 (3).eml");
     struct stat info {};
     ASSERT_EQ(::stat(layout.url(written).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mtim.tv_sec, 1'262'304'000);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1'704'067'200);
     EXPECT_EQ(info.st_mtim.tv_nsec, 250'000'000);
 }
 
-// Tests run as root, which ignores permission bits, so an unwritable vault is made from a
-// root whose parent is a regular file: every creation below it fails with ENOTDIR.
-TEST(ArchiveLayoutFailure, UnwritableVaultThrowsTheSystemError) {
+// Root ignores permission bits: a root whose parent is a regular file is unwritable to all. A
+// save that fails (a rename over a non-empty folder, where a second account's file would go)
+// keeps the old file and leaves no temporary.
+TEST(ArchiveLayoutFailure, FailuresThrowTheSystemErrorAndKeepWhatWasThere) {
     qs::test::TemporaryDirectory dir;
     put(dir.path() / "plain file", "not a folder");
-    qs::ArchiveLayout layout{dir.path() / "plain file" / "vault"};
-    EXPECT_THROW(layout.ensure(), std::system_error);
-    EXPECT_THROW(layout.saveSync({}, account()), std::system_error);
-    EXPECT_THROW(layout.write("x", "A/B/2024/m 1.eml", qs::Date{}), std::system_error);
-    EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{});
-}
+    qs::ArchiveLayout blocked{dir.path() / "plain file" / "vault"};
+    EXPECT_THROW(blocked.ensure(), std::system_error);
+    EXPECT_THROW(blocked.saveSync({}, account()), std::system_error);
+    EXPECT_THROW(blocked.write("x", "A/B/2024/m 1.eml", qs::Date{}), std::system_error);
+    EXPECT_EQ(blocked.loadSync(account()), qs::AccountSyncState{});
 
-TEST(ArchiveLayoutFailure, AFailedSyncSaveKeepsTheOldFile) {
-    qs::test::TemporaryDirectory dir;
-    qs::ArchiveLayout layout{dir.path()};
+    qs::ArchiveLayout layout{dir.path() / "vault"};
     qs::AccountSyncState old;
     old.folders["INBOX"].mailbox = "INBOX";
     layout.saveSync(old, account());
-    // The rename of the new state over a non-empty folder fails (ENOTEMPTY/EISDIR); made so
-    // by putting a folder where a second account's file would go.
     auto other = account();
     other.id = qs::UUID::random();
     fs::create_directories(layout.syncURL(other) / "inside");
     EXPECT_THROW(layout.saveSync(old, other), std::system_error);
     EXPECT_EQ(layout.loadSync(account()), old);
-    for (const auto& entry : fs::directory_iterator(layout.metaDirectory())) {
-        EXPECT_NE(entry.path().filename().string().rfind(qs::AtomicFile::temporaryPrefix, 0), 0u)
-            << "left behind: " << entry.path();
-    }
+    EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
 }
 
-// A disk that fills up in the middle of a message: the file size limit (which binds root too)
-// makes the write fail part-way. True when the write threw and left no file at all.
-bool failsPartWayWithoutTrace(const fs::path& root) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    limit.rlim_cur = limit.rlim_max = 4096;
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-    qs::ArchiveLayout layout{root};
-    try {
-        layout.write(std::string(100'000, 'x'), "A/B/2024/m 1.eml", qs::Date{});
-    } catch (const std::system_error&) {
-        return countFiles(root) == 0;
-    }
-    return false;
-}
-
-// Runs in a child process so the limit doesn't outlive it.
+// A disk full in the middle of a message, made by a file size limit (which binds root too),
+// in a child process so the limit doesn't outlive it: the write throws and leaves no file. The
+// child re-runs this test from the top, so it makes (and must remove) its own folder.
 TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     qs::test::TemporaryDirectory dir;
-    // The child re-runs this test from the top, so it makes (and must remove) its own folder.
     EXPECT_EXIT(
         {
-            bool clean = failsPartWayWithoutTrace(dir.path());
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit{};
+            limit.rlim_cur = limit.rlim_max = 4096;
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            bool clean = false;
+            try {
+                qs::ArchiveLayout{dir.path()}.write(std::string(100'000, 'x'), "A/m 1.eml", {});
+            } catch (const std::system_error&) {
+                clean = countFiles(dir.path()) == 0;
+            }
             fs::remove_all(dir.path());
             std::exit(clean ? 0 : 1);
         },
