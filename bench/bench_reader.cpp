@@ -4,17 +4,12 @@
 // Run under a display (xvfb-run -a bench_reader).
 
 #include "model/AppStore.h"
+#include "support/QuickWindow.h"
 #include "support/WebEngineStart.h"
-#include "ui/QuernsteadApp.h"
 
 #include <QDir>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
-#include <QQuickItem>
-#include <QQuickWindow>
-#include <QSignalSpy>
-#include <QTest>
-#include <QWebEngineLoadingInfo>
 #include <QtQml/QQmlExtensionPlugin>
 
 #include <algorithm>
@@ -72,34 +67,12 @@ void makeVault(const fs::path& vault) {
         write(vault, "run" + std::to_string(i), html, newsletter(20'000, i));
 }
 
-QQuickItem* find(QQuickItem* from, const char* name) {
-    if (from->objectName() == QLatin1String(name))
-        return from;
-    for (QQuickItem* child : from->childItems())
-        if (QQuickItem* found = find(child, name))
-            return found;
-    return nullptr;
-}
-
 // Selects the message and waits for its page to load and the next frame to reach the screen.
-// The waits run a real event loop (QSignalSpy::wait): QTest::qWaitFor sleeps between rounds,
-// and the engine's many round trips through the interface thread would each pay that sleep.
 double openAndPaint(qs::AppStore& store, QQuickWindow& window, QObject& view,
                     const std::string& name) {
-    QSignalSpy loads(&view, SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
-    auto succeeded = [&] {
-        for (const auto& args : loads)
-            if (static_cast<const QWebEngineLoadingInfo*>(args.value(0).constData())->status() ==
-                QWebEngineLoadingInfo::LoadSucceededStatus)
-                return true;
-        return false;
-    };
     const auto started = Clock::now();
-    store.setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
-    const auto deadline = started + std::chrono::seconds(30);
-    while (!succeeded() && Clock::now() < deadline)
-        loads.wait(1'000);
-    const bool loaded = succeeded();
+    const bool loaded = qs::test::loadPage(
+        view, [&] { store.setSelectedPath("Robin/INBOX/2024/" + name + ".eml"); }, 30'000);
     QSignalSpy swaps(&window, &QQuickWindow::frameSwapped);
     window.update();
     const bool painted = swaps.wait(5'000);
@@ -145,17 +118,14 @@ int main(int argc, char** argv) {
     QGuiApplication app(argc, argv);
     auto* store = new qs::AppStore();
     QQmlApplicationEngine engine;
-    qs::QuernsteadApp::load(engine, *store);
-    auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
+    auto* window = qs::test::showMainWindow(engine, *store, {1280, 800});
     if (!window)
         return 1;
-    window->resize(1280, 800);
-    window->show();
     QSignalSpy scanned(store, &qs::AppStore::scanFinished);
     store->reloadArchive();
     if (!scanned.wait(120'000))
         std::fprintf(stderr, "the vault wasn't scanned in time\n");
-    QObject* view = find(window->contentItem(), "mailWebView");
+    QObject* view = qs::test::itemNamed(*window, "mailWebView");
     if (!view) {
         std::fprintf(stderr, "no reader in the window\n");
         return 1;

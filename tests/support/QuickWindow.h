@@ -15,6 +15,7 @@
 #include <QWebEngineLoadingInfo>
 
 #include <algorithm>
+#include <functional>
 
 namespace qs::test {
 
@@ -33,45 +34,34 @@ inline QQuickItem* itemNamed(QQuickWindow& window, const QString& name) {
     return itemsNamed(window.contentItem(), name).value(0);
 }
 
-/// The main window of `store` loaded into `engine` and shown at `size`; null if it didn't load.
+/// The main window of `store` loaded into `engine` and shown, at `size` when one is given; null
+/// if it didn't load.
 inline QQuickWindow* showMainWindow(QQmlApplicationEngine& engine, AppStore& store,
-                                    QSize size = {1280, 800}) {
+                                    QSize size = {}) {
     QuernsteadApp::load(engine, store);
     auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
-    if (window) {
+    if (window && size.isValid())
         window->resize(size);
+    if (window)
         window->show();
-    }
     return window;
 }
 
-/// Runs the event loop, waking at each of the spy's signals, until `done` or the timeout.
-template <typename Predicate>
-bool waitUntil(QSignalSpy& spy, Predicate done, int timeoutMilliseconds) {
-    const QDeadlineTimer deadline(timeoutMilliseconds);
-    while (!done() && !deadline.hasExpired())
-        spy.wait(int(std::max<qint64>(1, deadline.remainingTime())));
-    return done();
-}
-
-/// Does `start` and waits for the message view to finish the load it causes: the load's last
-/// status, or LoadStartedStatus when none ended in time.
-template <typename Start>
-QWebEngineLoadingInfo::LoadStatus loadPage(QObject& view, Start start,
-                                           int timeoutMilliseconds = 10'000) {
+/// Does `start` and waits for the message view to finish the load it causes; true when the
+/// page loaded.
+inline bool loadPage(QObject& view, const std::function<void()>& start,
+                     int timeoutMilliseconds = 10'000) {
     QSignalSpy loads(&view, SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
-    auto status = QWebEngineLoadingInfo::LoadStartedStatus;
     start();
-    waitUntil(
-        loads,
-        [&] {
-            for (const auto& args : loads)
-                status =
-                    static_cast<const QWebEngineLoadingInfo*>(args.value(0).constData())->status();
-            return status != QWebEngineLoadingInfo::LoadStartedStatus;
-        },
-        timeoutMilliseconds);
-    return status;
+    const QDeadlineTimer deadline(timeoutMilliseconds);
+    auto status = QWebEngineLoadingInfo::LoadStartedStatus;
+    while (status == QWebEngineLoadingInfo::LoadStartedStatus && !deadline.hasExpired()) {
+        loads.wait(int(std::max<qint64>(1, deadline.remainingTime())));
+        if (!loads.isEmpty())
+            status = static_cast<const QWebEngineLoadingInfo*>(loads.last().value(0).constData())
+                         ->status();
+    }
+    return status == QWebEngineLoadingInfo::LoadSucceededStatus;
 }
 
 } // namespace qs::test
