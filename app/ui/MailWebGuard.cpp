@@ -1,5 +1,6 @@
 #include "MailWebGuard.h"
 
+#include "MailScheme.h"
 #include "NavigationPolicy.h"
 #include "RemoteBlocker.h"
 #include "mime/HTMLText.h"
@@ -21,6 +22,14 @@ MailWebGuard::MailWebGuard(QObject* parent) : QObject(parent) {
         blocker_ = new RemoteBlocker(this);
         profile_->setUrlRequestInterceptor(blocker_);
     }
+    if (MailScheme::registered()) {
+        scheme_ = new MailScheme(this);
+        profile_->installUrlSchemeHandler(MailScheme::name, scheme_);
+    }
+}
+
+QUrl MailWebGuard::serve(const QString& document) {
+    return scheme_ ? scheme_->serve(document) : QUrl();
 }
 
 void MailWebGuard::setWarnings(const QVariantList& warnings) {

@@ -14,6 +14,7 @@
 
 namespace qs {
 
+class MailScheme;
 class RemoteBlocker;
 
 /// The set-up behind one message view: a profile that keeps nothing (off the record, no
@@ -25,6 +26,7 @@ class MailWebGuard : public QObject {
     QML_ELEMENT
     Q_PROPERTY(QQuickWebEngineProfile* profile READ profile CONSTANT)
     Q_PROPERTY(QVariantList warnings READ warnings WRITE setWarnings NOTIFY warningsChanged)
+    Q_PROPERTY(bool serving READ serving CONSTANT)
 
 public:
     explicit MailWebGuard(QObject* parent = nullptr);
@@ -40,6 +42,11 @@ public:
     Q_INVOKABLE QVariant nextDocument(const QString& document, bool isHtml, bool allowRemote,
                                       bool dark);
 
+    /// Whether documents are served from memory (`serve`); else the view loads their HTML.
+    bool serving() const { return scheme_ != nullptr; }
+    /// The address the view loads `document` from, once.
+    Q_INVOKABLE QUrl serve(const QString& document);
+
     /// A map of allow (bool), open (bool) and, when a link warning matches, shownDomain and
     /// actualHost. `initialLoad` is true for the load of the document itself.
     Q_INVOKABLE QVariantMap decide(const QUrl& url, bool linkClick, bool initialLoad) const;
@@ -53,6 +60,7 @@ signals:
 private:
     QQuickWebEngineProfile* profile_ = nullptr;
     QPointer<RemoteBlocker> blocker_;
+    MailScheme* scheme_ = nullptr;
     QVariantList warningsForView_;
     std::vector<LinkWarning> warnings_;
     QString loadedKey_;

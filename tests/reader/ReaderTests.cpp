@@ -106,6 +106,14 @@ protected:
             everything += html;
         }
         write("everything", everything);
+        // A red square of the mail's own, as an inline (cid:) picture becomes for the view, in a
+        // mail of 3 MB, as large pictures make it: more than a page's address may carry.
+        write(
+            "inline",
+            fill(
+                R"(<img src="data:image/png;base64,iVBORw0KGgoAAAANSUhEUgAAACgAAAAoCAIAAAADnC86AAAALElEQVR42u3NsQkAAAjAsP7/tD4huASyp6kXicVisVgsFovFYrFYLBaLxXcWqvU6G92VM/sAAAAASUVORK5CYII=" width="40" height="40"><img src="{}/img.png" width="40" height="40">)",
+                log_->base(), log_->port()) +
+                "<!--" + std::string(3'000'000, 'x') + "-->");
         write(
             "links",
             R"(<a href="http://127.0.0.1:9/pay" style="display:block;height:200px">shop.example</a>)"
@@ -237,6 +245,21 @@ TEST_F(Reader, AMisleadingLinkAsksFirstAndAnHonestOneOpensAtOnce) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !opener_->opened.isEmpty(); }, 5'000));
     EXPECT_EQ(opener_->opened.value(0), QUrl("http://localhost:9/honest"));
     EXPECT_FALSE(dialog->property("opened").toBool());
+    EXPECT_EQ(log_->connections(), 0);
+}
+
+TEST_F(Reader, TheMailsOwnPicturesShowHoweverLargeWhileRemoteOnesAreBlocked) {
+    log_->clear();
+    open("inline");
+    // The red square sits at the body's margin; frames follow until it is drawn.
+    const QPoint square = item("mailWebView")->mapToScene(QPointF(42, 38)).toPoint();
+    QSignalSpy frames(window_, &QQuickWindow::frameSwapped);
+    for (int frame = 0; frame < 50 && window_->grabWindow().pixelColor(square) != Qt::red;
+         ++frame) {
+        window_->update();
+        frames.wait(200);
+    }
+    EXPECT_EQ(window_->grabWindow().pixelColor(square), QColor(Qt::red));
     EXPECT_EQ(log_->connections(), 0);
 }
 

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 
 namespace qs::test {
 
@@ -47,19 +48,26 @@ inline QQuickWindow* showMainWindow(QQmlApplicationEngine& engine, AppStore& sto
     return window;
 }
 
-/// Does `start` and waits for the message view to finish the load it causes; true when the
-/// page loaded.
+/// Does `start` and waits for the message view to finish the load it began; true when the page
+/// loaded. The end of an earlier load (a link refused in the view) doesn't count.
 inline bool loadPage(QObject& view, const std::function<void()>& start,
                      int timeoutMilliseconds = 10'000) {
     QSignalSpy loads(&view, SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
     start();
     const QDeadlineTimer deadline(timeoutMilliseconds);
-    auto status = QWebEngineLoadingInfo::LoadStartedStatus;
-    while (status == QWebEngineLoadingInfo::LoadStartedStatus && !deadline.hasExpired()) {
-        loads.wait(int(std::max<qint64>(1, deadline.remainingTime())));
-        if (!loads.isEmpty())
-            status = static_cast<const QWebEngineLoadingInfo*>(loads.last().value(0).constData())
-                         ->status();
+    std::optional<QWebEngineLoadingInfo::LoadStatus> status;
+    for (qsizetype seen = 0; status != QWebEngineLoadingInfo::LoadSucceededStatus &&
+                             status != QWebEngineLoadingInfo::LoadFailedStatus &&
+                             !deadline.hasExpired();) {
+        if (seen == loads.size())
+            loads.wait(int(std::max<qint64>(1, deadline.remainingTime())));
+        for (; seen < loads.size(); ++seen) {
+            const auto next =
+                static_cast<const QWebEngineLoadingInfo*>(loads.at(seen).value(0).constData())
+                    ->status();
+            if (status || next == QWebEngineLoadingInfo::LoadStartedStatus)
+                status = next;
+        }
     }
     return status == QWebEngineLoadingInfo::LoadSucceededStatus;
 }
