@@ -28,7 +28,8 @@ QUrl MailScheme::serve(const QString& html) {
 }
 
 void MailScheme::requestStarted(QWebEngineUrlRequestJob* job) {
-    if (address_.isEmpty() || job->requestUrl() != address_) {
+    // Only the view's own navigation, never a request of a page's content.
+    if (address_.isEmpty() || job->requestUrl() != address_ || !job->initiator().isEmpty()) {
         job->fail(QWebEngineUrlRequestJob::UrlNotFound);
         return;
     }

@@ -9,7 +9,7 @@ namespace qs {
 /// Serves a message view its document from memory under an address of the program's own
 /// scheme. Unlike a page loaded from its HTML (a data: address), a document here has no size
 /// limit, so a mail with large inline pictures still shows. Each document is handed out once,
-/// to the load that asked for it; a page asking for it again gets nothing.
+/// to the view's own load; a page's content asking for one gets nothing.
 class MailScheme : public QWebEngineUrlSchemeHandler {
 public:
     static constexpr char name[] = "quernstead-mail";
