@@ -77,7 +77,8 @@ WebEngineView {
         target: Theme
         function onChanged() { Qt.callLater(view.refresh) }
     }
-    Component.onCompleted: refresh()
+    // Without a message there is nothing to load; the engine's first start waits for one.
+    Component.onCompleted: if (content) refresh()
 
     onNavigationRequested: function (request) {
         const link = request.navigationType === WebEngineNavigationRequest.LinkClickedNavigation
