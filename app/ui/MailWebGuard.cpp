@@ -28,8 +28,13 @@ MailWebGuard::MailWebGuard(QObject* parent) : QObject(parent) {
     }
 }
 
-QUrl MailWebGuard::serve(const QString& document) {
-    return scheme_ ? scheme_->serve(document) : QUrl();
+QString MailWebGuard::serve(const QString& document) {
+    // The engine refuses a data: address over 2 MB; percent-encoding at most triples a byte.
+    constexpr qsizetype limit = 2 * 1024 * 1024 - 64;
+    const QByteArray bytes = document.toUtf8();
+    if (!scheme_ || bytes.size() * 3 < limit || bytes.toPercentEncoding().size() < limit)
+        return {};
+    return scheme_->serve(document).toString();
 }
 
 void MailWebGuard::setWarnings(const QVariantList& warnings) {

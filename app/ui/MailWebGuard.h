@@ -26,7 +26,6 @@ class MailWebGuard : public QObject {
     QML_ELEMENT
     Q_PROPERTY(QQuickWebEngineProfile* profile READ profile CONSTANT)
     Q_PROPERTY(QVariantList warnings READ warnings WRITE setWarnings NOTIFY warningsChanged)
-    Q_PROPERTY(bool serving READ serving CONSTANT)
 
 public:
     explicit MailWebGuard(QObject* parent = nullptr);
@@ -42,10 +41,10 @@ public:
     Q_INVOKABLE QVariant nextDocument(const QString& document, bool isHtml, bool allowRemote,
                                       bool dark);
 
-    /// Whether documents are served from memory (`serve`); else the view loads their HTML.
-    bool serving() const { return scheme_ != nullptr; }
-    /// The address the view loads `document` from, once.
-    Q_INVOKABLE QUrl serve(const QString& document);
+    /// The address the view loads `document` from, once, when the document is too large for
+    /// a data: address (which the view makes of its HTML); else empty, and the view loads the
+    /// HTML itself, a round trip sooner.
+    Q_INVOKABLE QString serve(const QString& document);
 
     /// A map of allow (bool), open (bool) and, when a link warning matches, shownDomain and
     /// actualHost. `initialLoad` is true for the load of the document itself.

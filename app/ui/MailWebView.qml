@@ -53,9 +53,10 @@ WebEngineView {
             return
         loadingDocument = true
         settings.autoLoadImages = !!content && content.imagesAllowed
-        // Served from memory, a document has no size limit; as a data: address it has 2 MB.
-        if (guard.serving)
-            url = guard.serve(next)
+        // A document too large for a data: address is served from memory instead.
+        const address = guard.serve(next)
+        if (address)
+            url = address
         else
             loadHtml(next)
     }
