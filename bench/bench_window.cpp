@@ -6,13 +6,10 @@
 
 #include "LargeVault.h"
 #include "model/AppStore.h"
+#include "support/QuickWindow.h"
 #include "support/WebEngineStart.h"
-#include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
-#include <QQmlApplicationEngine>
-#include <QQuickItem>
-#include <QQuickWindow>
 #include <QTest>
 #include <QtQml/QQmlExtensionPlugin>
 
@@ -40,15 +37,6 @@ long peakKiB() {
         if (line.rfind("VmHWM:", 0) == 0)
             return std::atol(line.c_str() + 6);
     return -1;
-}
-
-QQuickItem* find(QQuickItem* from, const char* name) {
-    if (from->objectName() == QLatin1String(name))
-        return from;
-    for (QQuickItem* child : from->childItems())
-        if (QQuickItem* found = find(child, name))
-            return found;
-    return nullptr;
 }
 
 /// Runs the event loop until `done`; a wait that runs out is said, so a figure is never read
@@ -102,20 +90,17 @@ int main(int argc, char** argv) {
     QGuiApplication app(argc, argv);
     auto* store = new qs::AppStore();
     QQmlApplicationEngine engine;
-    qs::QuernsteadApp::load(engine, *store);
-    auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
+    auto* window = qs::test::showMainWindow(engine, *store, {1280, 800});
     if (!window) {
         std::fprintf(stderr, "the window didn't load\n");
         return 1;
     }
-    window->resize(1280, 800);
-    window->show();
     store->reloadArchive();
     // The columns come once the store knows the vault has mail.
     QQuickItem* list = nullptr;
     Clock::duration firstList{};
     auto firstFrame = QObject::connect(window, &QQuickWindow::frameSwapped, [&] {
-        list = list ? list : find(window->contentItem(), "messageList");
+        list = list ? list : qs::test::itemNamed(*window, "messageList");
         if (firstList == Clock::duration{} && list && list->property("count").toInt() > 0)
             firstList = Clock::now() - started;
     });
@@ -124,7 +109,7 @@ int main(int argc, char** argv) {
     QObject::disconnect(firstFrame);
     if (!list)
         return 1;
-    QQuickItem* column = find(window->contentItem(), "messageColumn");
+    QQuickItem* column = qs::test::itemNamed(*window, "messageColumn");
     std::printf("first painted list %.0f ms after start (%d rows)\n", milliseconds(firstList),
                 list->property("count").toInt());
     waitFor(

@@ -1,5 +1,6 @@
 #include "MailWebGuard.h"
 
+#include "MailScheme.h"
 #include "NavigationPolicy.h"
 #include "RemoteBlocker.h"
 #include "mime/HTMLText.h"
@@ -21,6 +22,19 @@ MailWebGuard::MailWebGuard(QObject* parent) : QObject(parent) {
         blocker_ = new RemoteBlocker(this);
         profile_->setUrlRequestInterceptor(blocker_);
     }
+    if (MailScheme::registered()) {
+        scheme_ = new MailScheme(this);
+        profile_->installUrlSchemeHandler(MailScheme::name, scheme_);
+    }
+}
+
+QString MailWebGuard::serve(const QString& document) {
+    // The engine refuses a data: address over 2 MB; percent-encoding at most triples a byte.
+    constexpr qsizetype limit = 2 * 1024 * 1024 - 64;
+    const QByteArray bytes = document.toUtf8();
+    if (!scheme_ || bytes.size() * 3 < limit || bytes.toPercentEncoding().size() < limit)
+        return {};
+    return scheme_->serve(document).toString();
 }
 
 void MailWebGuard::setWarnings(const QVariantList& warnings) {

@@ -14,6 +14,7 @@
 
 namespace qs {
 
+class MailScheme;
 class RemoteBlocker;
 
 /// The set-up behind one message view: a profile that keeps nothing (off the record, no
@@ -40,6 +41,11 @@ public:
     Q_INVOKABLE QVariant nextDocument(const QString& document, bool isHtml, bool allowRemote,
                                       bool dark);
 
+    /// The address the view loads `document` from, once, when the document is too large for
+    /// a data: address (which the view makes of its HTML); else empty, and the view loads the
+    /// HTML itself, a round trip sooner.
+    Q_INVOKABLE QString serve(const QString& document);
+
     /// A map of allow (bool), open (bool) and, when a link warning matches, shownDomain and
     /// actualHost. `initialLoad` is true for the load of the document itself.
     Q_INVOKABLE QVariantMap decide(const QUrl& url, bool linkClick, bool initialLoad) const;
@@ -53,6 +59,7 @@ signals:
 private:
     QQuickWebEngineProfile* profile_ = nullptr;
     QPointer<RemoteBlocker> blocker_;
+    MailScheme* scheme_ = nullptr;
     QVariantList warningsForView_;
     std::vector<LinkWarning> warnings_;
     QString loadedKey_;

@@ -178,9 +178,7 @@ Item {
             Layout.fillWidth: true
             Layout.fillHeight: true
             Layout.minimumHeight: 120
-            document: message ? message.document : ""
-            isHtml: !!message && message.isHtml
-            allowRemote: !!message && message.imagesAllowed
+            content: message
             warnings: message ? message.linkWarnings : []
             onLinkWarned: (shownDomain, actualHost, address) => linkDialog.ask(shownDomain, actualHost, address)
         }

@@ -1,5 +1,6 @@
 #include "QuernsteadApp.h"
 
+#include "MailScheme.h"
 #include "QuernsteadCommands.h"
 #include "ReaderActions.h"
 #include "SnapshotRunner.h"
@@ -70,7 +71,9 @@ brindle::Updater* QuernsteadApp::updater(QQmlApplicationEngine& engine) {
 }
 
 int QuernsteadApp::run(int argc, char** argv) {
-    // The reader's web engine shares the window's graphics context, so it starts first.
+    // The reader's web engine shares the window's graphics context, so it starts first, and
+    // its documents' scheme is known before it does.
+    MailScheme::registerScheme();
     QtWebEngineQuick::initialize();
     QGuiApplication app(argc, argv);
     QGuiApplication::setOrganizationName(QStringLiteral("Quernstead"));

@@ -24,6 +24,8 @@ Item {
         anchors.fill: parent
         visible: VaultSettings.accounts.length > 0
         contentWidth: availableWidth
+        // A bar that stays while there is more below, as desktop panes show it.
+        ScrollBar.vertical.policy: contentHeight > availableHeight ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
         clip: true
 
         ColumnLayout {

@@ -9,6 +9,8 @@ ScrollView {
     id: general
     objectName: "settingsGeneral"
     contentWidth: availableWidth
+    // A bar that stays while there is more below, as desktop panes show it.
+    ScrollBar.vertical.policy: contentHeight > availableHeight ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
     clip: true
 
     ColumnLayout {

@@ -9,7 +9,8 @@ Window {
     objectName: "settingsWindow"
     title: "Settings"
     width: 600
-    height: 560
+    // Tall enough for General down to its updates; the rest scrolls.
+    height: 680
     minimumWidth: 520
     minimumHeight: 440
     color: Theme.paper

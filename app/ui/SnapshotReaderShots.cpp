@@ -33,7 +33,8 @@ void SnapshotRunner::planReaderShots(const QString& prefix) {
     add("", [this] {
         store_.showEverything();
         store_.setSelectedPath(pick(store_, [](const MessageRecord& r) {
-            return r.linkWarnings > 0 && r.trackers > 0 && r.replyToMismatch;
+            return r.senderFlag && r.replyToMismatch && r.linkWarnings > 0 && r.remoteImages > 0 &&
+                   r.trackers > 0;
         }));
         return false;
     });

@@ -6,17 +6,15 @@
 #include "model/AppStore.h"
 #include "model/ReaderContent.h"
 #include "model/SettingsKeys.h"
+#include "support/FileSnapshot.h"
 #include "support/QtTestEnvironment.h"
+#include "support/QuickWindow.h"
 #include "support/TemporaryDirectory.h"
 #include "support/WebEngineStart.h"
 #include "ui/NavigationPolicy.h"
-#include "ui/QuernsteadApp.h"
 
 #include <QDesktopServices>
 #include <QGuiApplication>
-#include <QQmlApplicationEngine>
-#include <QQuickItem>
-#include <QQuickWindow>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>
@@ -108,6 +106,14 @@ protected:
             everything += html;
         }
         write("everything", everything);
+        // A red square of the mail's own, as an inline (cid:) picture becomes for the view, in a
+        // mail of 3 MB, as large pictures make it: more than a page's address may carry.
+        write(
+            "inline",
+            fill(
+                R"(<img src="data:image/png;base64,iVBORw0KGgoAAAANSUhEUgAAACgAAAAoCAIAAAADnC86AAAALElEQVR42u3NsQkAAAjAsP7/tD4huASyp6kXicVisVgsFovFYrFYLBaLxXcWqvU6G92VM/sAAAAASUVORK5CYII=" width="40" height="40"><img src="{}/img.png" width="40" height="40">)",
+                log_->base(), log_->port()) +
+                "<!--" + std::string(3'000'000, 'x') + "-->");
         write(
             "links",
             R"(<a href="http://127.0.0.1:9/pay" style="display:block;height:200px">shop.example</a>)"
@@ -117,11 +123,8 @@ protected:
         QSettings(SettingsKeys::organisation, SettingsKeys::application)
             .setValue(SettingsKeys::didShowWelcome, true);
         engine_ = new QQmlApplicationEngine;
-        QuernsteadApp::load(*engine_, AppStore::shared());
-        window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().value(0));
+        window_ = test::showMainWindow(*engine_, AppStore::shared(), {1280, 800});
         ASSERT_NE(window_, nullptr);
-        window_->resize(1280, 800);
-        window_->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window_));
         QSignalSpy scanned(&AppStore::shared(), &AppStore::scanFinished);
         AppStore::shared().reloadArchive();
@@ -149,31 +152,17 @@ protected:
             << html << "\r\n";
     }
 
-    static QQuickItem* item(const char* name, QQuickItem* from = nullptr) {
-        from = from ? from : window_->contentItem();
-        if (from->objectName() == QLatin1String(name))
-            return from;
-        for (QQuickItem* child : from->childItems())
-            if (QQuickItem* found = item(name, child))
-                return found;
-        return nullptr;
-    }
+    static QQuickItem* item(const char* name) { return test::itemNamed(*window_, name); }
     static QObject* view() { return item("mailWebView"); }
 
-    // Selects the message and returns once its page has finished loading (or failed).
+    // Selects the message and returns once its page has loaded.
     static void open(const std::string& name) {
-        QSignalSpy loads(view(), SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
-        AppStore::shared().setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
-        ASSERT_TRUE(QTest::qWaitFor([&] { return settled(loads); }, 10'000)) << name;
+        const auto select = [&] {
+            AppStore::shared().setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
+        };
+        ASSERT_TRUE(test::loadPage(*view(), select)) << name;
         // Requests of a finished page still in flight would land now.
         QTest::qWait(300);
-    }
-    static bool settled(const QSignalSpy& loads) {
-        for (const auto& args : loads)
-            if (static_cast<const QWebEngineLoadingInfo*>(args.value(0).constData())->status() !=
-                QWebEngineLoadingInfo::LoadStartedStatus)
-                return true;
-        return false;
     }
 
     static inline test::RequestLog* log_ = nullptr;
@@ -192,18 +181,22 @@ TEST_F(Reader, NoChannelReachesTheNetworkWhenAMessageOpens) {
     }
 }
 
-TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixel) {
+TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixelAndOnlyForThisRun) {
     open("everything");
     ASSERT_EQ(log_->connections(), 0);
+    const auto vault = test::snapshotFiles(vault_->path());
+    const auto settings = test::snapshotFiles(std::getenv("XDG_CONFIG_HOME"));
+    const int blocked = AppStore::shared().property("openMessage").toMap()["remoteImages"].toInt();
+    ASSERT_GT(blocked, 0);
     QStringList expected;
     for (const auto& channel : channels)
         if (channel.image)
             expected << QString::fromStdString(fill(channel.html, log_->base(), log_->port()))
                             .section(log_->base(), 1, 1)
                             .section(QRegularExpression("[ )\"]"), 0, 0);
-    QSignalSpy loads(view(), SIGNAL(loadingChanged(QWebEngineLoadingInfo)));
-    QTest::keyClick(window_, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return settled(loads); }, 10'000));
+    ASSERT_TRUE(test::loadPage(*view(), [] {
+        QTest::keyClick(window_, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
+    }));
     ASSERT_TRUE(QTest::qWaitFor([&] { return log_->paths().size() >= expected.size(); }, 10'000));
     QTest::qWait(300);
     QStringList seen = log_->paths();
@@ -213,6 +206,20 @@ TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixel) {
     EXPECT_EQ(seen, expected);
     // The note is gone once the pictures are shown.
     EXPECT_FALSE(item("imagesNote")->isVisible());
+
+    // The choice is kept nowhere: a relaunch on the same vault blocks the pictures again.
+    EXPECT_EQ(test::snapshotFiles(vault_->path()), vault);
+    EXPECT_EQ(test::snapshotFiles(std::getenv("XDG_CONFIG_HOME")), settings);
+    AppStore relaunched;
+    QSignalSpy scanned(&relaunched, &AppStore::scanFinished);
+    relaunched.reloadArchive();
+    ASSERT_TRUE(scanned.wait(20'000));
+    QSignalSpy opened(&relaunched, &AppStore::openMessageChanged);
+    relaunched.setSelectedPath(AppStore::shared().selectedPath());
+    ASSERT_TRUE(opened.wait(10'000));
+    const QVariantMap message = relaunched.property("openMessage").toMap();
+    EXPECT_FALSE(message["imagesAllowed"].toBool());
+    EXPECT_EQ(message["remoteImages"].toInt(), blocked);
 }
 
 TEST_F(Reader, AMisleadingLinkAsksFirstAndAnHonestOneOpensAtOnce) {
@@ -238,6 +245,21 @@ TEST_F(Reader, AMisleadingLinkAsksFirstAndAnHonestOneOpensAtOnce) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !opener_->opened.isEmpty(); }, 5'000));
     EXPECT_EQ(opener_->opened.value(0), QUrl("http://localhost:9/honest"));
     EXPECT_FALSE(dialog->property("opened").toBool());
+    EXPECT_EQ(log_->connections(), 0);
+}
+
+TEST_F(Reader, TheMailsOwnPicturesShowHoweverLargeWhileRemoteOnesAreBlocked) {
+    log_->clear();
+    open("inline");
+    // The red square sits at the body's margin; frames follow until it is drawn.
+    const QPoint square = item("mailWebView")->mapToScene(QPointF(42, 38)).toPoint();
+    QSignalSpy frames(window_, &QQuickWindow::frameSwapped);
+    for (int frame = 0; frame < 50 && window_->grabWindow().pixelColor(square) != Qt::red;
+         ++frame) {
+        window_->update();
+        frames.wait(200);
+    }
+    EXPECT_EQ(window_->grabWindow().pixelColor(square), QColor(Qt::red));
     EXPECT_EQ(log_->connections(), 0);
 }
 

@@ -263,7 +263,8 @@ std::string sent(Random& random, const Stamp& stamp, int serial) {
 }
 
 /// The few hostile messages: a look-alike of the bank's domain, a display name that claims
-/// the bank's address, a reply address elsewhere and links whose text names another site.
+/// the bank's address, a reply address elsewhere, links whose text names another site and
+/// the bank's logo from the web.
 std::string phishing(int variant, const Stamp& stamp, int serial) {
     std::string from;
     switch (variant % 3) {
@@ -278,8 +279,9 @@ std::string phishing(int variant, const Stamp& stamp, int serial) {
         break;
     }
     std::string html =
-        "<html><body><p>Dear customer,</p><p>We noticed an unusual sign-in. Please confirm "
-        "your details within 24 hours or your account will be suspended.</p>"
+        "<html><body><img src=\"https://cdn.northbank.example/logo.png\" alt=\"Northbank\" "
+        "width=\"160\" height=\"40\"><p>Dear customer,</p><p>We noticed an unusual sign-in. "
+        "Please confirm your details within 24 hours or your account will be suspended.</p>"
         "<p><a href=\"https://login.secure-check.example/northbank/verify\">"
         "https://www.northbank.example/account</a></p>"
         "<img src=\"https://t.secure-check.example/o.gif\" width=\"1\" height=\"1\"></body></html>";

@@ -4,6 +4,8 @@
 // without GPU, and as root without its sandbox (which refuses to run as root). Never done so
 // in the shipped program.
 
+#include "ui/MailScheme.h"
+
 #include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 #include <cstdlib>
@@ -17,6 +19,7 @@ inline void startWebEngine() {
     if (::geteuid() == 0)
         flags += " --no-sandbox";
     ::setenv("QTWEBENGINE_CHROMIUM_FLAGS", flags.c_str(), 1);
+    MailScheme::registerScheme();
     QtWebEngineQuick::initialize();
 }
 

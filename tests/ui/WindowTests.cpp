@@ -3,11 +3,11 @@
 
 #include "model/AppStore.h"
 #include "model/SettingsKeys.h"
+#include "support/QuickWindow.h"
 #include "support/TemporaryDirectory.h"
 #include "ui/AddAccountFlow.h"
 #include "ui/CommandTable.h"
 #include "ui/Onboarding.h"
-#include "ui/QuernsteadApp.h"
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
@@ -38,17 +38,6 @@ void writeMessage(const std::filesystem::path& vault, const std::string& name,
                         << "\r\nSubject: " << subject << "\r\n\r\nHello there.\r\n";
 }
 
-// Items of a window's visual tree, popups included, by object name: items made by loaders
-// hang there, not always among QObject children.
-QList<QQuickItem*> itemsNamed(QQuickItem* from, const QString& name) {
-    QList<QQuickItem*> found;
-    if (from->objectName() == name)
-        found.append(from);
-    for (QQuickItem* child : from->childItems())
-        found.append(itemsNamed(child, name));
-    return found;
-}
-
 class Window : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -69,10 +58,8 @@ protected:
         QSettings(SettingsKeys::organisation, SettingsKeys::application)
             .setValue(SettingsKeys::didShowWelcome, true);
         engine_ = new QQmlApplicationEngine;
-        QuernsteadApp::load(*engine_, AppStore::shared());
-        window_ = qobject_cast<QQuickWindow*>(engine_->rootObjects().value(0));
+        window_ = test::showMainWindow(*engine_, AppStore::shared());
         ASSERT_NE(window_, nullptr);
-        window_->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window_));
         // The store read the environment when it was made; the other tests make their own.
         ::unsetenv("QUERNSTEAD_ARCHIVE_DIR");
@@ -98,7 +85,7 @@ protected:
     }
     static AppStore& store() { return AppStore::shared(); }
     static QQuickItem* item(const char* name, QQuickItem* from = nullptr) {
-        return itemsNamed(from ? from : window_->contentItem(), name).value(0);
+        return test::itemsNamed(from ? from : window_->contentItem(), name).value(0);
     }
 
     static inline test::TemporaryDirectory* vault_ = nullptr;
@@ -251,7 +238,7 @@ std::unique_ptr<QQuickWindow> menusAndGuide(QQmlEngine& engine) {
 
 // A menu item of the menu bar by its object name.
 QObject* menuItem(QQuickWindow& window, const QString& name) {
-    const auto bars = itemsNamed(window.contentItem(), "appMenuBar");
+    const auto bars = test::itemsNamed(window.contentItem(), "appMenuBar");
     if (bars.isEmpty())
         return nullptr;
     QQmlListReference menus(bars.first(), "menus");
@@ -291,7 +278,7 @@ TEST_F(Window, MenuItemsFollowTheStoreAndTheGuideShowsTheirKeys) {
     guide->setProperty("page", 2);
     QCoreApplication::processEvents();
     QList<QStringList> shown;
-    for (auto* cap : itemsNamed(root, "onboardingKeycap"))
+    for (auto* cap : test::itemsNamed(root, "onboardingKeycap"))
         shown.append(cap->property("keys").toStringList());
     QList<QStringList> menus;
     for (auto action : {"addAccount", "previousMessage", "nextMessage", "showImages"})
