@@ -9,7 +9,7 @@
 #include "model/VerifyPacing.h"
 
 #include "StoreTest.h"
-#include "support/DemoMail.h"
+#include "demo/DemoMail.h"
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/IMAPRelay.h"
@@ -366,7 +366,7 @@ TEST_F(AppStoreBackupTest, ReleaseStoppedPartWay) {
          "", true},
     };
     // clang-format on
-    std::vector<qs::test::DemoMessage> mail = qs::test::DemoMail::generate(5, int(total));
+    std::vector<qs::demo::DemoMessage> mail = qs::demo::DemoMail::generate(5, int(total));
     std::vector<std::string> bytes;
     std::vector<DovecotFixture::Arrival> arrivals;
     for (auto& message : mail) {

@@ -1,7 +1,7 @@
 // quernstead-cli end to end: the real binary against a real Dovecot over TLS, with a vault and
 // a credentials file of each test's own.
+#include "demo/DemoMail.h"
 #include "support/Corpus.h"
-#include "support/DemoMail.h"
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
@@ -374,7 +374,7 @@ Running start(const std::vector<std::string>& argv) {
 TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
     // A small folder first, so its line marks the moment the big one has begun.
     std::vector<std::string> big;
-    for (auto& m : DemoMail::generate(3, 400))
+    for (auto& m : demo::DemoMail::generate(3, 400))
         big.push_back(std::move(m.bytes));
     seedFolders(dovecot(), user_,
                 {{"A", {"Subject: first\r\nFrom: a@b.example\r\n\r\nhi\r\n"}}, {"B", big}});

@@ -1,7 +1,7 @@
 #include "support/DovecotSeed.h"
 
+#include "demo/DemoMail.h"
 #include "support/Corpus.h"
-#include "support/DemoMail.h"
 #include "support/Subprocess.h"
 
 #include <cerrno>
@@ -106,7 +106,7 @@ void seedFolders(DovecotFixture& dovecot, const std::string& user,
 std::map<std::string, size_t> seedDemoMail(DovecotFixture& dovecot, const std::string& user,
                                            uint64_t seed, int count) {
     std::map<std::string, std::vector<SeedMessage>> folders;
-    for (DemoMessage& message : DemoMail::generate(seed, count)) {
+    for (demo::DemoMessage& message : demo::DemoMail::generate(seed, count)) {
         folders[message.folder].push_back(
             {std::move(message.bytes),
              std::chrono::duration_cast<std::chrono::seconds>(message.date.time_since_epoch())
