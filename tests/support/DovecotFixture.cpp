@@ -5,17 +5,10 @@
 #include "support/Subprocess.h"
 #include "support/TestCertificates.h"
 
-#include <cerrno>
-#include <chrono>
+#include <algorithm>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
-#include <fstream>
-#include <memory>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -33,15 +26,9 @@ namespace {
 constexpr uid_t mailUID = 65534;
 constexpr gid_t mailGID = 65534;
 
-// How long the server may take to come up before the fixture gives up.
-constexpr auto startLimit = std::chrono::seconds(20);
-
 bool accepts(uint16_t port) {
     int fd = Loopback::connect(port);
-    if (fd >= 0) {
-        ::close(fd);
-    }
-    return fd >= 0;
+    return fd >= 0 && ::close(fd) == 0;
 }
 
 void replaceAll(std::string& text, std::string_view from, const std::string& to) {
@@ -109,12 +96,11 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         caFile_ = ca.certificate;
         issueServerCertificate(ca, directory_, options_.certificateHost);
 
-        for (const char* sub : {"run", "state", "home"}) {
+        for (const char* sub : {"run", "state", "home", "users"}) {
             fs::create_directories(directory_ / sub);
         }
         imapsPort_ = Loopback::freePort();
         imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
-        writeUsers();
 
         configFile_ = directory_ / "dovecot.conf";
         std::string config = configTemplate;
@@ -140,7 +126,7 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         }
 
         // A server coming up has no event to wait on from here; poll its port in short steps.
-        auto deadline = std::chrono::steady_clock::now() + startLimit;
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         for (;;) {
             int status = 0;
             if (::waitpid(master_, &status, WNOHANG) == master_) {
@@ -184,7 +170,6 @@ DovecotFixture& DovecotFixture::shared() {
 }
 
 void DovecotFixture::writeUsers() const {
-    fs::create_directories(directory_ / "users");
     for (const auto& [user, password] : users_) {
         std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
                            std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() +
@@ -205,15 +190,11 @@ void DovecotFixture::addUser(const std::string& user, const std::string& passwor
     if (::chown(home.c_str(), mailUID, mailGID) != 0) {
         throw std::runtime_error("chown " + home.string() + ": " + std::strerror(errno));
     }
-    bool replaced = false;
-    for (auto& [name, secret] : users_) {
-        if (name == user) {
-            secret = password;
-            replaced = true;
-        }
-    }
-    if (!replaced) {
+    auto known = std::ranges::find(users_, user, &std::pair<std::string, std::string>::first);
+    if (known == users_.end()) {
         users_.emplace_back(user, password);
+    } else {
+        known->second = password;
     }
     writeUsers();
 }
@@ -263,28 +244,20 @@ std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const 
 std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std::string& folder,
                                              const std::vector<std::string>& messages,
                                              const std::vector<Arrival>& arrivals) const {
-    if (arrivals.size() != messages.size()) {
-        throw std::invalid_argument("deliverAll: " + std::to_string(arrivals.size()) +
+    bool ascii = std::ranges::all_of(folder, [](unsigned char c) { return c >= 0x20 && c < 0x7f; });
+    if (arrivals.size() != messages.size() || !ascii) {
+        // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
+        throw std::invalid_argument("append to " + folder + ": " + std::to_string(arrivals.size()) +
                                     " arrivals for " + std::to_string(messages.size()) +
-                                    " messages");
-    }
-    // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
-    for (char c : folder) {
-        if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7e) {
-            throw std::invalid_argument("deliver with an arrival: folder name " + folder +
-                                        " is not plain ASCII");
-        }
+                                    " messages, or a name that isn't plain ASCII");
     }
     std::string quoted = "\"";
     for (char c : folder) {
-        if (c == '"' || c == '\\') {
-            quoted += '\\';
-        }
-        quoted += c;
+        quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
     }
     quoted += '"';
-    // Dovecot takes a save's received date from APPEND's date-time only (doveadm save has no
-    // such option). LITERAL+ lets the whole session go in as one script.
+    // Dovecot takes a message's received date from APPEND's date-time only (doveadm save has
+    // no such option). LITERAL+ lets the whole session go in as one script.
     std::string script;
     for (size_t i = 0; i < messages.size(); ++i) {
         std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals[i]);
@@ -383,11 +356,6 @@ std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const st
         uids.push_back(message.uid);
     }
     return uids;
-}
-
-void DovecotFixture::addFlags(const std::string& user, const std::string& folder, uint32_t uid,
-                              const std::string& flags) {
-    doveadm({"flags", "add", "-u", user, flags, "mailbox", folder, "uid", std::to_string(uid)});
 }
 
 std::string DovecotFixture::log() const {

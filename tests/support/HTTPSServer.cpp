@@ -1,10 +1,9 @@
 #include "support/HTTPSServer.h"
 
+#include "support/Loopback.h"
 #include "support/TestCertificates.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -21,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The server's certificate, made once per test program beside nothing else of a test's.
+// The server's certificate, made once per test program.
 const fs::path& certificateFolder() {
     static const fs::path folder = [] {
         const CertificateAuthority& ca = trustedCA();
@@ -43,17 +42,6 @@ bool writeAll(SSL* ssl, std::string_view bytes) {
     return true;
 }
 
-std::string reason(int status) {
-    switch (status) {
-    case 200:
-        return "OK";
-    case 404:
-        return "Not Found";
-    default:
-        return "Status";
-    }
-}
-
 } // namespace
 
 HTTPSServer::HTTPSServer() {
@@ -62,19 +50,10 @@ HTTPSServer::HTTPSServer() {
     if (!context_ ||
         SSL_CTX_use_certificate_chain_file(context_, (folder / "server-chain.pem").c_str()) != 1 ||
         SSL_CTX_use_PrivateKey_file(context_, (folder / "server.key").c_str(), SSL_FILETYPE_PEM) !=
-            1)
-        throw std::runtime_error("HTTPSServer: the certificate can't be loaded");
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+            1 ||
         ::pipe2(wake_, O_CLOEXEC) != 0)
-        throw std::runtime_error("HTTPSServer: can't listen on 127.0.0.1");
-    port_ = ntohs(address.sin_port);
+        throw std::runtime_error("HTTPSServer: the certificate can't be loaded");
+    listener_ = Loopback::listen(port_, 16, "HTTPSServer");
     thread_ = std::thread([this] { serve(); });
 }
 
@@ -163,8 +142,8 @@ void HTTPSServer::answer(int connection) {
         if (auto found = routes_.find(request.path); found != routes_.end())
             response = found->second;
     }
-    const std::string status = "HTTP/1.1 " + std::to_string(response.status) + " " +
-                               reason(response.status) +
+    const std::string status = "HTTP/1.1 " + std::to_string(response.status) +
+                               (response.status == 200 ? " OK" : " Status") +
                                "\r\nContent-Length: " + std::to_string(response.body.size()) +
                                "\r\nContent-Type: application/octet-stream"
                                "\r\nConnection: close\r\n\r\n";

@@ -14,12 +14,10 @@
 namespace qs::test {
 
 IMAPRelay::IMAPRelay(uint16_t serverPort) : serverPort_(serverPort) {
-    listener_ = Loopback::listen(port_, 16, "IMAPRelay");
     if (::pipe2(wake_, O_CLOEXEC) != 0) {
-        std::string error = std::strerror(errno);
-        ::close(listener_);
-        throw std::runtime_error("IMAPRelay: " + error);
+        throw std::runtime_error(std::string("IMAPRelay: ") + std::strerror(errno));
     }
+    listener_ = Loopback::listen(port_, 16, "IMAPRelay");
     acceptor_ = std::thread([this] { acceptLoop(); });
 }
 
@@ -29,8 +27,8 @@ IMAPRelay::~IMAPRelay() {
         closing_ = true;
     }
     changed_.notify_all();
-    char byte = 0;
-    [[maybe_unused]] ssize_t written = ::write(wake_[1], &byte, 1);
+    // Written once and never read: it wakes every poll from now on.
+    [[maybe_unused]] ssize_t written = ::write(wake_[1], "x", 1);
     acceptor_.join();
     for (std::thread& connection : connections_) {
         connection.join();
@@ -83,18 +81,13 @@ void IMAPRelay::acceptLoop() {
     }
 }
 
+// Whether `line` is the armed command; counts it.
 bool IMAPRelay::matches(const std::string& line) {
     std::lock_guard guard(lock_);
-    size_t space = line.find(' ');
-    if (command_.empty() || space == std::string::npos ||
-        line.compare(space + 1, command_.size(), command_) != 0) {
-        return false;
-    }
-    char after = space + 1 + command_.size() < line.size() ? line[space + 1 + command_.size()] : 0;
-    if (after != ' ' && after != '\r' && after != '\n') {
-        return false;
-    }
-    return ++seen_ == occurrence_;
+    const size_t end = line.find(' ') + 1 + command_.size();
+    return !command_.empty() && line.find(' ') != std::string::npos &&
+           line.compare(end - command_.size(), command_.size(), command_) == 0 &&
+           end < line.size() && std::strchr(" \r\n", line[end]) && ++seen_ == occurrence_;
 }
 
 void IMAPRelay::relay(int client) {
