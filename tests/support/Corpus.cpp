@@ -14,12 +14,9 @@ bool isLicence(std::string_view relativePath) {
         return true;
     }
     std::string_view base = relativePath.substr(relativePath.rfind('/') + 1);
-    for (std::string_view prefix : {"LICENSE", "COPYING", "NOTICE", "AUTHORS", "COPYRIGHT"}) {
-        if (base.starts_with(prefix)) {
-            return true;
-        }
-    }
-    return base.find("LICENSE") != std::string_view::npos;
+    return base.find("LICENSE") != std::string_view::npos || base.starts_with("COPYING") ||
+           base.starts_with("NOTICE") || base.starts_with("AUTHORS") ||
+           base.starts_with("COPYRIGHT");
 }
 
 } // namespace
@@ -32,12 +29,8 @@ std::vector<std::string> corpusFiles() {
     std::istringstream manifest(FileIO::read(corpusRoot() / "MANIFEST.tsv"));
     std::vector<std::string> files;
     std::string line;
-    bool header = true;
+    std::getline(manifest, line); // the column names
     while (std::getline(manifest, line)) {
-        if (header) {
-            header = false;
-            continue;
-        }
         std::string path = line.substr(0, line.find('\t'));
         if (!path.empty() && !isLicence(path)) {
             files.push_back(path);
@@ -70,11 +63,7 @@ std::vector<std::string> splitMbox(std::string_view mbox) {
             if (!members.empty()) {
                 // The empty line before a separator belongs to the mbox format, not the message.
                 std::string& last = members.back();
-                if (last.ends_with("\r\n")) {
-                    last.resize(last.size() - 2);
-                } else if (last.ends_with("\n")) {
-                    last.resize(last.size() - 1);
-                }
+                last.resize(last.size() - (last.ends_with("\r\n") ? 2 : last.ends_with('\n')));
             }
             members.emplace_back();
             previousEmpty = false;

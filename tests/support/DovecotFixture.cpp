@@ -1,8 +1,8 @@
 #include "support/DovecotFixture.h"
 
 #include "support/Loopback.h"
-#include "support/ScratchFiles.h"
 #include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
 
 #include <algorithm>

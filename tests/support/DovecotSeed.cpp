@@ -14,6 +14,9 @@ namespace qs::test {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// A CR before every LF that has none: line ends as a server keeps them.
 std::string withCRLF(std::string_view text) {
     std::string out;
     out.reserve(text.size() + text.size() / 40);
@@ -34,6 +37,8 @@ bool hasBareCR(std::string_view text) {
     }
     return false;
 }
+
+} // namespace
 
 std::vector<std::string> corpusMail(size_t count, const CorpusMailFilter& filter) {
     std::vector<std::string> mail;
