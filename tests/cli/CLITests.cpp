@@ -101,11 +101,9 @@ protected:
         std::vector<std::string> files;
         if (!fs::exists(vault() / "Demo"))
             return files;
-        for (const auto& entry : fs::recursive_directory_iterator(vault() / "Demo")) {
-            if (entry.is_regular_file()) {
+        for (const auto& entry : fs::recursive_directory_iterator(vault() / "Demo"))
+            if (entry.is_regular_file())
                 files.push_back(entry.path().lexically_relative(vault()).generic_string());
-            }
-        }
         return files;
     }
 

@@ -96,9 +96,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         caFile_ = ca.certificate;
         issueServerCertificate(ca, directory_, options_.certificateHost);
 
-        for (const char* sub : {"run", "state", "home", "users"}) {
+        for (const char* sub : {"run", "state", "home", "users"})
             fs::create_directories(directory_ / sub);
-        }
         imapsPort_ = Loopback::freePort();
         imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
 
@@ -110,9 +109,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         ScratchFiles::write(configFile_, config);
 
         master_ = ::fork();
-        if (master_ < 0) {
+        if (master_ < 0)
             throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-        }
         if (master_ == 0) {
             // Dovecot goes with the test program, even when that one crashes.
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -134,12 +132,10 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
                 throw std::runtime_error("dovecot exited at start: " +
                                          ScratchFiles::read(directory_ / "master.out") + log());
             }
-            if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_))) {
+            if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_)))
                 break;
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
+            if (std::chrono::steady_clock::now() > deadline)
                 throw std::runtime_error("dovecot did not start: " + log());
-            }
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     } catch (...) {
@@ -169,34 +165,19 @@ DovecotFixture& DovecotFixture::shared() {
     return fixture;
 }
 
-void DovecotFixture::writeUsers() const {
-    for (const auto& [user, password] : users_) {
-        std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
-                           std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() +
-                           "::\n";
-        fs::path path = directory_ / "users" / user;
-        if (fs::exists(path) && ScratchFiles::read(path) == line) {
-            continue;
-        }
-        // Replaced whole so that Dovecot never sees half a file.
-        ScratchFiles::write(directory_ / "users" / (user + ".new"), line);
-        fs::rename(directory_ / "users" / (user + ".new"), path);
-    }
-}
-
 void DovecotFixture::addUser(const std::string& user, const std::string& password) {
     fs::path home = directory_ / "home" / user;
     fs::create_directories(home);
-    if (::chown(home.c_str(), mailUID, mailGID) != 0) {
+    if (::chown(home.c_str(), mailUID, mailGID) != 0)
         throw std::runtime_error("chown " + home.string() + ": " + std::strerror(errno));
+    std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
+                       std::to_string(mailGID) + "::" + home.string() + "::\n";
+    fs::path path = directory_ / "users" / user;
+    if (ScratchFiles::read(path) != line) {
+        // Replaced whole so that Dovecot never sees half a file.
+        ScratchFiles::write(path.string() + ".new", line);
+        fs::rename(path.string() + ".new", path);
     }
-    auto known = std::ranges::find(users_, user, &std::pair<std::string, std::string>::first);
-    if (known == users_.end()) {
-        users_.emplace_back(user, password);
-    } else {
-        known->second = password;
-    }
-    writeUsers();
 }
 
 std::vector<std::string> DovecotFixture::doveadm(std::vector<std::string> arguments) const {
@@ -204,9 +185,8 @@ std::vector<std::string> DovecotFixture::doveadm(std::vector<std::string> argume
     std::string output = runChecked(arguments);
     std::vector<std::string> lines;
     std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) {
+    for (std::string line; std::getline(stream, line);)
         lines.push_back(line);
-    }
     return lines;
 }
 
@@ -214,21 +194,18 @@ void DovecotFixture::createFolder(const std::string& user, const std::string& fo
     ProcessResult result = runProcess(
         {"doveadm", "-c", configFile_.string(), "mailbox", "create", "-u", user, folder});
     // An existing folder is fine: doveadm then says so and exits non-zero.
-    if (result.exitCode != 0 && result.output.find("already exists") == std::string::npos) {
+    if (result.exitCode != 0 && result.output.find("already exists") == std::string::npos)
         throw std::runtime_error("doveadm mailbox create " + folder + ": " + result.output);
-    }
 }
 
 uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
                                  const std::string& message, std::optional<Arrival> arrival) {
-    if (arrival) {
+    if (arrival)
         return append(user, folder, {message}, {*arrival}).front();
-    }
     runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
     std::vector<StoredMessage> stored = messages(user, folder);
-    if (stored.empty()) {
+    if (stored.empty())
         throw std::runtime_error("doveadm save left " + folder + " empty");
-    }
     return stored.back().uid;
 }
 
@@ -252,9 +229,8 @@ std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std:
                                     " messages, or a name that isn't plain ASCII");
     }
     std::string quoted = "\"";
-    for (char c : folder) {
+    for (char c : folder)
         quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
-    }
     quoted += '"';
     // Dovecot takes a message's received date from APPEND's date-time only (doveadm save has
     // no such option). LITERAL+ lets the whole session go in as one script.
@@ -280,15 +256,13 @@ std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std:
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
         std::string tag = "A" + std::to_string(uids.size()) + " ";
-        if (!line.starts_with(tag)) {
+        if (!line.starts_with(tag))
             continue;
-        }
         std::istringstream words(line.substr(tag.size()));
         std::string status, code, validity, uid;
         words >> status >> code >> validity >> uid;
-        if (status != "OK" || code != "[APPENDUID" || uid.empty()) {
+        if (status != "OK" || code != "[APPENDUID" || uid.empty())
             throw std::runtime_error("APPEND to " + folder + " failed: " + output);
-        }
         uids.push_back(static_cast<uint32_t>(std::stoul(uid)));
     }
     if (uids.size() != messages.size()) {
@@ -310,18 +284,16 @@ std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::s
         std::getline(fields, uid, '\t');
         std::getline(fields, flags, '\t');
         std::getline(fields, size, '\t');
-        if (uid.empty()) {
+        if (uid.empty())
             continue;
-        }
         StoredMessage message;
         message.uid = static_cast<uint32_t>(std::stoul(uid));
         message.size = std::stoull(size);
         std::istringstream words(flags);
         for (std::string flag; words >> flag;) {
             // \Recent belongs to doveadm's own session, not to the message.
-            if (flag != "\\Recent") {
+            if (flag != "\\Recent")
                 message.flags.push_back(flag);
-            }
         }
         result.push_back(std::move(message));
     }
@@ -331,9 +303,8 @@ std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::s
 uint32_t DovecotFixture::uidValidity(const std::string& user, const std::string& folder) {
     std::vector<std::string> lines =
         doveadm({"-f", "tab", "mailbox", "status", "-u", user, "uidvalidity", folder});
-    if (lines.size() < 2) {
+    if (lines.size() < 2)
         throw std::runtime_error("doveadm mailbox status gave no uidvalidity for " + folder);
-    }
     // "mailbox<TAB>uidvalidity" heads the output; the value is the last field.
     return static_cast<uint32_t>(std::stoul(lines[1].substr(lines[1].rfind('\t') + 1)));
 }
@@ -352,9 +323,8 @@ std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const st
     doveadm({"mailbox", "delete", "-u", user, aside});
     setUIDValidity(user, folder, old + 1000);
     std::vector<uint32_t> uids;
-    for (const auto& message : messages(user, folder)) {
+    for (const auto& message : messages(user, folder))
         uids.push_back(message.uid);
-    }
     return uids;
 }
 

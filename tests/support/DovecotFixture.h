@@ -85,14 +85,12 @@ private:
                                  const std::vector<std::string>& messages,
                                  const std::vector<Arrival>& arrivals) const;
     std::vector<std::string> doveadm(std::vector<std::string> arguments) const;
-    void writeUsers() const;
     void stop();
 
     Options options_;
     std::filesystem::path directory_;
     std::filesystem::path configFile_;
     std::filesystem::path caFile_;
-    std::vector<std::pair<std::string, std::string>> users_;
     uint16_t imapsPort_ = 0;
     uint16_t imapPort_ = 0;
     pid_t master_ = -1;

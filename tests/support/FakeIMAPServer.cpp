@@ -25,14 +25,12 @@ std::string_view trimmed(std::string_view text) {
 
 // The length of a `{n}` or `{n+}` at the very end of a client line, if there is one.
 std::optional<size_t> trailingLiteral(std::string_view line) {
-    if (!line.ends_with('}')) {
+    if (!line.ends_with('}'))
         return std::nullopt;
-    }
     size_t end = line.size() - (line.ends_with("+}") ? 2 : 1);
     size_t begin = line.find_last_not_of("0123456789", end - 1) + 1;
-    if (begin == end || begin == 0 || line[begin - 1] != '{' || end - begin > 12) {
+    if (begin == end || begin == 0 || line[begin - 1] != '{' || end - begin > 12)
         return std::nullopt;
-    }
     return std::stoull(std::string(line.substr(begin, end - begin)));
 }
 
@@ -95,9 +93,8 @@ FakeIMAPCommand parseCommand(std::string line) {
                 const char c = line[i];
                 if (quoted) {
                     quoted = c != '"';
-                    if (c == '\\') {
+                    if (c == '\\')
                         token += line[i++];
-                    }
                 } else if (c == '"' && list) {
                     quoted = true;
                 } else if (c == '(' || c == '[') {
@@ -107,9 +104,8 @@ FakeIMAPCommand parseCommand(std::string line) {
                 } else if (depth == 0 && c == ' ') {
                     break;
                 }
-                if (i < line.size()) {
+                if (i < line.size())
                     token += line[i];
-                }
                 if (list && depth == 0) {
                     ++i;
                     break;
@@ -121,19 +117,16 @@ FakeIMAPCommand parseCommand(std::string line) {
     FakeIMAPCommand command;
     auto next = tokens.begin();
     auto upper = [](std::string text) {
-        for (char& c : text) {
+        for (char& c : text)
             c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        }
         return text;
     };
-    if (next != tokens.end()) {
+    if (next != tokens.end())
         command.tag = *next++;
-    }
     if (next != tokens.end()) {
         command.name = upper(*next++);
-        if (command.name == "UID" && next != tokens.end()) {
+        if (command.name == "UID" && next != tokens.end())
             command.name += " " + upper(*next++);
-        }
     }
     command.arguments.assign(next, tokens.end());
     command.line = std::move(line);
@@ -145,31 +138,26 @@ FakeIMAPCommand parseCommand(std::string line) {
 // Buffered reading from the client that gives up as soon as the server is being destroyed.
 class FakeIMAPServer::Reader {
 public:
-    Reader(int fd, int wakeFd) : fd_(fd), wakeFd_(wakeFd) {}
+    Reader(int fd, const Loopback::Listener& listener) : fd_(fd), listener_(listener) {}
 
     /// The next line without its line end; nothing at end of stream or on shutdown.
     std::optional<std::string> line() {
         size_t lf;
-        while ((lf = buffer_.find('\n')) == std::string::npos) {
-            if (!fill()) {
+        while ((lf = buffer_.find('\n')) == std::string::npos)
+            if (!fill())
                 return std::nullopt;
-            }
-        }
         std::string result = buffer_.substr(0, lf);
         buffer_.erase(0, lf + 1);
-        if (result.ends_with('\r')) {
+        if (result.ends_with('\r'))
             result.pop_back();
-        }
         return result;
     }
 
     /// Exactly `count` bytes; nothing at end of stream or on shutdown.
     std::optional<std::string> bytes(size_t count) {
-        while (buffer_.size() < count) {
-            if (!fill()) {
+        while (buffer_.size() < count)
+            if (!fill())
                 return std::nullopt;
-            }
-        }
         std::string result = buffer_.substr(0, count);
         buffer_.erase(0, count);
         return result;
@@ -177,29 +165,21 @@ public:
 
 private:
     bool fill() {
-        pollfd fds[2] = {{fd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
-        int ready;
-        while ((ready = ::poll(fds, 2, -1)) < 0 && errno == EINTR) {
-        }
         char chunk[65536];
-        ssize_t count =
-            ready < 0 || (fds[1].revents & POLLIN) ? -1 : ::recv(fd_, chunk, sizeof chunk, 0);
-        if (count <= 0) {
-            return false;
-        }
-        buffer_.append(chunk, static_cast<size_t>(count));
-        return true;
+        ssize_t count = listener_.wait({fd_}) == 0 ? ::recv(fd_, chunk, sizeof chunk, 0) : -1;
+        if (count > 0)
+            buffer_.append(chunk, static_cast<size_t>(count));
+        return count > 0;
     }
 
     int fd_;
-    int wakeFd_;
+    const Loopback::Listener& listener_;
     std::string buffer_;
 };
 
 void FakeIMAPConnection::sendRaw(std::string_view bytes) {
-    if (!Loopback::sendAll(fd_, bytes)) {
+    if (!Loopback::sendAll(fd_, bytes))
         closeRequested_ = true; // the client is gone; nothing more can be said
-    }
 }
 
 FakeIMAPServer::FakeIMAPServer(std::string_view scenario) {
@@ -233,70 +213,39 @@ FakeIMAPServer::FakeIMAPServer(std::string_view scenario) {
         }
         scripts_.back().push_back(std::move(step));
     }
-    serve();
+    listener_.emplace("fake IMAP server", [this](int fd) { serve(fd); });
 }
 
 FakeIMAPServer::FakeIMAPServer(std::string greeting, Handler handler)
     : greeting_(std::move(greeting)), handler_(std::move(handler)) {
-    serve();
+    listener_.emplace("fake IMAP server", [this](int fd) { serve(fd); });
 }
 
-FakeIMAPServer::~FakeIMAPServer() {
-    // The byte stays unread, so every poll on the wake pipe returns at once from now on.
-    [[maybe_unused]] ssize_t ignored = ::write(wake_[1], "x", 1);
-    if (thread_.joinable()) {
-        thread_.join();
-    }
-    ::close(listenFd_);
-    ::close(wake_[0]);
-    ::close(wake_[1]);
-}
+FakeIMAPServer::~FakeIMAPServer() = default;
 
-void FakeIMAPServer::serve() {
-    if (::pipe(wake_) != 0) {
-        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+void FakeIMAPServer::serve(int fd) {
+    // Scenario lines go out one send each; don't let them wait for the client's ACKs.
+    int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    size_t index;
+    {
+        std::lock_guard lock(mutex_);
+        index = static_cast<size_t>(connections_++);
     }
-    listenFd_ = Loopback::listen(port_, 16, "fake IMAP server");
-    thread_ = std::thread([this] {
-        for (;;) {
-            pollfd fds[2] = {{listenFd_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-            int ready = ::poll(fds, 2, -1);
-            if (ready < 0 && errno == EINTR) {
-                continue;
-            }
-            if (ready < 0 || (fds[1].revents & POLLIN)) {
-                return;
-            }
-            int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd < 0) {
-                continue;
-            }
-            // Scenario lines go out one send each; don't let them wait for the client's ACKs.
-            int one = 1;
-            ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-            size_t index;
-            {
-                std::lock_guard lock(mutex_);
-                index = static_cast<size_t>(connections_++);
-            }
-            changed_.notify_all();
-            if (handler_) {
-                runHandler(fd);
-            } else if (index < scripts_.size()) {
-                runScript(fd, scripts_[index]);
-            }
-            ::close(fd);
-        }
-    });
+    changed_.notify_all();
+    if (handler_)
+        runHandler(fd);
+    else if (index < scripts_.size())
+        runScript(fd, scripts_[index]);
+    ::close(fd);
 }
 
 void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
-    Reader reader(fd, wake_[0]);
+    Reader reader(fd, *listener_);
     bool finished = false;
     auto finish = [&](std::string failure = {}) {
-        if (!failure.empty()) {
+        if (!failure.empty())
             note(failures_, std::move(failure));
-        }
         if (!finished) {
             finished = true;
             std::lock_guard lock(mutex_);
@@ -310,11 +259,10 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
     long long pendingLiteral = -1;
     long long armedLiteral = -1;
     auto sent = [&](std::string_view text) {
-        if (text.starts_with('+')) {
+        if (text.starts_with('+'))
             armedLiteral = pendingLiteral;
-        } else if (!text.starts_with('*')) {
+        else if (!text.starts_with('*'))
             pendingLiteral = -1;
-        }
     };
 
     for (const Step& step : steps) {
@@ -322,9 +270,8 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
         switch (step.kind) {
         case Step::Kind::send: {
             std::string text = step.text;
-            if (size_t at = text.find("$TAG"); at != std::string::npos) {
+            if (size_t at = text.find("$TAG"); at != std::string::npos)
                 text.replace(at, 4, lastTag);
-            }
             if (!Loopback::sendAll(fd, text)) {
                 return finish(where + "the client had gone before the server sent `" + step.text +
                               "`");
@@ -334,12 +281,10 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
         }
         case Step::Kind::trickle:
             for (char byte : step.text) {
-                if (!Loopback::sendAll(fd, std::string_view(&byte, 1))) {
+                if (!Loopback::sendAll(fd, std::string_view(&byte, 1)))
                     return finish(where + "the client had gone during the trickle");
-                }
-                if (!pause(step.interval)) {
+                if (!pause(step.interval))
                     return finish();
-                }
             }
             sent(step.text);
             break;
@@ -349,16 +294,14 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
             if (wasLiteral) {
                 std::optional<std::string> literal = reader.bytes(size_t(armedLiteral));
                 std::optional<std::string> rest = literal ? reader.line() : std::nullopt;
-                if (rest) {
+                if (rest)
                     line = *literal + *rest;
-                }
             } else {
                 line = reader.line();
             }
             armedLiteral = -1;
-            if (!line) {
+            if (!line)
                 return finish(where + "expected `" + step.text + "`, but the client closed");
-            }
             note(received_, *line);
             std::optional<size_t> announced = trailingLiteral(*line);
             pendingLiteral = announced ? static_cast<long long>(*announced) : -1;
@@ -367,12 +310,10 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
             const bool matches =
                 anyTag ? space != std::string::npos && line->substr(space) == step.text.substr(1)
                        : *line == step.text;
-            if (anyTag || !wasLiteral) {
+            if (anyTag || !wasLiteral)
                 lastTag = firstWord(*line);
-            }
-            if (!matches) {
+            if (!matches)
                 return finish(where + "expected `" + step.text + "`, got `" + *line + "`");
-            }
             break;
         }
         case Step::Kind::stall:
@@ -391,22 +332,20 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
 }
 
 void FakeIMAPServer::runHandler(int fd) {
-    Reader reader(fd, wake_[0]);
+    Reader reader(fd, *listener_);
     FakeIMAPConnection connection(fd);
     connection.send(greeting_);
     while (!connection.closeRequested()) {
         std::optional<std::string> piece = reader.line();
-        if (!piece) {
+        if (!piece)
             return;
-        }
         std::string full = *piece;
         while (std::optional<size_t> literal = trailingLiteral(*piece)) {
             connection.send("+ go ahead");
             std::optional<std::string> bytes = reader.bytes(*literal);
             piece = bytes ? reader.line() : std::nullopt;
-            if (!piece) {
+            if (!piece)
                 return;
-            }
             full += "\r\n" + *bytes + *piece;
         }
         note(received_, full);
@@ -419,11 +358,7 @@ void FakeIMAPServer::runHandler(int fd) {
 }
 
 bool FakeIMAPServer::pause(int milliseconds) {
-    pollfd wake{wake_[0], POLLIN, 0};
-    int ready;
-    while ((ready = ::poll(&wake, 1, milliseconds)) < 0 && errno == EINTR) {
-    }
-    return ready == 0;
+    return listener_->wait({}, milliseconds) == Loopback::Listener::timedOut;
 }
 
 void FakeIMAPServer::note(std::vector<std::string>& list, std::string line) {

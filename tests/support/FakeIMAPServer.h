@@ -1,13 +1,15 @@
 #pragma once
 
+#include "support/Loopback.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace qs::test {
@@ -78,7 +80,7 @@ public:
     FakeIMAPServer(const FakeIMAPServer&) = delete;
     FakeIMAPServer& operator=(const FakeIMAPServer&) = delete;
 
-    uint16_t port() const { return port_; }
+    uint16_t port() const { return listener_->port(); }
 
     /// Every client line so far, without line ends.
     std::vector<std::string> received() const { return locked(received_); }
@@ -105,7 +107,7 @@ private:
         std::lock_guard lock(mutex_);
         return value;
     }
-    void serve();
+    void serve(int fd);
     void runScript(int fd, const std::vector<Step>& steps);
     void runHandler(int fd);
     void note(std::vector<std::string>& list, std::string line);
@@ -114,9 +116,6 @@ private:
     std::vector<std::vector<Step>> scripts_;
     std::string greeting_;
     Handler handler_;
-    int listenFd_ = -1;
-    int wake_[2] = {-1, -1};
-    uint16_t port_ = 0;
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
@@ -124,8 +123,8 @@ private:
     std::vector<std::string> failures_;
     int connections_ = 0;
     size_t scriptsDone_ = 0;
-
-    std::thread thread_;
+    // Last: it stops first.
+    std::optional<Loopback::Listener> listener_;
 };
 
 } // namespace qs::test

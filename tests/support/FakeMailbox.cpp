@@ -12,9 +12,8 @@ constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 std::string upper(std::string text) {
-    for (char& c : text) {
+    for (char& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
     return text;
 }
 
@@ -33,15 +32,12 @@ std::string internalDate(int64_t seconds) {
 int64_t searchDate(const std::string& text) {
     std::tm parts{};
     char month[4] = {};
-    if (std::sscanf(text.c_str(), "%d-%3c-%d", &parts.tm_mday, month, &parts.tm_year) != 3) {
+    if (std::sscanf(text.c_str(), "%d-%3c-%d", &parts.tm_mday, month, &parts.tm_year) != 3)
         return -1;
-    }
     parts.tm_year -= 1900;
-    for (parts.tm_mon = 0; parts.tm_mon < 12; ++parts.tm_mon) {
-        if (upper(month) == upper(months[parts.tm_mon])) {
+    for (parts.tm_mon = 0; parts.tm_mon < 12; ++parts.tm_mon)
+        if (upper(month) == upper(months[parts.tm_mon]))
             return static_cast<int64_t>(::timegm(&parts));
-        }
-    }
     return -1;
 }
 
@@ -52,9 +48,8 @@ bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
 
 std::string joined(const std::vector<std::string>& words) {
     std::string out;
-    for (const std::string& word : words) {
+    for (const std::string& word : words)
         out += (out.empty() ? "" : " ") + word;
-    }
     return out;
 }
 
@@ -68,15 +63,13 @@ bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) 
         size_t end = std::min(set.find(',', i), set.size());
         std::string piece = set.substr(i, end - i);
         i = end + 1;
-        if (piece.empty()) {
+        if (piece.empty())
             continue;
-        }
         size_t colon = piece.find(':');
         uint32_t first = number(piece.substr(0, colon));
         uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-        if (uid >= std::min(first, last) && uid <= std::max(first, last)) {
+        if (uid >= std::min(first, last) && uid <= std::max(first, last))
             return true;
-        }
     }
     return false;
 }
@@ -122,9 +115,8 @@ std::vector<FakeMailbox::Message> FakeMailbox::messages(const std::string& name)
 
 std::vector<uint32_t> FakeMailbox::uids(const std::string& name) const {
     std::vector<uint32_t> result;
-    for (const Message& message : messages(name)) {
+    for (const Message& message : messages(name))
         result.push_back(message.uid);
-    }
     return result;
 }
 
@@ -137,20 +129,17 @@ std::vector<size_t> FakeMailbox::inSelected(const std::string& set) {
     std::vector<size_t> found;
     if (Folder* folder = selected()) {
         uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-        for (size_t index = 0; index < folder->messages.size(); ++index) {
-            if (inSet(set, folder->messages[index].uid, highest)) {
+        for (size_t index = 0; index < folder->messages.size(); ++index)
+            if (inSet(set, folder->messages[index].uid, highest))
                 found.push_back(index);
-            }
-        }
     }
     return found;
 }
 
 void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
     // Outside the lock, so that an intercept may edit the mailbox.
-    if (intercept && intercept(connection, command)) {
+    if (intercept && intercept(connection, command))
         return;
-    }
     std::lock_guard lock(mutex_);
     const std::string& tag = command.tag;
     const std::vector<std::string>& args = command.arguments;
@@ -242,9 +231,8 @@ void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& 
                 return;
             }
         }
-        if (matches) {
+        if (matches)
             found += " " + std::to_string(message.uid);
-        }
     }
     connection.send("* SEARCH" + found);
     connection.send(command.tag + " OK Search completed");
@@ -258,42 +246,35 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     };
     bool body = asked("BODY.PEEK[]") || asked("BODY[]");
     bool firstBodies = body && ++bodyFetches_ == 1;
-    if (firstBodies) {
+    if (firstBodies)
         connection.sendRaw(beforeFirstBodies);
-    }
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
-        if (asked("BODY[]") && !readOnly_ && !hasFlag(message, "\\Seen")) {
+        if (asked("BODY[]") && !readOnly_ && !hasFlag(message, "\\Seen"))
             message.flags.push_back("\\Seen");
-        }
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
         int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
-        if (asked("RFC822.SIZE") && size >= 0) {
+        if (asked("RFC822.SIZE") && size >= 0)
             line += " RFC822.SIZE " + std::to_string(size);
-        }
-        if (asked("INTERNALDATE")) {
+        if (asked("INTERNALDATE"))
             line += " INTERNALDATE \"" + internalDate(message.internalDate) + "\"";
-        }
-        if (asked("FLAGS")) {
+        if (asked("FLAGS"))
             line += " FLAGS (" + joined(message.flags) + ")";
-        }
         if (body) {
             line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n";
             if (++bodiesSent_ == dropInBody) {
                 connection.sendRaw(line + message.body.substr(0, message.body.size() / 2));
-                if (!stallInBody) {
+                if (!stallInBody)
                     connection.close();
-                }
                 return;
             }
             line += message.body;
         }
         connection.send(line + ")");
     }
-    if (firstBodies) {
+    if (firstBodies)
         connection.sendRaw(afterFirstBodies);
-    }
     connection.send(command.tag + " OK Fetch completed");
 }
 
@@ -301,22 +282,19 @@ void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     std::vector<Message>& messages = selected()->messages;
     std::string change = upper(command.arguments[1]);
     std::string list = command.arguments[2];
-    if (list.starts_with('(')) {
+    if (list.starts_with('('))
         list = list.substr(1, list.size() - 2);
-    }
     std::vector<std::string> flags;
     for (size_t i = 0; i < list.size();) {
         size_t end = std::min(list.find(' ', i), list.size());
-        if (end > i) {
+        if (end > i)
             flags.push_back(list.substr(i, end - i));
-        }
         i = end + 1;
     }
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
-        if (change.starts_with("FLAGS")) {
+        if (change.starts_with("FLAGS"))
             message.flags = flags;
-        }
         for (const std::string& flag : flags) {
             if (change.starts_with("+") && !hasFlag(message, flag)) {
                 message.flags.push_back(flag);

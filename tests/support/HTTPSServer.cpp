@@ -1,12 +1,8 @@
 #include "support/HTTPSServer.h"
 
-#include "support/Loopback.h"
 #include "support/TestCertificates.h"
 
-#include <fcntl.h>
 #include <openssl/ssl.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,11 +46,12 @@ HTTPSServer::HTTPSServer() {
     if (!context_ ||
         SSL_CTX_use_certificate_chain_file(context_, (folder / "server-chain.pem").c_str()) != 1 ||
         SSL_CTX_use_PrivateKey_file(context_, (folder / "server.key").c_str(), SSL_FILETYPE_PEM) !=
-            1 ||
-        ::pipe2(wake_, O_CLOEXEC) != 0)
+            1)
         throw std::runtime_error("HTTPSServer: the certificate can't be loaded");
-    listener_ = Loopback::listen(port_, 16, "HTTPSServer");
-    thread_ = std::thread([this] { serve(); });
+    listener_.emplace("HTTPSServer", [this](int connection) {
+        answer(connection);
+        ::close(connection);
+    });
 }
 
 HTTPSServer::~HTTPSServer() {
@@ -63,11 +60,7 @@ HTTPSServer::~HTTPSServer() {
         stopping_ = true;
     }
     released_.notify_all();
-    (void)!::write(wake_[1], "x", 1);
-    thread_.join();
-    ::close(listener_);
-    ::close(wake_[0]);
-    ::close(wake_[1]);
+    listener_.reset();
     SSL_CTX_free(context_);
 }
 
@@ -77,7 +70,7 @@ void HTTPSServer::route(const std::string& path, Response response) {
 }
 
 std::string HTTPSServer::url(const std::string& path) const {
-    return "https://127.0.0.1:" + std::to_string(port_) + path;
+    return "https://127.0.0.1:" + std::to_string(listener_->port()) + path;
 }
 
 std::vector<HTTPSServer::Request> HTTPSServer::requests() const {
@@ -91,19 +84,6 @@ void HTTPSServer::release() {
         releasedFlag_ = true;
     }
     released_.notify_all();
-}
-
-void HTTPSServer::serve() {
-    for (;;) {
-        pollfd fds[] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0 || (fds[1].revents & POLLIN))
-            return;
-        const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection >= 0) {
-            answer(connection);
-            ::close(connection);
-        }
-    }
 }
 
 void HTTPSServer::answer(int connection) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Loopback.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -7,7 +9,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 typedef struct ssl_ctx_st SSL_CTX;
@@ -45,20 +46,16 @@ public:
     void release();
 
 private:
-    void serve();
     void answer(int connection);
 
     SSL_CTX* context_ = nullptr;
-    int listener_ = -1;
-    int wake_[2] = {-1, -1};
-    uint16_t port_ = 0;
     mutable std::mutex mutex_;
     std::condition_variable released_;
     bool releasedFlag_ = false;
     bool stopping_ = false;
     std::map<std::string, Response> routes_;
     std::vector<Request> requests_;
-    std::thread thread_;
+    std::optional<Loopback::Listener> listener_;
 };
 
 } // namespace qs::test

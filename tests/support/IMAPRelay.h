@@ -1,10 +1,13 @@
 #pragma once
 
+#include "support/Loopback.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -27,7 +30,7 @@ public:
     IMAPRelay(const IMAPRelay&) = delete;
     IMAPRelay& operator=(const IMAPRelay&) = delete;
 
-    uint16_t port() const { return port_; }
+    uint16_t port() const { return listener_->port(); }
 
     /// Stops the `occurrence`-th (from 1) command named `command`, replacing an earlier arming.
     void arm(std::string command, int occurrence, Action action);
@@ -37,14 +40,10 @@ public:
     void letGo();
 
 private:
-    void acceptLoop();
     void relay(int client);
     bool matches(const std::string& line);
 
     uint16_t serverPort_;
-    uint16_t port_ = 0;
-    int listener_ = -1;
-    int wake_[2] = {-1, -1};
 
     std::mutex lock_;
     std::condition_variable changed_;
@@ -57,7 +56,7 @@ private:
     bool closing_ = false;
 
     std::list<std::thread> connections_;
-    std::thread acceptor_;
+    std::optional<Loopback::Listener> listener_;
 };
 
 } // namespace qs::test

@@ -34,13 +34,11 @@ public:
         }
         // No session bus: a test that reached the keyring by mistake fails instead of writing
         // to a real one. The Secret Service test's child runs on a bus of its own.
-        if (std::getenv("QS_SECRET_SERVICE_SESSION") == nullptr) {
+        if (std::getenv("QS_SECRET_SERVICE_SESSION") == nullptr)
             ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-        }
         for (auto variable : {"QUERNSTEAD_ARCHIVE_DIR", "QUERNSTEAD_CREDENTIALS_FILE",
-                              "QUERNSTEAD_DEMO_DIR", "QUERNSTEAD_SNAPSHOT_DIR"}) {
+                              "QUERNSTEAD_DEMO_DIR", "QUERNSTEAD_SNAPSHOT_DIR"})
             ::unsetenv(variable);
-        }
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
                            QString::fromStdString((home_ / ".config").string()));
         static int argc = 1;

@@ -15,9 +15,8 @@ namespace {
 
 fs::path madeTemporary(const std::string& prefix) {
     std::string pattern = (fs::temp_directory_path() / (prefix + "XXXXXX")).string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
+    if (::mkdtemp(pattern.data()) == nullptr)
         throw std::system_error(errno, std::generic_category(), "mkdtemp");
-    }
     return pattern;
 }
 
@@ -39,9 +38,8 @@ fs::path ScratchFiles::makeSharedFolder(const char* prefix) {
 
 void ScratchFiles::write(const fs::path& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!(out << text)) {
+    if (!(out << text))
         throw std::runtime_error("cannot write " + path.string());
-    }
 }
 
 std::string ScratchFiles::read(const fs::path& path) {
