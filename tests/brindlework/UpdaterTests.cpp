@@ -52,13 +52,9 @@ protected:
     }
 
     UpdaterConfiguration configuration() const {
-        return {QUrl(QString::fromStdString(server_.url("/feed.json"))),
-                releaseKey().publicKey(),
-                "1.0",
-                "App",
-                installed_,
-                bundle_.root / "cache",
-                {6, 1, 0}};
+        const QUrl feed(QString::fromStdString(server_.url("/feed.json")));
+        return {feed,       releaseKey().publicKey(), "1.0",    "App",
+                installed_, bundle_.root / "cache",   {6, 1, 0}};
     }
 
     // Publishes `zip` as version `version`; `length` and `signature` default to the true ones.
@@ -88,12 +84,11 @@ protected:
     // Runs one check and waits for it to settle anywhere but checking and downloading.
     void checkAndSettle(Updater& updater, bool userInitiated) {
         updater.check(userInitiated);
-        EXPECT_TRUE(QTest::qWaitFor(
-            [&] {
-                return updater.phase().kind != Kind::checking &&
-                       updater.phase().kind != Kind::downloading;
-            },
-            15'000));
+        const auto settled = [&] {
+            return updater.phase().kind != Kind::checking &&
+                   updater.phase().kind != Kind::downloading;
+        };
+        EXPECT_TRUE(QTest::qWaitFor(settled, 15'000));
     }
 
     ScratchBundle bundle_{"1.0"};
@@ -131,7 +126,7 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
         {"same version, silent", Response{200, same, {}}, true, false, Kind::upToDate, "", 0},
         // clang-format on
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         QSettings().clear();
         auto server = std::make_unique<HTTPSServer>();
@@ -244,8 +239,8 @@ TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
     // Large enough for progress reports: they come after every 262,144 bytes.
     std::string noise(700'000, '\0');
     ASSERT_EQ(RAND_bytes(reinterpret_cast<unsigned char*>(noise.data()), int(noise.size())), 1);
-    const fs::path folder = makeProgram(bundle_.root / "release/App", "2.0", identifier, noise);
-    const std::string zip = ReleaseMaker::zipFolder(folder);
+    const std::string zip = ReleaseMaker::zipFolder(
+        makeProgram(bundle_.root / "release/App", "2.0", identifier, noise));
     ASSERT_GT(zip.size(), 600'000u);
     publish("2.0", zip, {}, {}, 400'000);
 
@@ -268,18 +263,17 @@ TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
 }
 
 TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
-    struct Row {
+    const struct {
         const char* name;
         bool automatic;
         bool bundle;
         QStringList buttons;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"automatic downloads off", false, true, {"later", "downloadAndInstall"}},
         {"no bundle of its own", true, false, {"later", "openDownloadPage"}},
     };
     publish("2.0", releaseArchive("2.0"));
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         UpdaterConfiguration setup = configuration();
         if (!row.bundle)
@@ -295,19 +289,17 @@ TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
 }
 
 TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
-    const fs::path bundle = installed_->path;
-    const fs::path parent = bundle.parent_path();
-    struct Row {
+    const fs::path bundle = installed_->path, parent = bundle.parent_path();
+    const struct {
         const char* name;
         fs::path readOnly;
         bool canInstall;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"writable bundle and folder", {}, true},
         {"read-only bundle", bundle, false},
         {"read-only folder", parent, false},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         if (!row.readOnly.empty())
             fs::permissions(row.readOnly, fs::perms::owner_read | fs::perms::owner_exec);
