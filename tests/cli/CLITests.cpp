@@ -5,6 +5,7 @@
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
+#include "support/FileSnapshot.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
 #include "vault/ArchiveLayout.h"
@@ -97,15 +98,7 @@ protected:
 
     fs::path vault() const { return home_.path() / vaultName_; }
 
-    std::vector<std::string> messageFiles() const {
-        std::vector<std::string> files;
-        if (!fs::exists(vault() / "Demo"))
-            return files;
-        for (const auto& entry : fs::recursive_directory_iterator(vault() / "Demo"))
-            if (entry.is_regular_file())
-                files.push_back(entry.path().lexically_relative(vault()).generic_string());
-        return files;
-    }
+    FileSnapshot messageFiles() const { return snapshotFiles(vault() / "Demo"); }
 
     std::string user_;
     std::string vaultName_ = "vault";
@@ -181,21 +174,20 @@ TEST_F(CLITest, VerifyFindsAMissingAndAChangedFileAndABackupFetchesBothAgain) {
     dovecot().deliverAll(user_, "INBOX", messages);
     ASSERT_EQ(addAccount({"INBOX"}).exitCode, 0);
     ASSERT_EQ(cli({"backup"}).exitCode, 0);
-    auto files = messageFiles();
-    ASSERT_EQ(files.size(), 3u);
-    std::map<std::string, std::string> original;
-    for (const auto& file : files)
-        original[file] = FileIO::read(vault() / file);
-    fs::remove(vault() / files[0]);
-    const std::string changed = "X-Edited: by hand\r\n" + original[files[1]];
-    std::ofstream(vault() / files[1], std::ios::binary | std::ios::trunc) << changed;
+    const FileSnapshot original = messageFiles();
+    ASSERT_EQ(original.size(), 3u);
+    const std::string missing = original.begin()->first,
+                      edited = std::next(original.begin())->first;
+    const std::string changed = "X-Edited: by hand\r\n" + original.at(edited).first;
+    fs::remove(vault() / "Demo" / missing);
+    std::ofstream(vault() / "Demo" / edited, std::ios::binary | std::ios::trunc) << changed;
 
     expectSays(run(cli({"verify"}), 1), {"1 verified · 1 missing · 1 differing"});
 
     expectSays(run(cli({"backup"})), {"2 repaired"});
-    for (const auto& file : files)
-        EXPECT_EQ(FileIO::read(vault() / file), original[file]) << file;
-    EXPECT_EQ(FileIO::read(vault() / ".quernstead/set-aside" / files[1]), changed);
+    for (const auto& [file, content] : original)
+        EXPECT_EQ(FileIO::read(vault() / "Demo" / file), content.first) << file;
+    EXPECT_EQ(FileIO::read(vault() / ".quernstead/set-aside/Demo" / edited), changed);
 
     expectSays(run(cli({"verify"})), {"3 verified · 0 missing · 0 differing · 1 set aside"});
     expectSays(cli({"backup"}).output, {"Everything was already in the vault"});
@@ -324,7 +316,7 @@ TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
         // What was saved is what is on the disk, and no half-written file stays.
         expectSays(output, {"Stopping after the current batch…",
                             "Stopped — " + std::to_string(kept) + " new message"});
-        for (const std::string& file : messageFiles())
+        for (const auto& [file, content] : messageFiles())
             EXPECT_EQ(fs::path(file).extension(), ".eml") << file;
 
         ProcessResult rest = cli({"backup"});
