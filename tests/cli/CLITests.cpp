@@ -53,6 +53,7 @@ protected:
     }
 
     static DovecotFixture& dovecot() { return DovecotFixture::shared(); }
+    static std::string port() { return std::to_string(dovecot().imapsPort()); }
 
     ProcessResult cli(std::vector<std::string> arguments, const std::string& input = {}) {
         arguments.insert(arguments.begin(), {QS_CLI_PATH, "--vault", vault().string()});
@@ -71,9 +72,8 @@ protected:
 
     std::vector<std::string> addArguments(const std::string& user, const std::string& label,
                                           const std::vector<std::string>& folders) const {
-        std::vector<std::string> arguments{
-            "account", "add",    "--label",   label,    "--user",
-            user,      "--host", "127.0.0.1", "--port", std::to_string(dovecot().imapsPort())};
+        std::vector<std::string> arguments{"account", "add",    "--label",   label,    "--user",
+                                           user,      "--host", "127.0.0.1", "--port", port()};
         for (const auto& f : folders)
             arguments.insert(arguments.end(), {"--folder", f});
         return arguments;
@@ -260,15 +260,12 @@ TEST_F(CLITest, FreesUpOnlyWithTheExactPhrase) {
     }
 
     // The phrase at the prompt, read from standard input.
-    ProcessResult survey = cli(freeUp, "no\n");
+    const std::string survey = cli(freeUp, "no\n").output;
     std::smatch match;
-    ASSERT_TRUE(std::regex_search(survey.output, match, std::regex("Type (RELEASE ([0-9]+))")))
-        << survey.output;
-    std::string phrase = match[1];
-    size_t n = std::stoul(match[2]);
+    ASSERT_TRUE(std::regex_search(survey, match, std::regex("Type (RELEASE ([0-9]+))"))) << survey;
+    const size_t n = std::stoul(match[2]);
     ASSERT_GT(n, 0u);
-
-    expectSays(run(cli(freeUp, phrase + "\n")), {"released from Demo"});
+    expectSays(run(cli(freeUp, match[1].str() + "\n")), {"released from Demo"});
     EXPECT_EQ(dovecot().messages(user_, "INBOX").size(), before - n);
     EXPECT_EQ(messageFiles().size(), counts["INBOX"]) << "the vault keeps every copy";
 }
@@ -329,21 +326,16 @@ TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
 // A provider preset names the account and carries its advice; Gmail's app password may be
 // pasted in its groups of four, as Google shows it.
 TEST_F(CLITest, ProviderPresetNamesTheAccountAndTakesGroupedPasswords) {
-    const std::string user = user_ + "g";
-    dovecot().addUser(user, "abcdefghijklmnop");
-    ProcessResult added =
-        cli({"account", "add", "--provider", "gmail", "--user", user, "--host", "127.0.0.1",
-             "--port", std::to_string(dovecot().imapsPort()), "--password-stdin"},
-            "abcd efgh ijkl mnop\n");
-    ASSERT_EQ(added.exitCode, 0) << added.output;
-    expectSays(added.output, {"Added Gmail", "“[Gmail]/All Mail” holds every message once"});
+    dovecot().addUser(user_ + "g", "abcdefghijklmnop"); // a new file: Dovecot reads it at once
+    expectSays(run(cli({"account", "add", "--provider", "gmail", "--user", user_ + "g", "--host",
+                        "127.0.0.1", "--port", port(), "--password-stdin"},
+                       "abcd efgh ijkl mnop\n")),
+               {"Added Gmail", "“[Gmail]/All Mail” holds every message once"});
     ASSERT_EQ(accounts().size(), 1u);
-    EXPECT_EQ(accounts()[0].provider, "gmail");
-    EXPECT_EQ(accounts()[0].label, "Gmail");
+    EXPECT_EQ(accounts()[0].provider + " " + accounts()[0].label, "gmail Gmail");
 }
 
 TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
-    const std::string port = std::to_string(dovecot().imapsPort());
     const std::string mbox = (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string();
     const std::vector<std::string> add{"account", "add", "--user", user_, "--host", "127.0.0.1"};
     auto with = [](std::vector<std::string> first, const std::vector<std::string>& more) {
@@ -363,16 +355,16 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
         {{"list", "--filter", "shiny"}, "", 2, "Unknown filter"},
         {{"list", "--account", "Nobody"}, "", 1, "No account named “Nobody” in the vault"},
         {{"search", "cats", "OR", "dogs"}, "", 2, "“OR” looks like a search operator"},
-        {with(add, {"--port", port, "--password-stdin"}), "wrong\n", 1, "The password wasn’t accepted"},
+        {with(add, {"--port", port(), "--password-stdin"}), "wrong\n", 1, "The password wasn’t accepted"},
         {{"account", "add", "--user", user_, "--password-stdin"}, "x\n", 2, "Name the IMAP server"},
         {with(add, {"--provider", "aol"}), "", 2, "aol"},
         // Refused before connecting: nothing listens there.
         {{"account", "add", "--user", user_, "--host", "localhost", "--port", "1", "--plaintext-local",
           "--password-stdin"}, "x\n", 2, "--plaintext-local is only for a test server on 127.0.0.1"},
-        {with(add, {"--port", port, "--password-command", "false"}), "", 1,
+        {with(add, {"--port", port(), "--password-command", "false"}), "", 1,
          "The password command failed. “false” exited with status 1."},
         // The test CA is trusted through SSL_CERT_FILE; without it the server is a stranger.
-        {with({"env", "-u", "SSL_CERT_FILE", QS_CLI_PATH}, with(add, {"--port", port, "--password-stdin"})),
+        {with({"env", "-u", "SSL_CERT_FILE", QS_CLI_PATH}, with(add, {"--port", port(), "--password-stdin"})),
          "x\n", 1, "point SSL_CERT_FILE at that authority’s certificate"},
         {{"backup"}, "", 1, "No accounts yet"},
         {{"account", "remove", "Nobody"}, "", 1, "No account named “Nobody”. The accounts: none."},
@@ -465,9 +457,7 @@ TEST_F(CLITest, HeadlessRunsTellAnUnreachableKeyringAndUseAPasswordCommand) {
     expectSays(run(addAccount({"INBOX"}), 1),
                {"Quernstead can’t write to the vault folder. Choose a folder you "
                 "own with --vault DIR."});
-    EXPECT_FALSE(
-        credentials().contains(user_ + "@127.0.0.1:" + std::to_string(dovecot().imapsPort())))
-        << "no orphaned password";
+    EXPECT_FALSE(credentials().contains(user_ + "@127.0.0.1:" + port())) << "no orphaned password";
 }
 
 } // namespace
