@@ -201,7 +201,7 @@ void DovecotFixture::createFolder(const std::string& user, const std::string& fo
 uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
                                  const std::string& message, std::optional<Arrival> arrival) {
     if (arrival)
-        return append(user, folder, {message}, {*arrival}).front();
+        return deliverAll(user, folder, {message}, {*arrival}).front();
     runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
     std::vector<StoredMessage> stored = messages(user, folder);
     if (stored.empty())
@@ -211,22 +211,15 @@ uint32_t DovecotFixture::deliver(const std::string& user, const std::string& fol
 
 std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
                                                  const std::vector<std::string>& messages,
-                                                 const std::vector<Arrival>& arrivals) {
-    return append(user, folder, messages,
-                  arrivals.empty()
-                      ? std::vector<Arrival>(messages.size(), std::chrono::system_clock::now())
-                      : arrivals);
-}
-
-std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std::string& folder,
-                                             const std::vector<std::string>& messages,
-                                             const std::vector<Arrival>& arrivals) const {
+                                                 std::vector<Arrival> arrivals) {
+    if (arrivals.empty())
+        arrivals.assign(messages.size(), std::chrono::system_clock::now());
     bool ascii = std::ranges::all_of(folder, [](unsigned char c) { return c >= 0x20 && c < 0x7f; });
     if (arrivals.size() != messages.size() || !ascii) {
         // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
-        throw std::invalid_argument("append to " + folder + ": " + std::to_string(arrivals.size()) +
-                                    " arrivals for " + std::to_string(messages.size()) +
-                                    " messages, or a name that isn't plain ASCII");
+        throw std::invalid_argument(
+            "deliverAll to " + folder + ": " + std::to_string(arrivals.size()) + " arrivals for " +
+            std::to_string(messages.size()) + " messages, or a name that isn't plain ASCII");
     }
     std::string quoted = "\"";
     for (char c : folder)

@@ -69,7 +69,7 @@ public:
     /// `arrivals`, when given, has one for each message.
     std::vector<uint32_t> deliverAll(const std::string& user, const std::string& folder,
                                      const std::vector<std::string>& messages,
-                                     const std::vector<Arrival>& arrivals = {});
+                                     std::vector<Arrival> arrivals = {});
     /// The folder's messages in UID order, with their flags (\Recent left out).
     std::vector<StoredMessage> messages(const std::string& user, const std::string& folder);
     /// The folder's UIDVALIDITY, and a way to change it as a server that rebuilt its index.
@@ -81,9 +81,6 @@ public:
 
 private:
     std::string log() const;
-    std::vector<uint32_t> append(const std::string& user, const std::string& folder,
-                                 const std::vector<std::string>& messages,
-                                 const std::vector<Arrival>& arrivals) const;
     std::vector<std::string> doveadm(std::vector<std::string> arguments) const;
     void stop();
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <ctime>
+#include <iterator>
+#include <sstream>
 
 namespace qs::test {
 
@@ -282,15 +284,8 @@ void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     std::vector<Message>& messages = selected()->messages;
     std::string change = upper(command.arguments[1]);
     std::string list = command.arguments[2];
-    if (list.starts_with('('))
-        list = list.substr(1, list.size() - 2);
-    std::vector<std::string> flags;
-    for (size_t i = 0; i < list.size();) {
-        size_t end = std::min(list.find(' ', i), list.size());
-        if (end > i)
-            flags.push_back(list.substr(i, end - i));
-        i = end + 1;
-    }
+    std::istringstream words(list.starts_with('(') ? list.substr(1, list.size() - 2) : list);
+    std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
         if (change.starts_with("FLAGS"))
