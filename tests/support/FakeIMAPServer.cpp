@@ -206,7 +206,7 @@ FakeIMAPServer::FakeIMAPServer(std::string_view scenario) {
             step.kind = line == "X" ? Step::Kind::close : Step::Kind::stall;
         } else if (size_t colon = line.find(':');
                    line.starts_with("trickle ") && colon != std::string_view::npos) {
-            step = {Step::Kind::trickle, std::string(trimmed(line.substr(colon + 1))) + "\r\n",
+            step = {Step::Kind::send, std::string(trimmed(line.substr(colon + 1))) + "\r\n",
                     std::stoi(std::string(line.substr(8, colon - 8))), lineNumber};
         } else {
             throw badStep(lineNumber, "unknown step `" + std::string(line) + "`");
@@ -272,22 +272,19 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
             std::string text = step.text;
             if (size_t at = text.find("$TAG"); at != std::string::npos)
                 text.replace(at, 4, lastTag);
-            if (!Loopback::sendAll(fd, text)) {
-                return finish(where + "the client had gone before the server sent `" + step.text +
-                              "`");
+            // A trickle goes one byte at a time, with a pause after each.
+            for (size_t at = 0; at < text.size(); at += step.interval ? 1 : text.size()) {
+                std::string_view piece =
+                    std::string_view(text).substr(at, step.interval ? 1 : text.npos);
+                if (!Loopback::sendAll(fd, piece))
+                    return finish(where + "the client had gone before the server sent `" +
+                                  step.text + "`");
+                if (step.interval && !pause(step.interval))
+                    return finish();
             }
             sent(text);
             break;
         }
-        case Step::Kind::trickle:
-            for (char byte : step.text) {
-                if (!Loopback::sendAll(fd, std::string_view(&byte, 1)))
-                    return finish(where + "the client had gone during the trickle");
-                if (!pause(step.interval))
-                    return finish();
-            }
-            sent(step.text);
-            break;
         case Step::Kind::expect: {
             std::optional<std::string> line;
             const bool wasLiteral = armedLiteral >= 0;

@@ -94,9 +94,10 @@ public:
 
 private:
     struct Step {
-        enum class Kind { send, expect, stall, close, trickle };
+        enum class Kind { send, expect, stall, close };
         Kind kind;
         std::string text;
+        /// For a trickle: the pause after each byte, in milliseconds.
         int interval = 0;
         int lineNumber = 0;
     };
