@@ -7,7 +7,7 @@
 //
 // Count the flushes themselves with: strace -f -c -e trace=syncfs,fsync bench_import
 #include "backup/ImportBatch.h"
-#include "support/DemoMail.h"
+#include "demo/DemoMail.h"
 
 #include <chrono>
 #include <cstdio>
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     auto mbox = dir / "generated.mbox";
     {
         std::ofstream out(mbox, std::ios::binary);
-        for (const auto& message : qs::test::DemoMail::generate(7, messages)) {
+        for (const auto& message : qs::demo::DemoMail::generate(7, messages)) {
             out << "From demo@example.org Mon Jan  1 00:00:00 2024\n" << message.bytes << "\n";
         }
     }

@@ -6,7 +6,7 @@
 #include "model/Fmt.h"
 
 #include "StoreTest.h"
-#include "support/DemoMail.h"
+#include "demo/DemoMail.h"
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
@@ -352,7 +352,7 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
     };
     std::vector<std::string> bytes;
     std::vector<DovecotFixture::Arrival> arrivals;
-    for (auto& message : qs::test::DemoMail::generate(5, int(total))) {
+    for (auto& message : qs::demo::DemoMail::generate(5, int(total))) {
         bytes.push_back(message.bytes);
         arrivals.push_back(message.date);
     }

@@ -1,9 +1,9 @@
 #include "Brindle/AppBundle.h"
 #include "ReleaseMaker.h"
+#include "ScratchBundle.h"
 #include "SigningKey.h"
 #include "Updater/Updater.h"
 #include "support/HTTPSServer.h"
-#include "support/TemporaryDirectory.h"
 
 #include <QSettings>
 #include <QSignalSpy>
@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <openssl/rand.h>
 
-#include <fstream>
 #include <functional>
 
 namespace brindle {
@@ -24,8 +23,10 @@ void PrintTo(const UpdatePhase& phase, std::ostream* out) {
 
 namespace {
 
-namespace fs = std::filesystem;
 using qs::test::HTTPSServer;
+namespace fs = std::filesystem;
+using test::ScratchBundle;
+using test::writeFile;
 using Kind = UpdatePhase::Kind;
 
 constexpr auto identifier = "org.example.app";
@@ -35,24 +36,10 @@ const SigningKey& releaseKey() {
     return key;
 }
 
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string readFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-// A program folder "App" of the given version, sealed with the release key.
-fs::path makeProgram(const fs::path& where, const std::string& version,
+// A program folder of the given version, sealed with the release key.
+fs::path makeProgram(const fs::path& folder, const std::string& version,
                      const std::string& id = identifier, const std::string& payload = "data") {
-    const fs::path folder = where / "App";
-    fs::remove_all(folder);
-    writeFile(folder / "bin/app", "#!/bin/sh\necho " + version + "\n");
-    fs::permissions(folder / "bin/app", fs::perms::owner_all);
-    writeFile(folder / "share/data.txt", payload);
+    ScratchBundle::writeProgram(folder, version, payload);
     ReleaseMaker::seal(AppBundle{folder, id, version, "App", "bin/app"}, releaseKey());
     return folder;
 }
@@ -61,25 +48,21 @@ class UpdaterTest : public ::testing::Test {
 protected:
     void SetUp() override {
         QSettings().clear();
-        installed_ = AppBundle::open(makeProgram(directory_.path() / "opt", "1.0"));
+        installed_ = AppBundle::open(makeProgram(bundle_.installed, "1.0"));
     }
 
     UpdaterConfiguration configuration() const {
-        return {QUrl(QString::fromStdString(server_.url("/feed.json"))),
-                releaseKey().publicKey(),
-                "1.0",
-                "App",
-                installed_,
-                directory_.path() / "cache",
-                {6, 1, 0}};
+        const QUrl feed(QString::fromStdString(server_.url("/feed.json")));
+        return {feed,       releaseKey().publicKey(), "1.0",    "App",
+                installed_, bundle_.root / "cache",   {6, 1, 0}};
     }
 
     // Publishes `zip` as version `version`; `length` and `signature` default to the true ones.
     void publish(const std::string& version, const std::string& zip,
                  std::optional<int64_t> length = std::nullopt,
                  std::optional<std::string> signature = std::nullopt,
-                 std::optional<size_t> holdAfter = std::nullopt) {
-        server_.route("/App.zip", {200, zip, holdAfter});
+                 std::optional<size_t> holdAfter = std::nullopt, int status = 200) {
+        server_.route("/App.zip", {status, zip, holdAfter});
         server_.route("/feed.json",
                       {200,
                        R"({"version":")" + version + R"(","url":"https://example.org/app",)" +
@@ -92,7 +75,7 @@ protected:
 
     std::string releaseArchive(const std::string& version, const std::string& id = identifier,
                                const std::function<void(const fs::path&)>& afterSeal = {}) {
-        const fs::path folder = makeProgram(directory_.path() / "release", version, id);
+        const fs::path folder = makeProgram(bundle_.root / "release/App", version, id);
         if (afterSeal)
             afterSeal(folder);
         return ReleaseMaker::zipFolder(folder);
@@ -101,15 +84,14 @@ protected:
     // Runs one check and waits for it to settle anywhere but checking and downloading.
     void checkAndSettle(Updater& updater, bool userInitiated) {
         updater.check(userInitiated);
-        EXPECT_TRUE(QTest::qWaitFor(
-            [&] {
-                return updater.phase().kind != Kind::checking &&
-                       updater.phase().kind != Kind::downloading;
-            },
-            15'000));
+        const auto settled = [&] {
+            return updater.phase().kind != Kind::checking &&
+                   updater.phase().kind != Kind::downloading;
+        };
+        EXPECT_TRUE(QTest::qWaitFor(settled, 15'000));
     }
 
-    qs::test::TemporaryDirectory directory_;
+    ScratchBundle bundle_{"1.0"};
     HTTPSServer server_;
     std::optional<AppBundle> installed_;
 };
@@ -118,6 +100,7 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     struct Row {
         const char* name;
         std::optional<HTTPSServer::Response> feed; // none: no route, so 404
+        bool reachable;
         bool userInitiated;
         Kind kind;
         const char* message;
@@ -129,26 +112,30 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     const std::string same = R"({"version":"1.0","url":"https://example.org/app"})";
     const char* couldnt =
         "Couldn’t check for updates. Check your internet connection and try again.";
+    using Response = HTTPSServer::Response;
     const Row rows[] = {
-        {"feed missing, user", std::nullopt, true, Kind::failed, couldnt, 1},
-        {"feed missing, silent", std::nullopt, false, Kind::idle, "", 0},
-        {"server error, silent", HTTPSServer::Response{500, newer, {}}, false, Kind::idle, "", 0},
-        {"garbage, user", HTTPSServer::Response{200, "<html>", {}}, true, Kind::failed, couldnt, 1},
-        {"garbage, silent", HTTPSServer::Response{200, "<html>", {}}, false, Kind::idle, "", 0},
-        {"newer, user", HTTPSServer::Response{200, newer, {}}, true, Kind::available, "", 1},
-        {"newer but needs a newer system", HTTPSServer::Response{200, needsNewerSystem, {}}, true,
-         Kind::upToDate, "", 1},
-        {"same version, silent", HTTPSServer::Response{200, same, {}}, false, Kind::upToDate, "",
-         0},
+        // clang-format off
+        {"feed missing, user", std::nullopt, true, true, Kind::failed, couldnt, 1},
+        {"feed missing, silent", std::nullopt, true, false, Kind::idle, "", 0},
+        {"unreachable, silent", std::nullopt, false, false, Kind::idle, "", 0},
+        {"server error, silent", Response{500, newer, {}}, true, false, Kind::idle, "", 0},
+        {"garbage, user", Response{200, "<html>", {}}, true, true, Kind::failed, couldnt, 1},
+        {"garbage, silent", Response{200, "<html>", {}}, true, false, Kind::idle, "", 0},
+        {"newer, user", Response{200, newer, {}}, true, true, Kind::available, "", 1},
+        {"newer but needs a newer system", Response{200, needsNewerSystem, {}}, true, true, Kind::upToDate, "", 1},
+        {"same version, silent", Response{200, same, {}}, true, false, Kind::upToDate, "", 0},
+        // clang-format on
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         QSettings().clear();
-        HTTPSServer server;
+        auto server = std::make_unique<HTTPSServer>();
         if (row.feed)
-            server.route("/feed.json", *row.feed);
+            server->route("/feed.json", *row.feed);
         UpdaterConfiguration setup = configuration();
-        setup.feedURL = QUrl(QString::fromStdString(server.url("/feed.json")));
+        setup.feedURL = QUrl(QString::fromStdString(server->url("/feed.json")));
+        if (!row.reachable)
+            server.reset();
         Updater updater(setup);
         QSignalSpy windows(&updater, &Updater::windowRequested);
         checkAndSettle(updater, row.userInitiated);
@@ -157,22 +144,11 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
         EXPECT_EQ(windows.count(), row.windows);
         EXPECT_EQ(updater.lastChecked().has_value(),
                   row.kind == Kind::available || row.kind == Kind::upToDate);
-        ASSERT_EQ(server.requests().size(), 1u);
-        EXPECT_EQ(server.requests()[0].headers["user-agent"], "App/1.0");
+        if (server) {
+            ASSERT_EQ(server->requests().size(), 1u);
+            EXPECT_EQ(server->requests()[0].headers["user-agent"], "App/1.0");
+        }
     }
-}
-
-TEST_F(UpdaterTest, AnUnreachableFeedLeavesASilentCheckIdle) {
-    UpdaterConfiguration setup = configuration();
-    {
-        HTTPSServer gone;
-        setup.feedURL = QUrl(QString::fromStdString(gone.url("/feed.json")));
-    }
-    Updater updater(setup);
-    QSignalSpy windows(&updater, &Updater::windowRequested);
-    checkAndSettle(updater, false);
-    EXPECT_EQ(updater.phase(), UpdatePhase::idle());
-    EXPECT_EQ(windows.count(), 0);
 }
 
 TEST_F(UpdaterTest, WithoutAFeedNothingHappens) {
@@ -201,68 +177,47 @@ TEST_F(UpdaterTest, AVersionAnnouncesItselfOnce) {
 
 TEST_F(UpdaterTest, ArchiveOutcomes) {
     const std::string good = releaseArchive("2.0");
-    std::string tooLong = good;
-    struct Row {
-        const char* name;
-        std::string zip;
-        std::optional<int64_t> length;
-        std::optional<std::string> signature;
-        const char* message; // empty: ready
-    };
     const auto notAProgram = ReleaseMaker::zip({{"README.txt", "hello", false, 0644}});
     const auto escaping = ReleaseMaker::zip(
         {{"App/", "", true, 0755}, {"App/../../escaped.txt", "out", false, 0644}});
     const auto throughALink =
         ReleaseMaker::zip({{"App/", "", true, 0755},
-                           {"App/lib", "", false, 0777, directory_.path().string()},
+                           {"App/lib", "", false, 0777, bundle_.root.string()},
                            {"App/lib/escaped.txt", "out", false, 0644}});
-    const Row rows[] = {
-        {"good", good, {}, {}, ""},
-        {"one byte more than announced",
-         good,
-         int64_t(good.size()) - 1,
-         {},
-         "The download was larger than expected."},
-        {"one byte less than announced",
-         good,
-         int64_t(good.size()) + 1,
-         {},
-         "The download was incomplete."},
-        {"wrong signature",
-         good,
-         {},
-         releaseKey().sign("something else"),
-         "The update’s signature didn’t match, so it wasn’t installed."},
-        {"no program inside", notAProgram, {}, {}, "The update didn’t contain an app."},
-        {"wrong identifier",
-         releaseArchive("2.0", "org.example.other"),
-         {},
-         {},
-         "The downloaded update didn’t match this app."},
-        {"wrong version",
-         releaseArchive("1.9"),
-         {},
-         {},
-         "The downloaded update didn’t match this app."},
-        {"a listed file changed after sealing",
-         releaseArchive(
-             "2.0", identifier,
-             [](const fs::path& folder) { writeFile(folder / "share/data.txt", "date"); }),
-         {},
-         {},
-         "The downloaded app’s code signature is damaged."},
-        {"a file added after sealing",
-         releaseArchive("2.0", identifier,
-                        [](const fs::path& folder) { writeFile(folder / "bin/extra", "x"); }),
-         {},
-         {},
-         "The downloaded app’s code signature is damaged."},
-        {"an entry climbing out with ../", escaping, {}, {}, "unzip failed"},
-        {"an entry written through a link", throughALink, {}, {}, "unzip failed"},
+    auto changed = [](const char* file, const char* text) {
+        return [=](const fs::path& folder) {
+            writeFile(folder / file, text);
+        };
     };
-    for (const Row& row : rows) {
+    const int64_t size = int64_t(good.size());
+    const char* damaged = "The downloaded app’s code signature is damaged.";
+    const char* mismatch = "The downloaded update didn’t match this app.";
+    const struct {
+        const char* name;
+        std::string zip;
+        std::optional<int64_t> length;
+        std::optional<std::string> signature;
+        int status;
+        const char* message; // empty: ready
+    } rows[] = {
+        // clang-format off
+        {"good", good, {}, {}, 200, ""},
+        {"one byte more than announced", good, size - 1, {}, 200, "The download was larger than expected."},
+        {"one byte less than announced", good, size + 1, {}, 200, "The download was incomplete."},
+        {"not found", good, {}, {}, 404, "The update file couldn’t be downloaded."},
+        {"wrong signature", good, {}, releaseKey().sign("something else"), 200, "The update’s signature didn’t match, so it wasn’t installed."},
+        {"no program inside", notAProgram, {}, {}, 200, "The update didn’t contain an app."},
+        {"wrong identifier", releaseArchive("2.0", "org.example.other"), {}, {}, 200, mismatch},
+        {"wrong version", releaseArchive("1.9"), {}, {}, 200, mismatch},
+        {"a listed file changed after sealing", releaseArchive("2.0", identifier, changed("share/data.txt", "date")), {}, {}, 200, damaged},
+        {"a file added after sealing", releaseArchive("2.0", identifier, changed("bin/extra", "x")), {}, {}, 200, damaged},
+        {"an entry climbing out with ../", escaping, {}, {}, 200, "unzip failed"},
+        {"an entry written through a link", throughALink, {}, {}, 200, "unzip failed"},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        publish("2.0", row.zip, row.length, row.signature);
+        publish("2.0", row.zip, row.length, row.signature, {}, row.status);
         Updater updater(configuration());
         checkAndSettle(updater, false);
         if (*row.message) {
@@ -273,28 +228,19 @@ TEST_F(UpdaterTest, ArchiveOutcomes) {
             ASSERT_TRUE(updater.stagedApp());
             EXPECT_EQ(AppBundle::open(*updater.stagedApp())->version, "2.0");
             EXPECT_EQ(*updater.stagedApp(),
-                      directory_.path() / "cache" / identifier / "BrindleUpdate/2.0/App");
+                      bundle_.root / "cache" / identifier / "BrindleUpdate/2.0/App");
         }
     }
-    for (const auto& entry : fs::recursive_directory_iterator(directory_.path()))
+    for (const auto& entry : fs::recursive_directory_iterator(bundle_.root))
         EXPECT_NE(entry.path().filename(), "escaped.txt") << entry.path();
-}
-
-TEST_F(UpdaterTest, TheArchivesHTTPStatusIsWorded) {
-    const std::string good = releaseArchive("2.0");
-    publish("2.0", good);
-    server_.route("/App.zip", {404, "gone", {}});
-    Updater updater(configuration());
-    checkAndSettle(updater, true);
-    EXPECT_EQ(updater.phase(), UpdatePhase::failed("The update file couldn’t be downloaded."));
 }
 
 TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
     // Large enough for progress reports: they come after every 262,144 bytes.
     std::string noise(700'000, '\0');
     ASSERT_EQ(RAND_bytes(reinterpret_cast<unsigned char*>(noise.data()), int(noise.size())), 1);
-    const fs::path folder = makeProgram(directory_.path() / "release", "2.0", identifier, noise);
-    const std::string zip = ReleaseMaker::zipFolder(folder);
+    const std::string zip = ReleaseMaker::zipFolder(
+        makeProgram(bundle_.root / "release/App", "2.0", identifier, noise));
     ASSERT_GT(zip.size(), 600'000u);
     publish("2.0", zip, {}, {}, 400'000);
 
@@ -317,18 +263,17 @@ TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
 }
 
 TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
-    struct Row {
+    const struct {
         const char* name;
         bool automatic;
         bool bundle;
         QStringList buttons;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"automatic downloads off", false, true, {"later", "downloadAndInstall"}},
         {"no bundle of its own", true, false, {"later", "openDownloadPage"}},
     };
     publish("2.0", releaseArchive("2.0"));
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         UpdaterConfiguration setup = configuration();
         if (!row.bundle)
@@ -343,38 +288,32 @@ TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
     EXPECT_EQ(QSettings().value("BrindleAutoUpdate").toBool(), true);
 }
 
+// Quitting with a ready update installs it only where it could be installed in place.
 TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
-    const fs::path bundle = installed_->path;
-    const fs::path parent = bundle.parent_path();
-    struct Row {
-        const char* name;
-        fs::path readOnly;
-        bool canInstall;
-    };
-    const Row rows[] = {
-        {"writable bundle and folder", {}, true},
-        {"read-only bundle", bundle, false},
-        {"read-only folder", parent, false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        if (!row.readOnly.empty())
-            fs::permissions(row.readOnly, fs::perms::owner_read | fs::perms::owner_exec);
-        EXPECT_EQ(Updater(configuration()).canInstallInPlace(), row.canInstall);
-        fs::permissions(bundle, fs::perms::owner_all);
-        fs::permissions(parent, fs::perms::owner_all);
-    }
-}
-
-TEST_F(UpdaterTest, QuittingWithAReadyUpdateInAReadOnlyBundleInstallsNothing) {
     publish("2.0", releaseArchive("2.0"));
     Updater updater(configuration());
     checkAndSettle(updater, false);
     ASSERT_EQ(updater.phase().kind, Kind::ready) << updater.phase().message;
-    fs::permissions(installed_->path, fs::perms::owner_read | fs::perms::owner_exec);
-    EXPECT_FALSE(updater.installOnQuit());
-    fs::permissions(installed_->path, fs::perms::owner_all);
-    EXPECT_EQ(readFile(installed_->path / "bin/app"), "#!/bin/sh\necho 1.0\n");
+    const fs::path bundle = installed_->path, parent = bundle.parent_path();
+    const struct {
+        const char* name;
+        fs::path readOnly;
+        bool canInstall;
+    } rows[] = {
+        {"writable bundle and folder", {}, true},
+        {"read-only bundle", bundle, false},
+        {"read-only folder", parent, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (!row.readOnly.empty())
+            fs::permissions(row.readOnly, fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_EQ(updater.canInstallInPlace(), row.canInstall);
+        EXPECT_TRUE(row.canInstall || !updater.installOnQuit()); // the writable row's is not run
+        fs::permissions(bundle, fs::perms::owner_all);
+        fs::permissions(parent, fs::perms::owner_all);
+    }
+    EXPECT_EQ(bundle_.program(), "#!/bin/sh\necho 1.0\n");
 }
 
 } // namespace

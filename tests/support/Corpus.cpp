@@ -10,16 +10,12 @@ namespace {
 
 // Licence and notice files sit beside the data; they are kept with it but aren't mail.
 bool isLicence(std::string_view relativePath) {
-    if (relativePath.find("LICENSES/") != std::string_view::npos) {
+    if (relativePath.find("LICENSES/") != std::string_view::npos)
         return true;
-    }
     std::string_view base = relativePath.substr(relativePath.rfind('/') + 1);
-    for (std::string_view prefix : {"LICENSE", "COPYING", "NOTICE", "AUTHORS", "COPYRIGHT"}) {
-        if (base.starts_with(prefix)) {
-            return true;
-        }
-    }
-    return base.find("LICENSE") != std::string_view::npos;
+    return base.find("LICENSE") != std::string_view::npos || base.starts_with("COPYING") ||
+           base.starts_with("NOTICE") || base.starts_with("AUTHORS") ||
+           base.starts_with("COPYRIGHT");
 }
 
 } // namespace
@@ -32,16 +28,11 @@ std::vector<std::string> corpusFiles() {
     std::istringstream manifest(FileIO::read(corpusRoot() / "MANIFEST.tsv"));
     std::vector<std::string> files;
     std::string line;
-    bool header = true;
+    std::getline(manifest, line); // the column names
     while (std::getline(manifest, line)) {
-        if (header) {
-            header = false;
-            continue;
-        }
         std::string path = line.substr(0, line.find('\t'));
-        if (!path.empty() && !isLicence(path)) {
+        if (!path.empty() && !isLicence(path))
             files.push_back(path);
-        }
     }
     return files;
 }
@@ -52,9 +43,8 @@ bool isMbox(std::string_view relativePath) {
 }
 
 std::vector<std::string> splitMbox(std::string_view mbox) {
-    if (mbox.starts_with("\xEF\xBB\xBF")) {
+    if (mbox.starts_with("\xEF\xBB\xBF"))
         mbox.remove_prefix(3);
-    }
     std::vector<std::string> members;
     bool previousEmpty = true; // the file's start counts as following an empty line
     while (!mbox.empty()) {
@@ -63,27 +53,21 @@ std::vector<std::string> splitMbox(std::string_view mbox) {
             mbox.substr(0, end == std::string_view::npos ? mbox.size() : end + 1);
         mbox.remove_prefix(line.size());
         std::string_view content = line;
-        while (!content.empty() && (content.back() == '\n' || content.back() == '\r')) {
+        while (!content.empty() && (content.back() == '\n' || content.back() == '\r'))
             content.remove_suffix(1);
-        }
         if (previousEmpty && content.starts_with("From ")) {
             if (!members.empty()) {
                 // The empty line before a separator belongs to the mbox format, not the message.
                 std::string& last = members.back();
-                if (last.ends_with("\r\n")) {
-                    last.resize(last.size() - 2);
-                } else if (last.ends_with("\n")) {
-                    last.resize(last.size() - 1);
-                }
+                last.resize(last.size() - (last.ends_with("\r\n") ? 2 : last.ends_with('\n')));
             }
             members.emplace_back();
             previousEmpty = false;
             continue;
         }
         previousEmpty = content.empty();
-        if (!members.empty()) {
+        if (!members.empty())
             members.back().append(line); // text before the first separator belongs to none
-        }
     }
     return members;
 }
@@ -100,9 +84,8 @@ std::vector<CorpusMessage> corpusMessages() {
         for (size_t i = 0; i < members.size(); ++i) {
             // A separator with nothing after it (a body line that merely looks like one, at
             // the end of the file) is no message.
-            if (!members[i].empty()) {
+            if (!members[i].empty())
                 messages.push_back({path + "#" + std::to_string(i + 1), std::move(members[i])});
-            }
         }
     }
     return messages;

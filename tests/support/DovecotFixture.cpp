@@ -1,21 +1,14 @@
 #include "support/DovecotFixture.h"
 
 #include "support/Loopback.h"
-#include "support/ScratchFiles.h"
 #include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
 
-#include <cerrno>
-#include <chrono>
+#include <algorithm>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
-#include <fstream>
-#include <memory>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -33,15 +26,9 @@ namespace {
 constexpr uid_t mailUID = 65534;
 constexpr gid_t mailGID = 65534;
 
-// How long the server may take to come up before the fixture gives up.
-constexpr auto startLimit = std::chrono::seconds(20);
-
 bool accepts(uint16_t port) {
     int fd = Loopback::connect(port);
-    if (fd >= 0) {
-        ::close(fd);
-    }
-    return fd >= 0;
+    return fd >= 0 && ::close(fd) == 0;
 }
 
 void replaceAll(std::string& text, std::string_view from, const std::string& to) {
@@ -109,12 +96,10 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         caFile_ = ca.certificate;
         issueServerCertificate(ca, directory_, options_.certificateHost);
 
-        for (const char* sub : {"run", "state", "home"}) {
+        for (const char* sub : {"run", "state", "home", "users"})
             fs::create_directories(directory_ / sub);
-        }
         imapsPort_ = Loopback::freePort();
         imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
-        writeUsers();
 
         configFile_ = directory_ / "dovecot.conf";
         std::string config = configTemplate;
@@ -124,9 +109,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         ScratchFiles::write(configFile_, config);
 
         master_ = ::fork();
-        if (master_ < 0) {
+        if (master_ < 0)
             throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-        }
         if (master_ == 0) {
             // Dovecot goes with the test program, even when that one crashes.
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -140,7 +124,7 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         }
 
         // A server coming up has no event to wait on from here; poll its port in short steps.
-        auto deadline = std::chrono::steady_clock::now() + startLimit;
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         for (;;) {
             int status = 0;
             if (::waitpid(master_, &status, WNOHANG) == master_) {
@@ -148,12 +132,10 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
                 throw std::runtime_error("dovecot exited at start: " +
                                          ScratchFiles::read(directory_ / "master.out") + log());
             }
-            if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_))) {
+            if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_)))
                 break;
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
+            if (std::chrono::steady_clock::now() > deadline)
                 throw std::runtime_error("dovecot did not start: " + log());
-            }
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     } catch (...) {
@@ -183,39 +165,19 @@ DovecotFixture& DovecotFixture::shared() {
     return fixture;
 }
 
-void DovecotFixture::writeUsers() const {
-    fs::create_directories(directory_ / "users");
-    for (const auto& [user, password] : users_) {
-        std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
-                           std::to_string(mailGID) + "::" + (directory_ / "home" / user).string() +
-                           "::\n";
-        fs::path path = directory_ / "users" / user;
-        if (fs::exists(path) && ScratchFiles::read(path) == line) {
-            continue;
-        }
-        // Replaced whole so that Dovecot never sees half a file.
-        ScratchFiles::write(directory_ / "users" / (user + ".new"), line);
-        fs::rename(directory_ / "users" / (user + ".new"), path);
-    }
-}
-
 void DovecotFixture::addUser(const std::string& user, const std::string& password) {
     fs::path home = directory_ / "home" / user;
     fs::create_directories(home);
-    if (::chown(home.c_str(), mailUID, mailGID) != 0) {
+    if (::chown(home.c_str(), mailUID, mailGID) != 0)
         throw std::runtime_error("chown " + home.string() + ": " + std::strerror(errno));
+    std::string line = user + ":{PLAIN}" + password + ":" + std::to_string(mailUID) + ":" +
+                       std::to_string(mailGID) + "::" + home.string() + "::\n";
+    fs::path path = directory_ / "users" / user;
+    if (ScratchFiles::read(path) != line) {
+        // Replaced whole so that Dovecot never sees half a file.
+        ScratchFiles::write(path.string() + ".new", line);
+        fs::rename(path.string() + ".new", path);
     }
-    bool replaced = false;
-    for (auto& [name, secret] : users_) {
-        if (name == user) {
-            secret = password;
-            replaced = true;
-        }
-    }
-    if (!replaced) {
-        users_.emplace_back(user, password);
-    }
-    writeUsers();
 }
 
 std::vector<std::string> DovecotFixture::doveadm(std::vector<std::string> arguments) const {
@@ -223,9 +185,8 @@ std::vector<std::string> DovecotFixture::doveadm(std::vector<std::string> argume
     std::string output = runChecked(arguments);
     std::vector<std::string> lines;
     std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) {
+    for (std::string line; std::getline(stream, line);)
         lines.push_back(line);
-    }
     return lines;
 }
 
@@ -233,58 +194,39 @@ void DovecotFixture::createFolder(const std::string& user, const std::string& fo
     ProcessResult result = runProcess(
         {"doveadm", "-c", configFile_.string(), "mailbox", "create", "-u", user, folder});
     // An existing folder is fine: doveadm then says so and exits non-zero.
-    if (result.exitCode != 0 && result.output.find("already exists") == std::string::npos) {
+    if (result.exitCode != 0 && result.output.find("already exists") == std::string::npos)
         throw std::runtime_error("doveadm mailbox create " + folder + ": " + result.output);
-    }
 }
 
 uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
                                  const std::string& message, std::optional<Arrival> arrival) {
-    if (arrival) {
-        return append(user, folder, {message}, {*arrival}).front();
-    }
+    if (arrival)
+        return deliverAll(user, folder, {message}, {*arrival}).front();
     runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
     std::vector<StoredMessage> stored = messages(user, folder);
-    if (stored.empty()) {
+    if (stored.empty())
         throw std::runtime_error("doveadm save left " + folder + " empty");
-    }
     return stored.back().uid;
 }
 
 std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
                                                  const std::vector<std::string>& messages,
-                                                 const std::vector<Arrival>& arrivals) {
-    return append(user, folder, messages,
-                  arrivals.empty()
-                      ? std::vector<Arrival>(messages.size(), std::chrono::system_clock::now())
-                      : arrivals);
-}
-
-std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std::string& folder,
-                                             const std::vector<std::string>& messages,
-                                             const std::vector<Arrival>& arrivals) const {
-    if (arrivals.size() != messages.size()) {
-        throw std::invalid_argument("deliverAll: " + std::to_string(arrivals.size()) +
-                                    " arrivals for " + std::to_string(messages.size()) +
-                                    " messages");
-    }
-    // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
-    for (char c : folder) {
-        if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7e) {
-            throw std::invalid_argument("deliver with an arrival: folder name " + folder +
-                                        " is not plain ASCII");
-        }
+                                                 std::vector<Arrival> arrivals) {
+    if (arrivals.empty())
+        arrivals.assign(messages.size(), std::chrono::system_clock::now());
+    bool ascii = std::ranges::all_of(folder, [](unsigned char c) { return c >= 0x20 && c < 0x7f; });
+    if (arrivals.size() != messages.size() || !ascii) {
+        // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
+        throw std::invalid_argument(
+            "deliverAll to " + folder + ": " + std::to_string(arrivals.size()) + " arrivals for " +
+            std::to_string(messages.size()) + " messages, or a name that isn't plain ASCII");
     }
     std::string quoted = "\"";
-    for (char c : folder) {
-        if (c == '"' || c == '\\') {
-            quoted += '\\';
-        }
-        quoted += c;
-    }
+    for (char c : folder)
+        quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
     quoted += '"';
-    // Dovecot takes a save's received date from APPEND's date-time only (doveadm save has no
-    // such option). LITERAL+ lets the whole session go in as one script.
+    // Dovecot takes a message's received date from APPEND's date-time only (doveadm save has
+    // no such option). LITERAL+ lets the whole session go in as one script.
     std::string script;
     for (size_t i = 0; i < messages.size(); ++i) {
         std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals[i]);
@@ -307,15 +249,13 @@ std::vector<uint32_t> DovecotFixture::append(const std::string& user, const std:
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
         std::string tag = "A" + std::to_string(uids.size()) + " ";
-        if (!line.starts_with(tag)) {
+        if (!line.starts_with(tag))
             continue;
-        }
         std::istringstream words(line.substr(tag.size()));
         std::string status, code, validity, uid;
         words >> status >> code >> validity >> uid;
-        if (status != "OK" || code != "[APPENDUID" || uid.empty()) {
+        if (status != "OK" || code != "[APPENDUID" || uid.empty())
             throw std::runtime_error("APPEND to " + folder + " failed: " + output);
-        }
         uids.push_back(static_cast<uint32_t>(std::stoul(uid)));
     }
     if (uids.size() != messages.size()) {
@@ -337,18 +277,16 @@ std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::s
         std::getline(fields, uid, '\t');
         std::getline(fields, flags, '\t');
         std::getline(fields, size, '\t');
-        if (uid.empty()) {
+        if (uid.empty())
             continue;
-        }
         StoredMessage message;
         message.uid = static_cast<uint32_t>(std::stoul(uid));
         message.size = std::stoull(size);
         std::istringstream words(flags);
         for (std::string flag; words >> flag;) {
             // \Recent belongs to doveadm's own session, not to the message.
-            if (flag != "\\Recent") {
+            if (flag != "\\Recent")
                 message.flags.push_back(flag);
-            }
         }
         result.push_back(std::move(message));
     }
@@ -358,9 +296,8 @@ std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::s
 uint32_t DovecotFixture::uidValidity(const std::string& user, const std::string& folder) {
     std::vector<std::string> lines =
         doveadm({"-f", "tab", "mailbox", "status", "-u", user, "uidvalidity", folder});
-    if (lines.size() < 2) {
+    if (lines.size() < 2)
         throw std::runtime_error("doveadm mailbox status gave no uidvalidity for " + folder);
-    }
     // "mailbox<TAB>uidvalidity" heads the output; the value is the last field.
     return static_cast<uint32_t>(std::stoul(lines[1].substr(lines[1].rfind('\t') + 1)));
 }
@@ -379,15 +316,9 @@ std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const st
     doveadm({"mailbox", "delete", "-u", user, aside});
     setUIDValidity(user, folder, old + 1000);
     std::vector<uint32_t> uids;
-    for (const auto& message : messages(user, folder)) {
+    for (const auto& message : messages(user, folder))
         uids.push_back(message.uid);
-    }
     return uids;
-}
-
-void DovecotFixture::addFlags(const std::string& user, const std::string& folder, uint32_t uid,
-                              const std::string& flags) {
-    doveadm({"flags", "add", "-u", user, flags, "mailbox", folder, "uid", std::to_string(uid)});
 }
 
 std::string DovecotFixture::log() const {

@@ -1,7 +1,7 @@
 #include "support/DovecotSeed.h"
 
+#include "demo/DemoMail.h"
 #include "support/Corpus.h"
-#include "support/DemoMail.h"
 #include "support/Subprocess.h"
 
 #include <cerrno>
@@ -14,26 +14,28 @@ namespace qs::test {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// A CR before every LF that has none: line ends as a server keeps them.
 std::string withCRLF(std::string_view text) {
     std::string out;
     out.reserve(text.size() + text.size() / 40);
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r'))
             out += '\r';
-        }
         out += text[i];
     }
     return out;
 }
 
 bool hasBareCR(std::string_view text) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n')) {
+    for (size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n'))
             return true;
-        }
-    }
     return false;
 }
+
+} // namespace
 
 std::vector<std::string> corpusMail(size_t count, const CorpusMailFilter& filter) {
     std::vector<std::string> mail;
@@ -43,13 +45,11 @@ std::vector<std::string> corpusMail(size_t count, const CorpusMailFilter& filter
             bytes.find('\0') != std::string::npos ||
             (filter.crlfToo ? hasBareCR(bytes) : bytes.find('\r') != std::string::npos) ||
             (filter.fromFirst && !bytes.starts_with("From:")) ||
-            (filter.endsWithNewline && !bytes.ends_with("\n"))) {
+            (filter.endsWithNewline && !bytes.ends_with("\n")))
             continue;
-        }
         mail.push_back(withCRLF(bytes));
-        if (mail.size() == count) {
+        if (mail.size() == count)
             break;
-        }
     }
     return mail;
 }
@@ -61,9 +61,8 @@ void seedFolders(const fs::path& directory, const fs::path& config, const std::s
     int counter = 0;
     for (const auto& [folder, messages] : folders) {
         fs::path base = folder == "INBOX" ? source : source / folder;
-        for (const char* sub : {"cur", "new", "tmp"}) {
+        for (const char* sub : {"cur", "new", "tmp"})
             fs::create_directories(base / sub);
-        }
         for (const SeedMessage& message : messages) {
             char name[64];
             std::snprintf(name, sizeof name, "%08d.seed:2,", counter++);
@@ -95,18 +94,16 @@ void seedFolders(DovecotFixture& dovecot, const std::string& user,
 void seedFolders(DovecotFixture& dovecot, const std::string& user,
                  const std::map<std::string, std::vector<std::string>>& folders) {
     std::map<std::string, std::vector<SeedMessage>> seeded;
-    for (const auto& [folder, messages] : folders) {
-        for (const std::string& bytes : messages) {
+    for (const auto& [folder, messages] : folders)
+        for (const std::string& bytes : messages)
             seeded[folder].push_back({bytes, std::nullopt});
-        }
-    }
     seedFolders(dovecot, user, seeded);
 }
 
 std::map<std::string, size_t> seedDemoMail(DovecotFixture& dovecot, const std::string& user,
                                            uint64_t seed, int count) {
     std::map<std::string, std::vector<SeedMessage>> folders;
-    for (DemoMessage& message : DemoMail::generate(seed, count)) {
+    for (demo::DemoMessage& message : demo::DemoMail::generate(seed, count)) {
         folders[message.folder].push_back(
             {std::move(message.bytes),
              std::chrono::duration_cast<std::chrono::seconds>(message.date.time_since_epoch())
@@ -114,9 +111,8 @@ std::map<std::string, size_t> seedDemoMail(DovecotFixture& dovecot, const std::s
     }
     seedFolders(dovecot, user, folders);
     std::map<std::string, size_t> counts;
-    for (const auto& [folder, messages] : folders) {
+    for (const auto& [folder, messages] : folders)
         counts[folder] = messages.size();
-    }
     return counts;
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <ctime>
+#include <iterator>
+#include <sstream>
 
 namespace qs::test {
 
@@ -12,9 +14,8 @@ constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 std::string upper(std::string text) {
-    for (char& c : text) {
+    for (char& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
     return text;
 }
 
@@ -31,75 +32,46 @@ std::string internalDate(int64_t seconds) {
 
 // "5-Mar-2024" as the Unix seconds of its midnight in UTC; -1 when it doesn't read.
 int64_t searchDate(const std::string& text) {
-    int day = 0;
-    int year = 0;
+    std::tm parts{};
     char month[4] = {};
-    if (std::sscanf(text.c_str(), "%d-%3c-%d", &day, month, &year) != 3) {
+    if (std::sscanf(text.c_str(), "%d-%3c-%d", &parts.tm_mday, month, &parts.tm_year) != 3)
         return -1;
-    }
-    for (int m = 0; m < 12; ++m) {
-        if (upper(month) == upper(months[m])) {
-            std::tm parts{};
-            parts.tm_mday = day;
-            parts.tm_mon = m;
-            parts.tm_year = year - 1900;
+    parts.tm_year -= 1900;
+    for (parts.tm_mon = 0; parts.tm_mon < 12; ++parts.tm_mon)
+        if (upper(month) == upper(months[parts.tm_mon]))
             return static_cast<int64_t>(::timegm(&parts));
-        }
-    }
     return -1;
 }
 
 bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
-    return std::any_of(message.flags.begin(), message.flags.end(),
-                       [&](const std::string& f) { return upper(f) == upper(flag); });
-}
-
-std::vector<std::string> flagList(std::string list) {
-    if (!list.empty() && list.front() == '(') {
-        list = list.substr(1, list.size() - 2);
-    }
-    std::vector<std::string> flags;
-    size_t i = 0;
-    while (i < list.size()) {
-        size_t end = std::min(list.find(' ', i), list.size());
-        if (end > i) {
-            flags.push_back(list.substr(i, end - i));
-        }
-        i = end + 1;
-    }
-    return flags;
+    return std::ranges::any_of(message.flags,
+                               [&](const std::string& f) { return upper(f) == upper(flag); });
 }
 
 std::string joined(const std::vector<std::string>& words) {
     std::string out;
-    for (const std::string& word : words) {
+    for (const std::string& word : words)
         out += (out.empty() ? "" : " ") + word;
-    }
     return out;
 }
 
 } // namespace
 
 bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) {
-    size_t i = 0;
-    while (i <= set.size()) {
+    auto number = [&](const std::string& text) {
+        return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
+    };
+    for (size_t i = 0; i <= set.size();) {
         size_t end = std::min(set.find(',', i), set.size());
         std::string piece = set.substr(i, end - i);
-        auto number = [&](const std::string& text) -> uint32_t {
-            return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
-        };
-        size_t colon = piece.find(':');
-        if (!piece.empty()) {
-            uint32_t first = number(piece.substr(0, colon));
-            uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-            if (first > last) {
-                std::swap(first, last);
-            }
-            if (uid >= first && uid <= last) {
-                return true;
-            }
-        }
         i = end + 1;
+        if (piece.empty())
+            continue;
+        size_t colon = piece.find(':');
+        uint32_t first = number(piece.substr(0, colon));
+        uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
+        if (uid >= std::min(first, last) && uid <= std::max(first, last))
+            return true;
     }
     return false;
 }
@@ -116,27 +88,20 @@ std::string FakeMailbox::greeting() const {
     return "* OK [CAPABILITY " + capabilities() + "] fake mailbox ready";
 }
 
-FakeIMAPServer::Handler FakeMailbox::handler() {
-    return [this](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-        handle(connection, command);
-    };
-}
-
 void FakeMailbox::addFolder(const std::string& name, uint32_t uidValidity,
                             std::vector<std::string> attributes) {
-    std::lock_guard lock(mutex_);
-    Folder& folder = folders_[name];
-    folder.uidValidity = uidValidity;
-    folder.attributes = std::move(attributes);
+    edit(name, [&](Folder& folder) {
+        folder.uidValidity = uidValidity;
+        folder.attributes = std::move(attributes);
+    });
 }
 
 uint32_t FakeMailbox::add(const std::string& name, std::string body, std::vector<std::string> flags,
                           int64_t date) {
     std::lock_guard lock(mutex_);
     Folder& folder = folders_[name];
-    uint32_t uid = folder.uidNext++;
-    folder.messages.push_back(Message{uid, std::move(body), std::move(flags), date, {}});
-    return uid;
+    folder.messages.push_back({folder.uidNext++, std::move(body), std::move(flags), date, {}});
+    return folder.messages.back().uid;
 }
 
 void FakeMailbox::edit(const std::string& name, const std::function<void(Folder&)>& change) {
@@ -152,9 +117,8 @@ std::vector<FakeMailbox::Message> FakeMailbox::messages(const std::string& name)
 
 std::vector<uint32_t> FakeMailbox::uids(const std::string& name) const {
     std::vector<uint32_t> result;
-    for (const Message& message : messages(name)) {
+    for (const Message& message : messages(name))
         result.push_back(message.uid);
-    }
     return result;
 }
 
@@ -163,18 +127,38 @@ FakeMailbox::Folder* FakeMailbox::selected() {
     return found == folders_.end() ? nullptr : &found->second;
 }
 
+std::vector<size_t> FakeMailbox::inSelected(const std::string& set) {
+    std::vector<size_t> found;
+    if (Folder* folder = selected()) {
+        uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+        for (size_t index = 0; index < folder->messages.size(); ++index)
+            if (inSet(set, folder->messages[index].uid, highest))
+                found.push_back(index);
+    }
+    return found;
+}
+
 void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
     // Outside the lock, so that an intercept may edit the mailbox.
-    if (intercept && intercept(connection, command)) {
+    if (intercept && intercept(connection, command))
         return;
-    }
     std::lock_guard lock(mutex_);
     const std::string& tag = command.tag;
     const std::vector<std::string>& args = command.arguments;
-    if (command.name == "CAPABILITY") {
+    const std::string& name = command.name;
+    // Commands on a folder need one selected and their arguments; changes need it writable.
+    const bool changes =
+        name == "UID STORE" || name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus);
+    const size_t needed = name == "UID FETCH" ? 2 : name == "UID STORE" ? 3 : 0;
+    if ((changes || name == "UID SEARCH" || name == "UID FETCH") &&
+        (!selected() || args.size() < needed || (name == "UID EXPUNGE" && args.empty()))) {
+        connection.send(tag + " BAD No mailbox selected");
+    } else if (changes && readOnly_) {
+        connection.send(tag + " NO Mailbox is read-only");
+    } else if (name == "CAPABILITY") {
         connection.send("* CAPABILITY " + capabilities());
         connection.send(tag + " OK CAPABILITY completed");
-    } else if (command.name == "LOGIN") {
+    } else if (name == "LOGIN") {
         if (args.size() == 2 && args[0] == options_.user && args[1] == options_.password) {
             signedIn_ = true;
             selected_.clear();
@@ -182,26 +166,25 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
         } else {
             connection.send(tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
         }
-    } else if (command.name == "LIST") {
-        for (const auto& [name, folder] : folders_) {
-            connection.send("* LIST (" + joined(folder.attributes) + ") \"/\" \"" + name + "\"");
+    } else if (name == "LIST") {
+        for (const auto& [folderName, folder] : folders_) {
+            connection.send("* LIST (" + joined(folder.attributes) + ") \"/\" \"" + folderName +
+                            "\"");
         }
         connection.send(tag + " OK List completed");
-    } else if (command.name == "SELECT" || command.name == "EXAMINE") {
-        select(connection, command, command.name == "EXAMINE");
-    } else if (command.name == "UID SEARCH") {
+    } else if (name == "SELECT" || name == "EXAMINE") {
+        select(connection, command, name == "EXAMINE");
+    } else if (name == "UID SEARCH") {
         search(connection, command);
-    } else if (command.name == "UID FETCH") {
+    } else if (name == "UID FETCH") {
         fetch(connection, command);
-    } else if (command.name == "UID STORE") {
+    } else if (name == "UID STORE") {
         store(connection, command);
-    } else if (command.name == "EXPUNGE") {
-        expunge(connection, command, false);
-    } else if (command.name == "UID EXPUNGE" && options_.uidplus) {
-        expunge(connection, command, true);
-    } else if (command.name == "NOOP") {
+    } else if (name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus)) {
+        expunge(connection, command, name == "UID EXPUNGE");
+    } else if (name == "NOOP") {
         connection.send(tag + " OK NOOP completed");
-    } else if (command.name == "LOGOUT") {
+    } else if (name == "LOGOUT") {
         connection.send("* BYE Logging out");
         connection.send(tag + " OK Logout completed");
         connection.close();
@@ -212,28 +195,24 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
 
 void FakeMailbox::select(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
                          bool readOnly) {
-    if (command.arguments.empty() || !folders_.contains(command.arguments[0])) {
+    selected_ = command.arguments.empty() ? "" : command.arguments[0];
+    Folder* folder = selected();
+    if (!folder) {
         selected_.clear();
         connection.send(command.tag + " NO [NONEXISTENT] Mailbox doesn't exist");
         return;
     }
-    selected_ = command.arguments[0];
     readOnly_ = readOnly;
-    Folder& folder = *selected();
     connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
-    connection.send("* " + std::to_string(folder.messages.size()) + " EXISTS");
-    connection.send("* OK [UIDVALIDITY " + std::to_string(folder.uidValidity) + "] UIDs valid");
-    connection.send("* OK [UIDNEXT " + std::to_string(folder.uidNext) + "] Predicted next UID");
+    connection.send("* " + std::to_string(folder->messages.size()) + " EXISTS");
+    connection.send("* OK [UIDVALIDITY " + std::to_string(folder->uidValidity) + "] UIDs valid");
+    connection.send("* OK [UIDNEXT " + std::to_string(folder->uidNext) + "] Predicted next UID");
     connection.send(command.tag + (readOnly ? " OK [READ-ONLY]" : " OK [READ-WRITE]") +
                     " Select completed");
 }
 
 void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
     Folder* folder = selected();
-    if (!folder) {
-        connection.send(command.tag + " BAD No mailbox selected");
-        return;
-    }
     uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
     std::string found;
     for (const Message& message : folder->messages) {
@@ -241,8 +220,7 @@ void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& 
         const std::vector<std::string>& criteria = command.arguments;
         for (size_t i = 0; i < criteria.size() && matches; ++i) {
             std::string key = upper(criteria[i]);
-            if (key == "ALL") {
-            } else if (key == "DELETED" || key == "UNDELETED") {
+            if (key == "DELETED" || key == "UNDELETED") {
                 matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
             } else if (key == "SEEN" || key == "UNSEEN") {
                 matches = hasFlag(message, "\\Seen") == (key == "SEEN");
@@ -250,106 +228,77 @@ void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& 
                 matches = inSet(criteria[++i], message.uid, highest);
             } else if (key == "BEFORE" && i + 1 < criteria.size()) {
                 matches = message.internalDate < searchDate(criteria[++i]);
-            } else {
+            } else if (key != "ALL") {
                 connection.send(command.tag + " BAD Unknown search criterion " + criteria[i]);
                 return;
             }
         }
-        if (matches) {
+        if (matches)
             found += " " + std::to_string(message.uid);
-        }
     }
     connection.send("* SEARCH" + found);
     connection.send(command.tag + " OK Search completed");
 }
 
 void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    Folder* folder = selected();
-    if (!folder || command.arguments.size() < 2) {
-        connection.send(command.tag + " BAD No mailbox selected");
-        return;
-    }
+    std::vector<Message>& messages = selected()->messages;
     std::string items = upper(command.arguments[1]);
-    bool body =
-        items.find("BODY.PEEK[]") != std::string::npos || items.find("BODY[]") != std::string::npos;
+    auto asked = [&](const char* item) {
+        return items.find(item) != std::string::npos;
+    };
+    bool body = asked("BODY.PEEK[]") || asked("BODY[]");
     bool firstBodies = body && ++bodyFetches_ == 1;
-    if (firstBodies) {
+    if (firstBodies)
         connection.sendRaw(beforeFirstBodies);
-    }
-    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-    for (size_t index = 0; index < folder->messages.size(); ++index) {
-        Message& message = folder->messages[index];
-        if (!inSet(command.arguments[0], message.uid, highest)) {
-            continue;
-        }
-        if (items.find("BODY[]") != std::string::npos && !readOnly_ &&
-            !hasFlag(message, "\\Seen")) {
+    for (size_t index : inSelected(command.arguments[0])) {
+        Message& message = messages[index];
+        if (asked("BODY[]") && !readOnly_ && !hasFlag(message, "\\Seen"))
             message.flags.push_back("\\Seen");
-        }
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
         int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
-        if (items.find("RFC822.SIZE") != std::string::npos && size >= 0) {
+        if (asked("RFC822.SIZE") && size >= 0)
             line += " RFC822.SIZE " + std::to_string(size);
-        }
-        if (items.find("INTERNALDATE") != std::string::npos) {
+        if (asked("INTERNALDATE"))
             line += " INTERNALDATE \"" + internalDate(message.internalDate) + "\"";
-        }
-        if (items.find("FLAGS") != std::string::npos) {
+        if (asked("FLAGS"))
             line += " FLAGS (" + joined(message.flags) + ")";
-        }
         if (body) {
             line += " BODY[] {" + std::to_string(message.body.size()) + "}\r\n";
             if (++bodiesSent_ == dropInBody) {
                 connection.sendRaw(line + message.body.substr(0, message.body.size() / 2));
-                if (!stallInBody) {
+                if (!stallInBody)
                     connection.close();
-                }
                 return;
             }
             line += message.body;
         }
         connection.send(line + ")");
     }
-    if (firstBodies) {
+    if (firstBodies)
         connection.sendRaw(afterFirstBodies);
-    }
     connection.send(command.tag + " OK Fetch completed");
 }
 
 void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    Folder* folder = selected();
-    if (!folder || command.arguments.size() < 3) {
-        connection.send(command.tag + " BAD No mailbox selected");
-        return;
-    }
-    if (readOnly_) {
-        connection.send(command.tag + " NO Mailbox is read-only");
-        return;
-    }
+    std::vector<Message>& messages = selected()->messages;
     std::string change = upper(command.arguments[1]);
-    bool silent = change.ends_with(".SILENT");
-    std::vector<std::string> flags = flagList(command.arguments[2]);
-    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-    for (size_t index = 0; index < folder->messages.size(); ++index) {
-        Message& message = folder->messages[index];
-        if (!inSet(command.arguments[0], message.uid, highest)) {
-            continue;
-        }
-        if (change.starts_with("FLAGS")) {
+    std::string list = command.arguments[2];
+    std::istringstream words(list.starts_with('(') ? list.substr(1, list.size() - 2) : list);
+    std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
+    for (size_t index : inSelected(command.arguments[0])) {
+        Message& message = messages[index];
+        if (change.starts_with("FLAGS"))
             message.flags = flags;
-        }
         for (const std::string& flag : flags) {
-            auto same = [&](const std::string& f) {
-                return upper(f) == upper(flag);
-            };
             if (change.starts_with("+") && !hasFlag(message, flag)) {
                 message.flags.push_back(flag);
             } else if (change.starts_with("-")) {
-                std::erase_if(message.flags, same);
+                std::erase_if(message.flags,
+                              [&](const std::string& f) { return upper(f) == upper(flag); });
             }
         }
-        if (!silent) {
+        if (!change.ends_with(".SILENT")) {
             connection.send("* " + std::to_string(index + 1) + " FETCH (UID " +
                             std::to_string(message.uid) + " FLAGS (" + joined(message.flags) +
                             "))");
@@ -360,22 +309,12 @@ void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& c
 
 void FakeMailbox::expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
                           bool byUID) {
-    Folder* folder = selected();
-    if (!folder || (byUID && command.arguments.empty())) {
-        connection.send(command.tag + " BAD No mailbox selected");
-        return;
-    }
-    if (readOnly_) {
-        connection.send(command.tag + " NO Mailbox is read-only");
-        return;
-    }
-    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-    for (size_t index = folder->messages.size(); index-- > 0;) {
-        const Message& message = folder->messages[index];
-        if (hasFlag(message, "\\Deleted") &&
-            (!byUID || inSet(command.arguments[0], message.uid, highest))) {
-            connection.send("* " + std::to_string(index + 1) + " EXPUNGE");
-            folder->messages.erase(folder->messages.begin() + static_cast<std::ptrdiff_t>(index));
+    std::vector<Message>& messages = selected()->messages;
+    std::vector<size_t> chosen = byUID ? inSelected(command.arguments[0]) : inSelected("1:*");
+    for (auto index = chosen.rbegin(); index != chosen.rend(); ++index) {
+        if (hasFlag(messages[*index], "\\Deleted")) {
+            connection.send("* " + std::to_string(*index + 1) + " EXPUNGE");
+            messages.erase(messages.begin() + static_cast<std::ptrdiff_t>(*index));
         }
     }
     connection.send(command.tag + " OK Expunge completed");

@@ -12,29 +12,14 @@
 
 namespace qs::test {
 
-/// A small stateful IMAP server model for the programmable FakeIMAPServer, for tests that need
-/// a server a real one can't imitate on demand: one WITHOUT UIDPLUS, one that lies about
-/// sizes, one that refuses a STORE. It holds folders of messages with UIDs, flags, dates and
-/// bodies, and answers the commands the system speaks:
-///
-///   CAPABILITY, LOGIN, LIST "" "*", SELECT, EXAMINE, UID SEARCH (ALL, DELETED, UNDELETED,
-///   SEEN, UNSEEN, UID set, BEFORE date, criteria ANDed), UID FETCH (UID, RFC822.SIZE,
-///   INTERNALDATE, FLAGS, BODY.PEEK[], BODY[]), UID STORE (+FLAGS, -FLAGS, FLAGS, .SILENT),
-///   EXPUNGE, UID EXPUNGE (only with UIDPLUS), NOOP, LOGOUT.
-///
-/// It is a model, not a server: no sequence-number commands, no literals in replies but bodies,
-/// no concurrency between connections. `intercept` sees every command first and may answer it
-/// itself (return true) to script a misbehaviour at one point of an otherwise normal session.
-///
-///     FakeMailbox::Options options;
-///     options.uidplus = false;
-///     FakeMailbox mailbox(options);
-///     mailbox.add("INBOX", "Subject: a\r\n\r\nx\r\n");
-///     FakeIMAPServer server(mailbox.greeting(), mailbox.handler());
-///     ... client signs in as "user" / "pw", releases messages ...
-///     EXPECT_EQ(mailbox.uids("INBOX"), (std::vector<uint32_t>{2}));
-///
-/// All accessors lock: the handler runs on the server's thread.
+/// A small stateful IMAP server model for the programmable FakeIMAPServer, for servers a real
+/// one can't imitate on demand: one without UIDPLUS, one that lies about sizes, one that
+/// refuses a STORE. It answers CAPABILITY, LOGIN, LIST, SELECT, EXAMINE, UID SEARCH (ALL,
+/// [UN]DELETED, [UN]SEEN, UID set, BEFORE date, ANDed), UID FETCH (UID, RFC822.SIZE,
+/// INTERNALDATE, FLAGS, BODY[], BODY.PEEK[]), UID STORE ([+-]FLAGS[.SILENT]), EXPUNGE, UID
+/// EXPUNGE (with UIDPLUS), NOOP and LOGOUT; no sequence numbers, one connection at a time.
+/// `intercept` sees every command first and may answer it itself (return true) to script a
+/// misbehaviour at one point of an otherwise normal session. All accessors lock.
 class FakeMailbox {
 public:
     struct Options {
@@ -66,10 +51,12 @@ public:
 
     /// "* OK [CAPABILITY ...] fake mailbox ready".
     std::string greeting() const;
-    /// A handler for FakeIMAPServer that calls `handle`. The mailbox must outlive the server.
-    FakeIMAPServer::Handler handler();
-    /// Answers one command (intercept first).
-    void handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
+    /// A handler for FakeIMAPServer. The mailbox must outlive the server.
+    FakeIMAPServer::Handler handler() {
+        return [this](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
+            handle(connection, command);
+        };
+    }
 
     /// Creates the folder if needed (INBOX exists from the start).
     void addFolder(const std::string& name, uint32_t uidValidity = 1,
@@ -90,23 +77,24 @@ public:
     /// Sees each command first; returns true when it has answered it.
     std::function<bool(FakeIMAPConnection&, const FakeIMAPCommand&)> intercept;
 
-    /// Faults in answers to a body FETCH. Counting bodies over all connections from 1, the
-    /// connection closes halfway through body `dropInBody`'s literal. The raw bytes go out
-    /// ahead of and after the bodies of the first body FETCH (an answer nobody asked for, a
-    /// literal of absurd length, a line that never ends). With `stallInBody` the connection
-    /// stays open and silent instead of closing.
+    /// Faults in answers to a body FETCH: the connection closes (or, with `stallInBody`, goes
+    /// silent) halfway through the `dropInBody`-th body sent over all connections; the raw
+    /// bytes go out before and after the bodies of the first body FETCH.
     std::optional<int> dropInBody;
     bool stallInBody = false;
     std::string beforeFirstBodies;
     std::string afterFirstBodies;
 
 private:
+    void handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     std::string capabilities() const;
     void select(FakeIMAPConnection& connection, const FakeIMAPCommand& command, bool readOnly);
     void search(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     void fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     void store(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     void expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command, bool byUID);
+    /// The selected folder's messages in `set` (indexes, ascending); none without a folder.
+    std::vector<size_t> inSelected(const std::string& set);
     Folder* selected();
 
     Options options_;

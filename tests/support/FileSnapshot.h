@@ -1,5 +1,8 @@
 #pragma once
 
+#include "support/FileIO.h"
+
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -14,6 +17,19 @@ using FileSnapshot = std::map<std::string, std::pair<std::string, std::filesyste
 
 /// The files below `root` (none when it is missing), leaving out every path that has a part
 /// named `skipped` (a file such as the vault's lock, or a whole folder such as its records).
-FileSnapshot snapshotFiles(const std::filesystem::path& root, std::string_view skipped = {});
+inline FileSnapshot snapshotFiles(const std::filesystem::path& root,
+                                  std::string_view skipped = {}) {
+    FileSnapshot files;
+    if (!std::filesystem::exists(root))
+        return files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        const std::filesystem::path relative = entry.path().lexically_relative(root);
+        if (entry.is_regular_file() && std::ranges::none_of(relative, [&](const auto& part) {
+                return !skipped.empty() && part == skipped;
+            }))
+            files[relative.string()] = {FileIO::read(entry.path()), entry.last_write_time()};
+    }
+    return files;
+}
 
 } // namespace qs::test

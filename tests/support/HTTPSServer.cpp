@@ -2,12 +2,7 @@
 
 #include "support/TestCertificates.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The server's certificate, made once per test program beside nothing else of a test's.
+// The server's certificate, made once per test program.
 const fs::path& certificateFolder() {
     static const fs::path folder = [] {
         const CertificateAuthority& ca = trustedCA();
@@ -43,17 +38,6 @@ bool writeAll(SSL* ssl, std::string_view bytes) {
     return true;
 }
 
-std::string reason(int status) {
-    switch (status) {
-    case 200:
-        return "OK";
-    case 404:
-        return "Not Found";
-    default:
-        return "Status";
-    }
-}
-
 } // namespace
 
 HTTPSServer::HTTPSServer() {
@@ -64,18 +48,10 @@ HTTPSServer::HTTPSServer() {
         SSL_CTX_use_PrivateKey_file(context_, (folder / "server.key").c_str(), SSL_FILETYPE_PEM) !=
             1)
         throw std::runtime_error("HTTPSServer: the certificate can't be loaded");
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
-        ::pipe2(wake_, O_CLOEXEC) != 0)
-        throw std::runtime_error("HTTPSServer: can't listen on 127.0.0.1");
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
+    listener_.emplace("HTTPSServer", [this](int connection) {
+        answer(connection);
+        ::close(connection);
+    });
 }
 
 HTTPSServer::~HTTPSServer() {
@@ -84,11 +60,7 @@ HTTPSServer::~HTTPSServer() {
         stopping_ = true;
     }
     released_.notify_all();
-    (void)!::write(wake_[1], "x", 1);
-    thread_.join();
-    ::close(listener_);
-    ::close(wake_[0]);
-    ::close(wake_[1]);
+    listener_.reset();
     SSL_CTX_free(context_);
 }
 
@@ -98,7 +70,7 @@ void HTTPSServer::route(const std::string& path, Response response) {
 }
 
 std::string HTTPSServer::url(const std::string& path) const {
-    return "https://127.0.0.1:" + std::to_string(port_) + path;
+    return "https://127.0.0.1:" + std::to_string(listener_->port()) + path;
 }
 
 std::vector<HTTPSServer::Request> HTTPSServer::requests() const {
@@ -112,19 +84,6 @@ void HTTPSServer::release() {
         releasedFlag_ = true;
     }
     released_.notify_all();
-}
-
-void HTTPSServer::serve() {
-    for (;;) {
-        pollfd fds[] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0 || (fds[1].revents & POLLIN))
-            return;
-        const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection >= 0) {
-            answer(connection);
-            ::close(connection);
-        }
-    }
 }
 
 void HTTPSServer::answer(int connection) {
@@ -163,8 +122,8 @@ void HTTPSServer::answer(int connection) {
         if (auto found = routes_.find(request.path); found != routes_.end())
             response = found->second;
     }
-    const std::string status = "HTTP/1.1 " + std::to_string(response.status) + " " +
-                               reason(response.status) +
+    const std::string status = "HTTP/1.1 " + std::to_string(response.status) +
+                               (response.status == 200 ? " OK" : " Status") +
                                "\r\nContent-Length: " + std::to_string(response.body.size()) +
                                "\r\nContent-Type: application/octet-stream"
                                "\r\nConnection: close\r\n\r\n";

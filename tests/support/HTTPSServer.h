@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Loopback.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -7,23 +9,16 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 typedef struct ssl_ctx_st SSL_CTX;
 
 namespace qs::test {
 
-/// A small HTTPS server on 127.0.0.1 (port 0) for tests of programs that fetch over HTTPS: a
-/// table of paths and canned responses, a record of the requests, and a way to stop a
-/// response half-way until the test lets it go on. Its certificate is issued by the trusted
-/// test CA (TestCertificates.h), so a client's real certificate check passes. Unknown paths
-/// get 404. One connection is served at a time, each closed after its response.
-///
-///     HTTPSServer server;
-///     server.route("/feed.json", {200, R"({"version":"2.0","url":"https://x"})"});
-///     fetch(server.url("/feed.json"));
-///     EXPECT_EQ(server.requests().at(0).headers.at("user-agent"), "App/1.0");
+/// An HTTPS server on 127.0.0.1 with canned responses by path (404 for the rest), a record of
+/// the requests, and a way to stop a response half-way until the test lets it go on. Its
+/// certificate comes from the trusted test CA, so a client's real check passes. One connection
+/// at a time, each closed after its response.
 class HTTPSServer {
 public:
     struct Response {
@@ -51,20 +46,16 @@ public:
     void release();
 
 private:
-    void serve();
     void answer(int connection);
 
     SSL_CTX* context_ = nullptr;
-    int listener_ = -1;
-    int wake_[2] = {-1, -1};
-    uint16_t port_ = 0;
     mutable std::mutex mutex_;
     std::condition_variable released_;
     bool releasedFlag_ = false;
     bool stopping_ = false;
     std::map<std::string, Response> routes_;
     std::vector<Request> requests_;
-    std::thread thread_;
+    std::optional<Loopback::Listener> listener_;
 };
 
 } // namespace qs::test

@@ -2,25 +2,17 @@
 
 #include "support/Loopback.h"
 
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <optional>
-#include <poll.h>
-#include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace qs::test {
 
 IMAPRelay::IMAPRelay(uint16_t serverPort) : serverPort_(serverPort) {
-    listener_ = Loopback::listen(port_, 16, "IMAPRelay");
-    if (::pipe2(wake_, O_CLOEXEC) != 0) {
-        std::string error = std::strerror(errno);
-        ::close(listener_);
-        throw std::runtime_error("IMAPRelay: " + error);
-    }
-    acceptor_ = std::thread([this] { acceptLoop(); });
+    // Only the accepting thread adds to the list, and the destructor stops it first.
+    listener_.emplace("IMAPRelay", [this](int client) {
+        connections_.emplace_back([this, client] { relay(client); });
+    });
 }
 
 IMAPRelay::~IMAPRelay() {
@@ -29,15 +21,9 @@ IMAPRelay::~IMAPRelay() {
         closing_ = true;
     }
     changed_.notify_all();
-    char byte = 0;
-    [[maybe_unused]] ssize_t written = ::write(wake_[1], &byte, 1);
-    acceptor_.join();
-    for (std::thread& connection : connections_) {
+    listener_->stop();
+    for (std::thread& connection : connections_)
         connection.join();
-    }
-    ::close(listener_);
-    ::close(wake_[0]);
-    ::close(wake_[1]);
 }
 
 void IMAPRelay::arm(std::string command, int occurrence, Action action) {
@@ -63,38 +49,13 @@ void IMAPRelay::letGo() {
     changed_.notify_all();
 }
 
-void IMAPRelay::acceptLoop() {
-    for (;;) {
-        pollfd fds[2] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return;
-        }
-        if (fds[1].revents != 0) {
-            return;
-        }
-        int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (client >= 0) {
-            // Only this thread adds to the list, and the destructor joins it first.
-            connections_.emplace_back([this, client] { relay(client); });
-        }
-    }
-}
-
+// Whether `line` is the armed command; counts it.
 bool IMAPRelay::matches(const std::string& line) {
     std::lock_guard guard(lock_);
-    size_t space = line.find(' ');
-    if (command_.empty() || space == std::string::npos ||
-        line.compare(space + 1, command_.size(), command_) != 0) {
-        return false;
-    }
-    char after = space + 1 + command_.size() < line.size() ? line[space + 1 + command_.size()] : 0;
-    if (after != ' ' && after != '\r' && after != '\n') {
-        return false;
-    }
-    return ++seen_ == occurrence_;
+    const size_t end = line.find(' ') + 1 + command_.size();
+    return !command_.empty() && line.find(' ') != std::string::npos &&
+           line.compare(end - command_.size(), command_.size(), command_) == 0 &&
+           end < line.size() && std::strchr(" \r\n", line[end]) && ++seen_ == occurrence_;
 }
 
 void IMAPRelay::relay(int client) {
@@ -102,31 +63,17 @@ void IMAPRelay::relay(int client) {
     // Client bytes not yet forwarded: commands go on a whole line at a time.
     std::string pending;
     char buffer[65536];
-    while (server >= 0) {
-        pollfd fds[3] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        if (::poll(fds, 3, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            break;
-        }
-        if (fds[2].revents != 0) {
-            break;
-        }
-        if (fds[1].revents != 0) {
+    for (int ready; server >= 0 && (ready = listener_->wait({client, server})) >= 0;) {
+        if (ready == 1) {
             ssize_t got = ::recv(server, buffer, sizeof buffer, 0);
             if (got <= 0 ||
-                !Loopback::sendAll(client, std::string_view(buffer, static_cast<size_t>(got)))) {
+                !Loopback::sendAll(client, std::string_view(buffer, static_cast<size_t>(got))))
                 break;
-            }
-        }
-        if (fds[0].revents == 0) {
             continue;
         }
         ssize_t got = ::recv(client, buffer, sizeof buffer, 0);
-        if (got <= 0) {
+        if (got <= 0)
             break;
-        }
         pending.append(buffer, static_cast<size_t>(got));
         bool cut = false;
         for (size_t end = pending.find('\n'); end != std::string::npos && !cut;
@@ -147,17 +94,14 @@ void IMAPRelay::relay(int client) {
                     break;
                 }
             }
-            if (!Loopback::sendAll(server, line)) {
+            if (!Loopback::sendAll(server, line))
                 cut = true;
-            }
         }
-        if (cut) {
+        if (cut)
             break;
-        }
     }
-    if (server >= 0) {
+    if (server >= 0)
         ::close(server);
-    }
     ::shutdown(client, SHUT_RDWR);
     ::close(client);
 }

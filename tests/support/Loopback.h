@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <string_view>
+#include <thread>
 
 namespace qs::test {
 
@@ -17,6 +20,33 @@ int connect(std::uint16_t port);
 std::uint16_t freePort();
 /// Sends all of `bytes`; false once the peer is gone.
 bool sendAll(int fd, std::string_view bytes);
+
+/// The accepting side of a test server: a thread that hands each connection on a free port to
+/// `serve`, one at a time (`serve` owns the socket), until `stop`. The owner stops it before
+/// anything `serve` uses goes away.
+class Listener {
+public:
+    Listener(std::string_view who, std::function<void(int)> serve);
+    ~Listener();
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    std::uint16_t port() const { return port_; }
+    /// Wakes every `wait` for good, and joins the accepting thread.
+    void stop();
+
+    static constexpr int timedOut = -1;
+    static constexpr int stopped = -2;
+    /// The index of the first of `fds` that can be read (or has hung up); `timedOut` after
+    /// `milliseconds` (-1: no limit); `stopped` once stopping.
+    int wait(std::initializer_list<int> fds, int milliseconds = -1) const;
+
+private:
+    int fd_ = -1;
+    int wake_[2] = {-1, -1};
+    std::uint16_t port_ = 0;
+    std::thread thread_;
+};
 
 } // namespace Loopback
 

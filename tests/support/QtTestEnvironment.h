@@ -4,11 +4,13 @@
 // program, and a private home so settings, Documents and keyrings of the machine are never
 // touched.
 
+#include "support/TemporaryDirectory.h"
+
 #include <QSettings>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
+#include <memory>
 #include <string>
 
 namespace qs::test {
@@ -20,29 +22,24 @@ public:
     QtTestEnvironment(const char* name, bool offscreen) : name_(name), offscreen_(offscreen) {}
 
     void SetUp() override {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / (std::string("qs-") + name_ + "-home-XXXXXX"))
-                .string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        home_ = pattern;
-        ::setenv("HOME", home_.c_str(), 1);
-        ::setenv("XDG_CONFIG_HOME", (home_ / ".config").c_str(), 1);
-        ::setenv("XDG_DATA_HOME", (home_ / ".local/share").c_str(), 1);
+        home_ = std::make_unique<TemporaryDirectory>();
+        const std::filesystem::path& home = home_->path();
+        ::setenv("HOME", home.c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
         if (offscreen_) {
-            ::setenv("XDG_RUNTIME_DIR", home_.c_str(), 1);
+            ::setenv("XDG_RUNTIME_DIR", home.c_str(), 1);
             ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
         }
         // No session bus: a test that reached the keyring by mistake fails instead of writing
         // to a real one. The Secret Service test's child runs on a bus of its own.
-        if (std::getenv("QS_SECRET_SERVICE_SESSION") == nullptr) {
+        if (std::getenv("QS_SECRET_SERVICE_SESSION") == nullptr)
             ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-        }
         for (auto variable : {"QUERNSTEAD_ARCHIVE_DIR", "QUERNSTEAD_CREDENTIALS_FILE",
-                              "QUERNSTEAD_DEMO_DIR", "QUERNSTEAD_SNAPSHOT_DIR"}) {
+                              "QUERNSTEAD_DEMO_DIR", "QUERNSTEAD_SNAPSHOT_DIR"})
             ::unsetenv(variable);
-        }
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                           QString::fromStdString((home_ / ".config").string()));
+                           QString::fromStdString((home / ".config").string()));
         static int argc = 1;
         static char* argv[] = {const_cast<char*>(name_), nullptr};
         application_ = new Application(argc, argv);
@@ -50,14 +47,13 @@ public:
 
     void TearDown() override {
         delete application_;
-        std::error_code ignored;
-        std::filesystem::remove_all(home_, ignored);
+        home_.reset();
     }
 
 private:
     const char* name_;
     bool offscreen_;
-    std::filesystem::path home_;
+    std::unique_ptr<TemporaryDirectory> home_;
     Application* application_ = nullptr;
 };
 

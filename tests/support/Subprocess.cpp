@@ -1,5 +1,6 @@
 #include "support/Subprocess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -13,23 +14,18 @@ namespace qs::test {
 
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input) {
     // A child that exits before reading all its input must not kill the test program.
-    static const bool pipeSignalIgnored = (::signal(SIGPIPE, SIG_IGN), true);
-    (void)pipeSignalIgnored;
+    [[maybe_unused]] static const auto ignored = ::signal(SIGPIPE, SIG_IGN);
     int in[2];
     int out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
         throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
-    }
     std::vector<char*> args;
-    for (const std::string& arg : argv) {
+    for (const std::string& arg : argv)
         args.push_back(const_cast<char*>(arg.c_str()));
-    }
     args.push_back(nullptr);
-
     pid_t pid = ::fork();
-    if (pid < 0) {
+    if (pid < 0)
         throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-    }
     if (pid == 0) {
         ::dup2(in[0], 0);
         ::dup2(out[1], 1);
@@ -44,41 +40,28 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
     ProcessResult result;
     size_t written = 0;
     int inFd = in[1];
-    if (input.empty()) {
-        ::close(inFd);
-        inFd = -1;
-    }
     for (;;) {
-        pollfd fds[2] = {{out[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
-        int ready = ::poll(fds, inFd >= 0 ? 2 : 1, -1);
-        if (ready < 0 && errno == EINTR) {
-            continue;
+        if (inFd >= 0 && written == input.size()) {
+            ::close(inFd);
+            inFd = -1;
         }
-        if (inFd >= 0 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+        pollfd fds[2] = {{out[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
+        if (::poll(fds, inFd >= 0 ? 2 : 1, -1) < 0)
+            continue; // interrupted
+        if (fds[1].revents & (POLLOUT | POLLERR | POLLHUP)) {
             ssize_t n = ::write(inFd, input.data() + written, input.size() - written);
-            if (n > 0) {
-                written += static_cast<size_t>(n);
-            }
-            if (n < 0 || written == input.size()) {
-                ::close(inFd);
-                inFd = -1;
-            }
+            written = n < 0 ? input.size() : written + static_cast<size_t>(n);
         }
         if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
             char chunk[65536];
             ssize_t n = ::read(out[0], chunk, sizeof chunk);
-            if (n < 0 && errno == EINTR) {
-                continue;
-            }
-            if (n <= 0) {
+            if (n == 0 || (n < 0 && errno != EINTR))
                 break;
-            }
-            result.output.append(chunk, static_cast<size_t>(n));
+            result.output.append(chunk, static_cast<size_t>(std::max<ssize_t>(n, 0)));
         }
     }
-    if (inFd >= 0) {
+    if (inFd >= 0)
         ::close(inFd);
-    }
     ::close(out[0]);
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -91,11 +74,10 @@ std::string runChecked(const std::vector<std::string>& argv, const std::string& 
     ProcessResult result = runProcess(argv, input);
     if (result.exitCode != 0) {
         std::string command;
-        for (const std::string& arg : argv) {
-            command += (command.empty() ? "" : " ") + arg;
-        }
-        throw std::runtime_error(command + " exited with " + std::to_string(result.exitCode) +
-                                 ": " + result.output);
+        for (const std::string& arg : argv)
+            command += arg + " ";
+        throw std::runtime_error(command + "exited with " + std::to_string(result.exitCode) + ": " +
+                                 result.output);
     }
     return result.output;
 }

@@ -2,22 +2,51 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <string>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace qs::test {
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qs-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path madeTemporary(const std::string& prefix) {
+    std::string pattern = (fs::temp_directory_path() / (prefix + "XXXXXX")).string();
+    if (::mkdtemp(pattern.data()) == nullptr)
         throw std::system_error(errno, std::generic_category(), "mkdtemp");
-    }
-    path_ = pattern;
+    return pattern;
 }
+
+} // namespace
+
+TemporaryDirectory::TemporaryDirectory() : path_(madeTemporary("qs-test-")) {}
 
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    fs::remove_all(path_, ignored);
+}
+
+fs::path ScratchFiles::makeSharedFolder(const char* prefix) {
+    fs::path folder = madeTemporary(prefix);
+    fs::permissions(folder, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                fs::perms::others_read | fs::perms::others_exec);
+    return folder;
+}
+
+void ScratchFiles::write(const fs::path& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!(out << text))
+        throw std::runtime_error("cannot write " + path.string());
+}
+
+std::string ScratchFiles::read(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
 
 } // namespace qs::test

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace qs::test {
 
@@ -18,5 +19,17 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+namespace ScratchFiles {
+
+/// A new folder below the temporary folder that every user may read: servers running under
+/// another uid (Dovecot's workers) read their configuration and chain from it.
+std::filesystem::path makeSharedFolder(const char* prefix);
+/// Writes `text` whole; throws std::runtime_error when it can't.
+void write(const std::filesystem::path& path, const std::string& text);
+/// The file's bytes, empty when it can't be read (a log that was never written).
+std::string read(const std::filesystem::path& path);
+
+} // namespace ScratchFiles
 
 } // namespace qs::test

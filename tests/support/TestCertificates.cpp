@@ -1,42 +1,32 @@
 #include "support/TestCertificates.h"
 
-#include "support/ScratchFiles.h"
 #include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <unistd.h>
 
 namespace qs::test {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// `openssl req` making a new P-256 key without a passphrase, then `more`.
+void newKey(std::vector<std::string> more) {
+    std::vector<std::string> command{
+        "openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"};
+    command.insert(command.end(), more.begin(), more.end());
+    runChecked(command);
+}
+
+} // namespace
+
 CertificateAuthority makeCA(const fs::path& folder, const std::string& name) {
     CertificateAuthority ca{folder / "ca.key", folder / "ca.pem"};
-    runChecked({"openssl",
-                "req",
-                "-x509",
-                "-newkey",
-                "ec",
-                "-pkeyopt",
-                "ec_paramgen_curve:prime256v1",
-                "-nodes",
-                "-keyout",
-                ca.key.string(),
-                "-out",
-                ca.certificate.string(),
-                "-days",
-                "3",
-                "-subj",
-                "/CN=" + name,
-                "-addext",
-                "basicConstraints=critical,CA:TRUE",
-                "-addext",
-                "keyUsage=critical,keyCertSign,cRLSign"});
+    newKey({"-x509", "-keyout", ca.key.string(), "-out", ca.certificate.string(), "-days", "3",
+            "-subj", "/CN=" + name, "-addext", "basicConstraints=critical,CA:TRUE", "-addext",
+            "keyUsage=critical,keyCertSign,cRLSign"});
     return ca;
 }
 
@@ -70,10 +60,8 @@ void issueServerCertificate(const CertificateAuthority& ca, const fs::path& fold
                                                    "\nbasicConstraints=CA:FALSE"
                                                    "\nkeyUsage=digitalSignature,keyEncipherment"
                                                    "\nextendedKeyUsage=serverAuth\n");
-    runChecked({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-                "-nodes", "-keyout", (folder / "server.key").string(), "-out",
-                (folder / "server.csr").string(), "-subj",
-                "/CN=" + (host.empty() ? std::string("127.0.0.1") : host)});
+    newKey({"-keyout", (folder / "server.key").string(), "-out", (folder / "server.csr").string(),
+            "-subj", "/CN=" + (host.empty() ? std::string("127.0.0.1") : host)});
     runChecked({"openssl", "x509", "-req", "-in", (folder / "server.csr").string(), "-CA",
                 ca.certificate.string(), "-CAkey", ca.key.string(), "-CAcreateserial", "-out",
                 (folder / "server.pem").string(), "-days", "3", "-extfile",

@@ -1,11 +1,11 @@
-#include "support/DemoMail.h"
+#include "demo/DemoMail.h"
 
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <string_view>
 
-namespace qs::test {
+namespace qs::demo {
 
 namespace {
 
@@ -337,4 +337,4 @@ std::vector<DemoMessage> DemoMail::generate(uint64_t seed, int count, int lastYe
     return messages;
 }
 
-} // namespace qs::test
+} // namespace qs::demo

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace qs::test {
+namespace qs::demo {
 
 /// One generated message and the mailbox it belongs in.
 struct DemoMessage {
@@ -36,4 +36,4 @@ public:
     static std::vector<DemoMessage> generate(uint64_t seed, int count = 600, int lastYear = 2025);
 };
 
-} // namespace qs::test
+} // namespace qs::demo
