@@ -89,8 +89,11 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
                           const Hooks& hooks) {
     // Taken before the load, so that a cache made from this index never claims a newer file.
     auto loadedStamp = SearchCacheLayout::FileStamp::of(indexFile);
-    Result result{SearchIndex::load(indexFile)};
+    Result result{SearchCache::loadIndex(SearchCache::beside(indexFile), indexFile)};
     auto& index = result.index;
+    if (hooks.loaded) {
+        hooks.loaded(index);
+    }
     auto files = walk(root);
     if (stop.stop_requested()) {
         return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include "search/MessageRecord.h"
 #include "search/SearchCacheLayout.h"
+#include "search/SearchIndex.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -11,8 +12,6 @@
 #include <vector>
 
 namespace qs {
-
-class SearchIndex;
 
 /// A derived, disposable copy of index.json made for searching from a cold start: the sorted
 /// tokens with their postings and the records, in a fixed binary layout that is mapped, not
@@ -68,6 +67,16 @@ public:
 
     /// The record of a rank below `count()`, or nothing when damaged or out of range.
     std::optional<MessageRecord> record(uint32_t rank) const noexcept;
+
+    /// The whole index the cache was derived from, built without parsing index.json: the
+    /// same live records under the same ids, the same tokens and, for live records, the
+    /// same postings. Nothing when damaged.
+    std::optional<SearchIndex> index() const noexcept;
+
+    /// The index of the index.json at `json`: from the cache at `cache` when that is fresh
+    /// and sound, else as `SearchIndex::load` reads it. Leaves the cache as it is.
+    static SearchIndex loadIndex(const std::filesystem::path& cache,
+                                 const std::filesystem::path& json) noexcept;
 
     /// Every record, newest first (the order of the window's list), or nothing when damaged.
     std::optional<std::vector<MessageRecord>> records() const;

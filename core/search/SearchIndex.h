@@ -72,6 +72,11 @@ public:
     /// Copies of all live records, in slot order.
     std::vector<MessageRecord> liveRecords() const;
 
+    /// The live records themselves, in slot order, shared rather than copied: a list built
+    /// from them costs no second copy of the vault's records. The index never changes a
+    /// record it has handed out.
+    std::vector<std::shared_ptr<const MessageRecord>> sharedRecords() const;
+
     /// Number of live records.
     size_t count() const { return byPath_.size(); }
 
@@ -127,7 +132,9 @@ private:
     void buildDateOrder() const;
     void rebuildByPath();
 
-    std::vector<std::unique_ptr<MessageRecord>> records_;
+    // Shared so that sharedRecords can hand them out; a record shared that way is copied
+    // before it changes (only compact changes one).
+    std::vector<std::shared_ptr<MessageRecord>> records_;
     // Keys view the path of the record they name; records never move, being heap objects.
     std::unordered_map<std::string_view, uint32_t> byPath_;
     TokenTable tokens_;

@@ -146,7 +146,10 @@ TEST(SearchIndex, CompactRenumbersInSlotOrder) {
     index.remove("m0.eml");
     index.remove("m3.eml");
     index.remove("m4.eml");
+    // Records handed out shared (a list holds them on another thread) never change.
+    auto handedOut = index.sharedRecords();
     index.compact();
+    EXPECT_EQ(handedOut[2]->id, 5) << "compact copies a shared record before renumbering it";
     auto live = index.liveRecords();
     ASSERT_EQ(live.size(), 3u);
     EXPECT_EQ(live[0].path, "m1.eml");
