@@ -5,13 +5,16 @@
 #include "support/AtomicFile.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace qs {
@@ -41,8 +44,9 @@ struct SearchCache::Mapping {
     size_t size = 0;
     Header header{};
     const char* sums = nullptr;
-    // One bit per data page, set once the page has matched its checksum.
-    mutable std::vector<uint64_t> verified;
+    // One bit per data page, set once the page has matched its checksum. Atomic, so that
+    // a whole-index load can read two sections at once (a page checked twice is harmless).
+    mutable std::vector<std::atomic<uint64_t>> verified;
 
     ~Mapping() {
         if (base != nullptr) {
@@ -53,13 +57,13 @@ struct SearchCache::Mapping {
     void verify(uint64_t page) const {
         auto& word = verified[page >> 6];
         uint64_t bit = uint64_t(1) << (page & 63);
-        if ((word & bit) != 0) {
+        if ((word.load(std::memory_order_relaxed) & bit) != 0) {
             return;
         }
         uint32_t expected = 0;
         std::memcpy(&expected, sums + (page - 1) * 4, 4);
         require(checksum({base + page * pageSize, pageSize}) == expected);
-        word |= bit;
+        word.fetch_or(bit, std::memory_order_relaxed);
     }
 
     /// `length` bytes at `offset` within section `s`, their pages verified.
@@ -201,7 +205,7 @@ std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
                 h.postings.length % 4 == 0);
         mapping->sums = mapping->base + sums.offset;
         require(checksum({mapping->sums, size_t(sums.length)}) == h.pageSumsChecksum);
-        mapping->verified.assign(size_t(dataEnd / pageSize / 64 + 1), 0);
+        mapping->verified = std::vector<std::atomic<uint64_t>>(size_t(dataEnd / pageSize / 64 + 1));
         ::madvise(base, size, MADV_RANDOM);
         return SearchCache(std::move(mapping));
     } catch (...) {
@@ -274,45 +278,80 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
             idOfRank[rank] = uint32_t(id);
             slots = std::max(slots, uint64_t(id) + 1);
         }
+        // Fills the tokens and their postings (ascending ids) from the token sections.
+        auto readPostings = [&m, &h, &idOfRank, count](
+                                TokenTable& tokens, std::vector<std::vector<uint32_t>>& postings) {
+            // Tokens come sorted and distinct (checked), which is the order index.json keeps too.
+            uint64_t postingCount = h.postings.length / 4;
+            tokens.reserve(size_t(h.tokenCount), size_t(h.tokenText.length));
+            postings.reserve(size_t(h.tokenCount));
+            std::string_view previous;
+            for (uint64_t t = 0; t < h.tokenCount; ++t) {
+                auto text = m.tokenText(t);
+                require(!text.empty() && (t == 0 || previous < text));
+                previous = text;
+                tokens.appendUnchecked(text);
+                auto ranks = m.postings(t, postingCount);
+                auto& ids = postings.emplace_back(ranks.size() / 4);
+                for (size_t i = 0; i < ids.size(); ++i) {
+                    uint32_t rank = 0;
+                    std::memcpy(&rank, ranks.data() + i * 4, 4);
+                    require(rank < count);
+                    ids[i] = idOfRank[rank];
+                }
+                std::sort(ids.begin(), ids.end());
+                if (t % 4096 == 4095) {
+                    uint64_t next = m.item<TokenEntry>(h.tokens, t + 1).postingStart;
+                    m.release(h.postings, next * 4);
+                }
+            }
+            tokens.finishAppending();
+        };
         SearchIndex index;
+        // The tokens and their postings are read on a second thread while this one reads the
+        // records: the two halves share nothing but the mapping and take about as long.
+        std::exception_ptr tokenFailure;
+        auto readTokens = [&]() noexcept {
+            try {
+                readPostings(index.tokens_, index.postings_);
+            } catch (...) {
+                tokenFailure = std::current_exception();
+            }
+        };
+        std::thread tokenReader;
+        try {
+            tokenReader = std::thread(readTokens);
+        } catch (const std::system_error&) {
+            readTokens();
+        }
+        struct Joiner {
+            std::thread& thread;
+            ~Joiner() {
+                if (thread.joinable()) {
+                    thread.join();
+                }
+            }
+        } joiner{tokenReader};
         index.records_.resize(size_t(slots));
         index.byPath_.reserve(count);
         for (size_t rank = 0; rank < count; ++rank) {
             auto& slot = index.records_[idOfRank[rank]];
             require(!slot);
             slot = std::make_shared<MessageRecord>(m.record(uint32_t(rank)));
-            require(index.byPath_.emplace(slot->path, idOfRank[rank]).second);
+            require(index.byPath_.assign(slot->path, idOfRank[rank], index.pathReader()) ==
+                    PathTable::npos);
             if (rank % 4096 == 4095) {
                 m.release(h.records, (rank + 1) * sizeof(RecordEntry));
                 m.release(h.recordText, m.item<RecordEntry>(h.records, rank).textOffset);
             }
         }
 
-        // Tokens come sorted and distinct (checked), which is the order index.json keeps too.
-        uint64_t postingCount = h.postings.length / 4;
-        index.tokens_.reserve(size_t(h.tokenCount), size_t(h.tokenText.length));
-        index.postings_.reserve(size_t(h.tokenCount));
-        std::string_view previous;
-        for (uint64_t t = 0; t < h.tokenCount; ++t) {
-            auto text = m.tokenText(t);
-            require(!text.empty() && (t == 0 || previous < text));
-            previous = text;
-            index.tokens_.appendUnchecked(text);
-            auto ranks = m.postings(t, postingCount);
-            auto& ids = index.postings_.emplace_back(ranks.size() / 4);
-            for (size_t i = 0; i < ids.size(); ++i) {
-                uint32_t rank = 0;
-                std::memcpy(&rank, ranks.data() + i * 4, 4);
-                require(rank < count);
-                ids[i] = idOfRank[rank];
-            }
-            std::sort(ids.begin(), ids.end());
-            if (t % 4096 == 4095) {
-                uint64_t next = m.item<TokenEntry>(h.tokens, t + 1).postingStart;
-                m.release(h.postings, next * 4);
-            }
+        if (tokenReader.joinable()) {
+            tokenReader.join();
         }
-        index.tokens_.finishAppending();
+        if (tokenFailure) {
+            return std::nullopt;
+        }
         std::vector<uint32_t> order(index.tokens_.size());
         for (uint32_t n = 0; n < order.size(); ++n) {
             order[n] = n;

@@ -60,7 +60,7 @@ void SearchIndex::add(MessageRecord record, std::string_view text) {
     auto id = uint32_t(records_.size());
     record.id = id;
     records_.push_back(std::make_shared<MessageRecord>(std::move(record)));
-    byPath_.emplace(records_.back()->path, id);
+    byPath_.assign(records_.back()->path, id, pathReader());
 
     Tokenizer::forEachToken(text, [&](std::string_view token) {
         bool isNew = false;
@@ -80,18 +80,15 @@ void SearchIndex::add(MessageRecord record, std::string_view text) {
 }
 
 void SearchIndex::remove(std::string_view path) {
-    auto found = byPath_.find(path);
-    if (found == byPath_.end()) {
-        return;
+    uint32_t id = byPath_.erase(path, pathReader());
+    if (id != PathTable::npos) {
+        records_[id].reset();
     }
-    uint32_t id = found->second;
-    byPath_.erase(found);
-    records_[id].reset();
 }
 
 const MessageRecord* SearchIndex::record(std::string_view path) const {
-    auto found = byPath_.find(path);
-    return found == byPath_.end() ? nullptr : records_[found->second].get();
+    uint32_t id = byPath_.find(path, pathReader());
+    return id == PathTable::npos ? nullptr : records_[id].get();
 }
 
 const MessageRecord* SearchIndex::slot(int64_t id) const {
@@ -280,7 +277,7 @@ void SearchIndex::rebuildByPath() {
     byPath_.reserve(records_.size());
     for (uint32_t id = 0; id < records_.size(); ++id) {
         if (records_[id]) {
-            byPath_[records_[id]->path] = id;
+            byPath_.assign(records_[id]->path, id, pathReader());
         }
     }
 }
@@ -303,7 +300,8 @@ std::map<std::string, std::vector<int64_t>> SearchIndex::allPostings() const {
 }
 
 size_t SearchIndex::memoryUsage() const {
-    size_t bytes = tokens_.memoryUsage() + postings_.capacity() * sizeof(postings_[0]);
+    size_t bytes =
+        tokens_.memoryUsage() + postings_.capacity() * sizeof(postings_[0]) + byPath_.memoryUsage();
     for (const auto& list : postings_) {
         bytes += list.capacity() * sizeof(uint32_t);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "search/MessageRecord.h"
+#include "search/PathTable.h"
 #include "search/TokenTable.h"
 
 #include <cstdint>
@@ -11,7 +12,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace qs {
@@ -131,12 +131,18 @@ private:
     const std::vector<uint32_t>& sortedTokens() const;
     void buildDateOrder() const;
     void rebuildByPath();
+    std::string_view pathOf(uint32_t id) const { return records_[id]->path; }
+    auto pathReader() const {
+        return [this](uint32_t id) {
+            return pathOf(id);
+        };
+    }
 
     // Shared so that sharedRecords can hand them out; a record shared that way is copied
     // before it changes (only compact changes one).
     std::vector<std::shared_ptr<MessageRecord>> records_;
-    // Keys view the path of the record they name; records never move, being heap objects.
-    std::unordered_map<std::string_view, uint32_t> byPath_;
+    // Live records by path.
+    PathTable byPath_;
     TokenTable tokens_;
     std::vector<std::vector<uint32_t>> postings_;
 

@@ -390,12 +390,9 @@ bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) n
         index.byPath_.reserve(index.records_.size());
         for (uint32_t id = 0; id < index.records_.size(); ++id) {
             if (auto& r = index.records_[id]) {
-                auto [at, inserted] = index.byPath_.try_emplace(r->path, id);
-                if (!inserted) {
-                    uint32_t earlier = at->second;
-                    index.byPath_.erase(at);
+                uint32_t earlier = index.byPath_.assign(r->path, id, index.pathReader());
+                if (earlier != PathTable::npos) {
                     index.records_[earlier].reset();
-                    index.byPath_.emplace(r->path, id);
                 }
             }
         }

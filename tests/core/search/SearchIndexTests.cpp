@@ -1,6 +1,8 @@
 #include "search/SearchIndex.h"
 
 #include <gtest/gtest.h>
+#include <map>
+#include <random>
 
 namespace qs {
 namespace {
@@ -166,6 +168,38 @@ TEST(SearchIndex, CompactRenumbersInSlotOrder) {
     index.add(recordAt("m6.eml", 6), "common");
     EXPECT_EQ(index.record("m6.eml")->id, 3);
     EXPECT_EQ(index.search("common").size(), 4u);
+}
+
+// Paths are looked up through an open-addressing table: thousands of adds, removals and
+// re-adds (long probe runs, removals inside them) must agree with a plain map throughout.
+TEST(SearchIndex, FindsEveryLivePathThroughAddsAndRemovals) {
+    SearchIndex index;
+    std::map<std::string, bool> live;
+    std::mt19937 random(11);
+    for (int step = 0; step < 20'000; ++step) {
+        std::string path = "a/" + std::to_string(random() % 3000) + ".eml";
+        if (random() % 3 == 0) {
+            index.remove(path);
+            live[path] = false;
+        } else {
+            index.add(recordAt(path, step), "word");
+            live[path] = true;
+        }
+        if (step % 5000 == 4999 && index.needsCompaction()) {
+            index.compact();
+        }
+    }
+    size_t count = 0;
+    for (const auto& [path, isLive] : live) {
+        const MessageRecord* found = index.record(path);
+        ASSERT_EQ(found != nullptr, isLive) << path;
+        if (found != nullptr) {
+            EXPECT_EQ(found->path, path);
+            EXPECT_EQ(index.slot(found->id), found);
+            ++count;
+        }
+    }
+    EXPECT_EQ(index.count(), count);
 }
 
 TEST(SearchIndex, SearchAfterRemovalSkipsTheTombstoneWithoutRebuilding) {
