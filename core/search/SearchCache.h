@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -49,6 +50,12 @@ public:
     static void write(const SearchIndex& index, const std::filesystem::path& cache,
                       const SearchCacheLayout::FileStamp& json);
 
+    /// Saves `index` to `json` as `SearchIndex::save` does and writes its cache beside it, the
+    /// two at once on two threads; the cache is stamped once index.json is in place, and not
+    /// kept when the save fails. Throws what the save throws; a failed cache write is left
+    /// to the next reader to rebuild.
+    static void save(const SearchIndex& index, const std::filesystem::path& json);
+
     /// Loads index.json and writes its cache, stamped with the identity the JSON file had
     /// before the load (a save racing the load leaves the cache stale, not wrong).
     /// Throws std::system_error when index.json can't be read or the cache can't be written.
@@ -87,6 +94,12 @@ public:
 private:
     struct Mapping;
     explicit SearchCache(std::unique_ptr<Mapping> mapping);
+
+    /// `write`, with the stamp asked for once the rest is written; nothing is kept when
+    /// there is none.
+    static void
+    writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
+                 const std::function<std::optional<SearchCacheLayout::FileStamp>()>& stampAtEnd);
 
     std::unique_ptr<Mapping> mapping_;
 };

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <future>
 #include <string>
+#include <thread>
 
 namespace qs {
 
@@ -91,6 +93,49 @@ Section place(PageWriter& out, std::string_view bytes) {
 
 void SearchCache::write(const SearchIndex& index, const std::filesystem::path& cache,
                         const FileStamp& json) {
+    writeStamped(index, cache, [&] { return std::optional(json); });
+}
+
+void SearchCache::save(const SearchIndex& index, const std::filesystem::path& json) {
+    if (json.has_parent_path()) {
+        std::filesystem::create_directories(json.parent_path());
+    }
+    // Built here, before two threads read the index: it is a lazily filled cache.
+    index.sortedTokens();
+    std::promise<std::optional<FileStamp>> saved;
+    auto stamp = saved.get_future();
+    auto writeCache = [&]() noexcept {
+        try {
+            writeStamped(index, beside(json), [&] { return stamp.get(); });
+        } catch (...) {
+            // Rebuilt from index.json by the next reader that finds it missing or stale.
+        }
+    };
+    std::thread cacheWriter;
+    try {
+        cacheWriter = std::thread(writeCache);
+    } catch (const std::system_error&) {
+        // Written after the save instead.
+    }
+    try {
+        index.save(json);
+        saved.set_value(FileStamp::of(json));
+    } catch (...) {
+        saved.set_value(std::nullopt);
+        if (cacheWriter.joinable()) {
+            cacheWriter.join();
+        }
+        throw;
+    }
+    if (cacheWriter.joinable()) {
+        cacheWriter.join();
+    } else {
+        writeCache();
+    }
+}
+
+void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
+                               const std::function<std::optional<FileStamp>()>& stampAtEnd) {
     // Ranks: live records newest first, ties by the later slot first, as the index orders
     // its own results; tombstones get no rank and drop out of the postings.
     std::vector<std::pair<int64_t, uint32_t>> order;
@@ -151,7 +196,6 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
     std::memcpy(h.magic, magic, sizeof magic);
     h.version = version;
     h.pageSize = uint32_t(pageSize);
-    h.json = json;
     h.recordCount = order.size();
     h.tokenCount = tokenCount;
     h.tokens = place(out, tokens);
@@ -195,6 +239,12 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
         }
     }
 
+    // The stamp last: it may be the identity of an index.json still being written meanwhile.
+    auto json = stampAtEnd();
+    if (!json) {
+        return;
+    }
+    h.json = *json;
     h.pageSums = out.finish();
     h.pageSumsChecksum = out.sumsChecksum();
     h.fileSize = h.pageSums.offset + h.pageSums.length;
