@@ -52,9 +52,10 @@ struct Result {
 
 /// Loads the index at `indexFile` (through its search cache when that is fresh), drops the records
 /// whose files are gone, reads the new and changed files in ascending path order, and when anything
-/// changed compacts (when dead slots call for it) and saves the index, ignoring a failed save. An
-/// unreadable file is left out and tried again next time. Nothing when `stop` was requested:
-/// checked once per file, and a cancelled scan saves nothing.
+/// changed compacts (when dead slots call for it) and saves the index with its search cache,
+/// ignoring a failed save; an unchanged index gets its cache written when that is missing or
+/// stale. An unreadable file is left out and tried again next time. Nothing when `stop` was
+/// requested: checked once per file, and a cancelled scan saves nothing.
 std::optional<Result> run(const std::filesystem::path& root, const std::filesystem::path& indexFile,
                           std::stop_token stop, const Hooks& hooks = {});
 
