@@ -4,7 +4,8 @@
 // memory, and how soon its list can show from the cache; and the cost of saving after 100 new
 // messages. Prints figures; asserts nothing.
 //
-//   bench_search_cache --messages N [--data DIR] [--files] [--runs R]
+//   bench_search_cache --messages N [--data DIR] [--files] [--runs R] [--open-runs R]
+//                      [--no-search]
 //
 // The vault is made once under DIR (default /work/bench-data) and reused. With --files the
 // messages are written as files and indexed by a scan (needed for notmuch); without, only
@@ -12,6 +13,7 @@
 #include "LargeVault.h"
 #include "search/SearchCache.h"
 #include "search/SearchIndex.h"
+#include "search/SearchIndexCoder.h"
 
 #include <algorithm>
 #include <chrono>
@@ -21,6 +23,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <span>
 #include <spawn.h>
 #include <string>
 #include <sys/resource.h>
@@ -107,6 +110,17 @@ qs::SearchIndex buildInMemory(int count) {
     return index;
 }
 
+/// Processor seconds (user and system) this process has used so far: on a busy machine a
+/// steadier figure than the wall clock.
+double processorSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](const timeval& t) {
+        return double(t.tv_sec) + double(t.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 /// Peak resident memory of this process's own image (VmHWM): unlike the rusage figure, not
 /// inherited from a large parent across the spawn.
 double peakMegabytes() {
@@ -121,12 +135,16 @@ double peakMegabytes() {
 }
 
 // The children below print their own figures to standard error, as one line each.
-int openAsTheWindowDoes(const fs::path& json) {
+// The window's scan loads the index (from the cache when fresh) and lists the very records
+// it holds; --open-json takes the path taken without a sound cache.
+int openAsTheWindowDoes(const fs::path& json, bool fromCache) {
     auto start = Clock::now();
-    auto index = qs::SearchIndex::load(json);
-    auto records = index.liveRecords();
-    std::fprintf(stderr, "  open (%zu records)            %8.2f s, peak %.0f MB\n", records.size(),
-                 secondsSince(start), peakMegabytes());
+    auto index = fromCache ? qs::SearchCache::loadIndex(qs::SearchCache::beside(json), json)
+                           : qs::SearchIndex::load(json);
+    auto records = index.sharedRecords();
+    std::fprintf(stderr, "  open %-10s (%zu records) %6.2f s (%.2f s processor), peak %.0f MB\n",
+                 fromCache ? "from cache" : "from JSON", records.size(), secondsSince(start),
+                 processorSeconds(), peakMegabytes());
     return 0;
 }
 
@@ -144,12 +162,16 @@ int listFromTheCache(const fs::path& json) {
 int main(int argc, char** argv) {
     int count = 20'000;
     int runs = 30;
+    int openRuns = 3;
+    bool searches = true;
     bool files = false;
     fs::path data = "/work/bench-data";
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--open" && i + 1 < argc) {
-            return openAsTheWindowDoes(argv[++i]);
+            return openAsTheWindowDoes(argv[++i], true);
+        } else if (a == "--open-json" && i + 1 < argc) {
+            return openAsTheWindowDoes(argv[++i], false);
         } else if (a == "--list-from-cache" && i + 1 < argc) {
             return listFromTheCache(argv[++i]);
         } else if (a == "--messages" && i + 1 < argc) {
@@ -158,6 +180,10 @@ int main(int argc, char** argv) {
             runs = std::atoi(argv[++i]);
         } else if (a == "--data" && i + 1 < argc) {
             data = argv[++i];
+        } else if (a == "--open-runs" && i + 1 < argc) {
+            openRuns = std::max(1, std::atoi(argv[++i]));
+        } else if (a == "--no-search") {
+            searches = false;
         } else if (a == "--files") {
             files = true;
         }
@@ -199,8 +225,11 @@ int main(int argc, char** argv) {
                              {"common word", "body", "body"},
                              {"prefix", "inv", "inv*"},
                              {"two words", "invoice meeting", "invoice and meeting"}};
-    std::printf("\ncold-process search, --limit 20, %d runs each (p50 / p99 ms, matches)\n", runs);
-    for (const auto& q : queries) {
+    if (searches) {
+        std::printf("\ncold-process search, --limit 20, %d runs each (p50 / p99 ms, matches)\n",
+                    runs);
+    }
+    for (const auto& q : searches ? std::span(queries) : std::span<const Query>()) {
         auto answer = qs::SearchCache::answer(cache, json, q.ours, 20);
         std::vector<double> samples;
         for (int r = 0; r < runs; ++r) {
@@ -213,7 +242,7 @@ int main(int argc, char** argv) {
                     answer ? answer->found : 0);
     }
 
-    if (files && std::system("command -v notmuch >/dev/null 2>&1") == 0) {
+    if (searches && files && std::system("command -v notmuch >/dev/null 2>&1") == 0) {
         fs::path home = data / ("notmuch-" + std::to_string(count));
         fs::create_directories(home);
         fs::path config = home / "config";
@@ -236,29 +265,59 @@ int main(int argc, char** argv) {
         }
     }
 
-    std::printf("\nthe window's index open (a fresh process loading index.json)\n");
+    std::printf("\nthe window's index open (a fresh process each), %d runs\n", openRuns);
     std::fflush(stdout);
-    spawn({"/proc/self/exe", "--open", json.string()}, {}, true);
-    spawn({"/proc/self/exe", "--list-from-cache", json.string()}, {}, true);
+    for (const char* how : {"--open", "--open-json", "--list-from-cache"}) {
+        for (int r = 0; r < openRuns; ++r) {
+            spawn({"/proc/self/exe", how, json.string()}, {}, true);
+        }
+    }
 
-    std::printf("\nsaving after 100 new messages\n");
+    // What the scan does after a backup filed 100 new messages: the index loaded, the records
+    // added, index.json saved (streamed, flushed to the disk, renamed) and its cache written,
+    // each alone and then both as the scan does it.
+    std::printf("\nsaving after 100 new messages, %d runs (median)\n", openRuns);
     if (index.count() == 0) {
-        index = qs::SearchIndex::load(json);
+        index = qs::SearchCache::loadIndex(cache, json);
     }
     for (int i = count; i < count + 100; ++i) {
         auto entry = qs::SearchIndex::makeRecord(qs::bench::largeVaultMessage(i), messagePath(i),
                                                  1'700'000'000.0 + i);
         index.add(std::move(entry.record), entry.text);
     }
-    fs::path scratch = vault / ".quernstead" / "index-saved.json";
-    start = Clock::now();
-    index.save(scratch);
-    std::printf("  index.json rewritten               %8.2f s\n", secondsSince(start));
-    auto stamp = qs::SearchCacheLayout::FileStamp::of(scratch);
-    start = Clock::now();
-    qs::SearchCache::write(index, qs::SearchCache::beside(scratch) += ".saved", *stamp);
-    std::printf("  cache rewritten                    %8.2f s\n", secondsSince(start));
-    fs::remove(scratch);
-    fs::remove(qs::SearchCache::beside(scratch) += ".saved");
+    // A folder of its own, so that the vault's own index.cache is never the one written.
+    fs::path scratchFolder = vault / ".quernstead" / "save-scratch";
+    fs::path scratch = scratchFolder / "index.json";
+    fs::path scratchCache = scratchFolder / "alone.cache";
+    std::vector<double> encodes, saves, caches, together;
+    size_t bytes = 0;
+    for (int r = 0; r < openRuns; ++r) {
+        start = Clock::now();
+        bytes = 0;
+        qs::SearchIndexCoder::encode(index, [&](std::string_view piece) { bytes += piece.size(); });
+        encodes.push_back(secondsSince(start));
+        start = Clock::now();
+        index.save(scratch);
+        saves.push_back(secondsSince(start));
+        auto stamp = qs::SearchCacheLayout::FileStamp::of(scratch);
+        start = Clock::now();
+        qs::SearchCache::write(index, scratchCache, *stamp);
+        caches.push_back(secondsSince(start));
+        start = Clock::now();
+        qs::SearchCache::save(index, scratch);
+        together.push_back(secondsSince(start));
+        if (!qs::SearchCache::open(qs::SearchCache::beside(scratch), scratch)) {
+            std::printf("  (the cache written with the save is not sound)\n");
+        }
+    }
+    auto median = [](const std::vector<double>& samples) {
+        return percentiles(samples).p50 / 1000;
+    };
+    std::printf("  encoding the JSON alone            %8.2f s, %.0f MB\n", median(encodes),
+                double(bytes) / 1e6);
+    std::printf("  index.json rewritten (flushed)     %8.2f s\n", median(saves));
+    std::printf("  cache rewritten                    %8.2f s\n", median(caches));
+    std::printf("  both, as a scan saves (2 threads)  %8.2f s\n", median(together));
+    fs::remove_all(scratchFolder);
     return 0;
 }

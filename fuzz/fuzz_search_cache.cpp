@@ -1,5 +1,6 @@
 // Any damage to a search cache must end in a refused open or a call that returns nothing,
-// never a crash, an out-of-range rank or a record that isn't whole. Random bytes would fail
+// never a crash, an out-of-range rank, a record that isn't whole or an index that doesn't
+// hold together. Random bytes would fail
 // the checksums at once, so the input is read as edits to a sound cache (pairs of a 4-byte
 // offset and a byte to store there; a trailing pair's offset also cuts the file), after which
 // the checksums are made right again: what is fuzzed is the reader's own checking.
@@ -114,6 +115,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             check(k == 0 || (*ranks)[k - 1] < (*ranks)[k]);
             if (auto record = cache->record((*ranks)[k])) {
                 check(!record->senderFlag || record->senderFlag->size() <= bytes.size());
+            }
+        }
+    }
+    // The whole-index load: whatever it accepts must be an index that holds together (every
+    // live record found by its path in its own slot, searches naming live records only).
+    if (auto index = cache->index()) {
+        for (const auto& r : index->liveRecords()) {
+            const auto* found = index->record(r.path);
+            check(found != nullptr && index->slot(found->id) == found);
+        }
+        for (const char* query : {"invoice", "inv 12", "meeting word1"}) {
+            for (const auto* r : index->search(query)) {
+                check(index->slot(r->id) == r);
             }
         }
     }

@@ -168,8 +168,8 @@ public:
     void reloadArchive();
 
     /// Whether a scan that finds the list empty first shows the records of the index as last
-    /// saved, from the search cache (on by default: a window sees its list at once). A program
-    /// that waits for the scan's end anyway turns it off and saves the read.
+    /// saved, once loaded (on by default: a window sees its list before the walk of the files).
+    /// A program that waits for the scan's end anyway turns it off and saves the work.
     void setListFromCacheFirst(bool enabled) { listFromCacheFirst_ = enabled; }
     /// A scan was started and hasn't published its end yet (it may not have counted the files
     /// yet either, so `indexing` can still be empty).
@@ -449,7 +449,7 @@ private:
     /// The problem told for chosen folders the server no longer lists.
     static FriendlyError::Message vanishedProblem(const MailAccount& account,
                                                   const std::vector<std::string>& vanished);
-    void backupSucceeded(const UUID& accountId, bool wroteFiles);
+    void backupSucceeded(const UUID& accountId);
     void setBackupProblem(const std::string& label, FriendlyError::Message message);
     /// Runs on the check's worker thread: verifies the plan round by round, publishing each.
     static void verifyProgressively(QPointer<AppStore> store, CleanupPlan plan,

@@ -112,11 +112,10 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                     },
                     stop);
                 newTotal += summary.newMessages;
-                bool wrote = summary.newMessages + summary.relinked + summary.repaired > 0;
-                vaultChanged = vaultChanged || wrote;
+                vaultChanged =
+                    vaultChanged || summary.newMessages + summary.relinked + summary.repaired > 0;
                 repairedTotal += summary.repaired;
-                MainThread::post(
-                    store, [id = account.id, wrote](AppStore& s) { s.backupSucceeded(id, wrote); });
+                MainThread::post(store, [id = account.id](AppStore& s) { s.backupSucceeded(id); });
                 if (!summary.vanished.empty()) {
                     MainThread::post(store, [account, vanished = summary.vanished](AppStore& s) {
                         s.setBackupProblem(account.label, vanishedProblem(account, vanished));
@@ -130,7 +129,6 @@ void AppStore::backUpNow(std::optional<MailAccount> only) {
                     FriendlyError::describe(std::current_exception(), account.server.host);
                 MainThread::post(store, [label = account.label, message](AppStore& s) {
                     s.setBackupProblem(label, message);
-                    s.reloadArchive();
                 });
             }
         }
@@ -159,18 +157,15 @@ FriendlyError::Message AppStore::vanishedProblem(const MailAccount& account,
             "account’s folders again to back up what it became."};
 }
 
-void AppStore::backupSucceeded(const UUID& accountId, bool wroteFiles) {
+void AppStore::backupSucceeded(const UUID& accountId) {
     auto found = std::ranges::find(accounts_, accountId, &MailAccount::id);
     if (found != accounts_.end()) {
         found->lastBackup = std::chrono::system_clock::now();
         saveAccounts();
         emit accountsChanged();
     }
-    // A run that filed nothing leaves the index as it is: a rescan would walk the whole vault
-    // and load the whole index to find no change.
-    if (wroteFiles) {
-        reloadArchive();
-    }
+    // The index is brought up to date once, when the whole run finishes (finishBackup), not
+    // per account: each rescan loads and saves the whole index.
 }
 
 void AppStore::setBackupProblem(const std::string& label, FriendlyError::Message message) {

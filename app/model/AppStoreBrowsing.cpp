@@ -5,7 +5,6 @@
 
 #include "model/ArchiveScan.h"
 #include "model/Fmt.h"
-#include "search/SearchCache.h"
 
 #include <QCoreApplication>
 #include <QLocale>
@@ -89,23 +88,24 @@ void AppStore::reloadArchive() {
     auto stop = source.get_token();
     bool listEmpty = listFromCacheFirst_ && catalog_->records.empty();
     QThreadPool::globalInstance()->start([store, layout, accounts, stop, listEmpty] {
-        // An empty list (a launch) shows the records of the index as last saved at once, read
-        // from the search cache, while the scan loads the whole index and reconciles it.
+        ArchiveScan::Hooks hooks;
+        // An empty list (a launch) shows the records of the index as last saved as soon as it
+        // is loaded (from the search cache when fresh), while the scan reconciles it; the
+        // list shares the index's records rather than holding a copy of them.
         if (listEmpty) {
-            auto json = layout.indexURL();
-            auto cache = SearchCache::open(SearchCache::beside(json), json);
-            auto records = cache ? cache->records() : std::nullopt;
-            if (records && !records->empty()) {
+            hooks.loaded = [&](const SearchIndex& index) {
+                if (index.count() == 0) {
+                    return;
+                }
                 auto catalog = std::make_shared<const RecordCatalog>(
-                    RecordCatalog::build(std::move(*records)));
+                    RecordCatalog::build(index.sharedRecords()));
                 hop(store, stop, [catalog](AppStore& s) {
                     if (s.catalog_->records.empty()) {
                         s.publishCatalog(catalog);
                     }
                 });
-            }
+            };
         }
-        ArchiveScan::Hooks hooks;
         hooks.started = [&](size_t total) {
             hop(store, stop, [total](AppStore& s) {
                 s.setIndexing(total == 0 ? std::nullopt : std::optional(Indexing{0, total}));
@@ -118,7 +118,7 @@ void AppStore::reloadArchive() {
                 published + std::max(ArchiveScan::publishEvery, published / interimGrowthDivisor)) {
                 published = index.count();
                 catalog = std::make_shared<const RecordCatalog>(
-                    RecordCatalog::build(index.liveRecords()));
+                    RecordCatalog::build(index.sharedRecords()));
             }
             hop(store, stop, [done, total, catalog](AppStore& s) {
                 s.setIndexing(Indexing{done, total});
@@ -132,7 +132,7 @@ void AppStore::reloadArchive() {
             return;
         }
         auto catalog = std::make_shared<const RecordCatalog>(
-            RecordCatalog::build(result->index.liveRecords()));
+            RecordCatalog::build(result->index.sharedRecords()));
         // Read here rather than in the hop: an account's sync file can be large.
         auto sizes = std::make_shared<std::map<std::string, int64_t>>(
             AppStore::readServerSizes(layout, accounts));

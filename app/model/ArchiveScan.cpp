@@ -89,8 +89,11 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
                           const Hooks& hooks) {
     // Taken before the load, so that a cache made from this index never claims a newer file.
     auto loadedStamp = SearchCacheLayout::FileStamp::of(indexFile);
-    Result result{SearchIndex::load(indexFile)};
+    Result result{SearchCache::loadIndex(SearchCache::beside(indexFile), indexFile)};
     auto& index = result.index;
+    if (hooks.loaded) {
+        hooks.loaded(index);
+    }
     auto files = walk(root);
     if (stop.stop_requested()) {
         return std::nullopt;
@@ -143,29 +146,28 @@ std::optional<Result> run(const fs::path& root, const fs::path& indexFile, std::
         return std::nullopt;
     }
 
-    bool fresh = !result.changed;
+    auto cache = SearchCache::beside(indexFile);
     if (result.changed) {
         if (index.needsCompaction()) {
             index.compact();
         }
         try {
-            index.save(indexFile);
-            fresh = true;
+            // The search cache follows the index file it was made from, never an index that
+            // failed to save; it is written alongside the save.
+            if (index.count() > 0) {
+                SearchCache::save(index, indexFile);
+            } else {
+                index.save(indexFile);
+            }
         } catch (const std::exception&) {
             // The index is a cache: the next scan rebuilds what this one couldn't keep.
         }
-    }
-    // The search cache follows the index file it was made from, never an index that failed to
-    // save; a scan that changed nothing writes it only when missing or stale (the header tells).
-    auto cache = SearchCache::beside(indexFile);
-    if (fresh && index.count() > 0 && (result.changed || !SearchCache::open(cache, indexFile))) {
-        auto stamp = result.changed ? SearchCacheLayout::FileStamp::of(indexFile) : loadedStamp;
-        if (stamp) {
-            try {
-                SearchCache::write(index, cache, *stamp);
-            } catch (const std::exception&) {
-                // Rebuilt from index.json by the next search that finds it missing.
-            }
+    } else if (index.count() > 0 && loadedStamp && !SearchCache::open(cache, indexFile)) {
+        // Nothing changed, but the cache is missing or stale (its header tells).
+        try {
+            SearchCache::write(index, cache, *loadedStamp);
+        } catch (const std::exception&) {
+            // Rebuilt from index.json by the next search that finds it missing.
         }
     }
     return result;

@@ -31,6 +31,9 @@ std::map<std::string, double> walk(const std::filesystem::path& root);
 
 /// What a scan reports while it runs. Both are called on the scanning thread.
 struct Hooks {
+    /// Once, with the index as loaded, before the walk of the files: what the vault held at
+    /// its last save, to be read during the call only (its records can be shared).
+    std::function<void(const SearchIndex& index)> loaded;
     /// Once, with the number of files that need reading (0 when none do).
     std::function<void(size_t total)> started;
     /// After every `publishEvery` files read: files done, the total, and the scan's index as
@@ -47,11 +50,12 @@ struct Result {
     size_t filesRead = 0;
 };
 
-/// Loads the index at `indexFile`, drops the records whose files are gone, reads the new and
-/// changed files in ascending path order, and when anything changed compacts (when dead slots
-/// call for it) and saves the index, ignoring a failed save. An unreadable file is left out
-/// and tried again next time. Nothing when `stop` was requested: checked once per file, and
-/// a cancelled scan saves nothing.
+/// Loads the index at `indexFile` (through its search cache when that is fresh), drops the records
+/// whose files are gone, reads the new and changed files in ascending path order, and when anything
+/// changed compacts (when dead slots call for it) and saves the index with its search cache,
+/// ignoring a failed save; an unchanged index gets its cache written when that is missing or
+/// stale. An unreadable file is left out and tried again next time. Nothing when `stop` was
+/// requested: checked once per file, and a cancelled scan saves nothing.
 std::optional<Result> run(const std::filesystem::path& root, const std::filesystem::path& indexFile,
                           std::stop_token stop, const Hooks& hooks = {});
 

@@ -53,11 +53,17 @@ std::unique_ptr<icu::Collator> folderCollator() {
 } // namespace
 
 RecordCatalog RecordCatalog::build(std::vector<MessageRecord> records) {
-    RecordCatalog catalog;
-    catalog.records.reserve(records.size());
+    std::vector<RecordRef> shared;
+    shared.reserve(records.size());
     for (auto& record : records) {
-        catalog.records.push_back(std::make_shared<const MessageRecord>(std::move(record)));
+        shared.push_back(std::make_shared<const MessageRecord>(std::move(record)));
     }
+    return build(std::move(shared));
+}
+
+RecordCatalog RecordCatalog::build(std::vector<RecordRef> records) {
+    RecordCatalog catalog;
+    catalog.records = std::move(records);
     std::ranges::stable_sort(
         catalog.records, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
     catalog.byPath.reserve(catalog.records.size());

@@ -48,6 +48,9 @@ struct RecordCatalog {
 
     /// Sorts `records` by date, newest first, and derives the rest.
     static RecordCatalog build(std::vector<MessageRecord> records);
+    /// The same over records shared with an index (`SearchIndex::sharedRecords`), so that
+    /// the list and the index hold one copy of the vault's records between them.
+    static RecordCatalog build(std::vector<RecordRef> records);
 
     /// The folders of `records` as `folders` holds them.
     static std::map<std::string, std::vector<FolderSummary>>

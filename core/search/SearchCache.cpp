@@ -1,17 +1,20 @@
 #include "search/SearchCache.h"
 
+#include "search/RankSets.h"
 #include "search/SearchIndex.h"
 #include "support/AtomicFile.h"
 
 #include <algorithm>
-#include <bit>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace qs {
@@ -41,8 +44,9 @@ struct SearchCache::Mapping {
     size_t size = 0;
     Header header{};
     const char* sums = nullptr;
-    // One bit per data page, set once the page has matched its checksum.
-    mutable std::vector<uint64_t> verified;
+    // One bit per data page, set once the page has matched its checksum. Atomic, so that
+    // a whole-index load can read two sections at once (a page checked twice is harmless).
+    mutable std::vector<std::atomic<uint64_t>> verified;
 
     ~Mapping() {
         if (base != nullptr) {
@@ -53,13 +57,13 @@ struct SearchCache::Mapping {
     void verify(uint64_t page) const {
         auto& word = verified[page >> 6];
         uint64_t bit = uint64_t(1) << (page & 63);
-        if ((word & bit) != 0) {
+        if ((word.load(std::memory_order_relaxed) & bit) != 0) {
             return;
         }
         uint32_t expected = 0;
         std::memcpy(&expected, sums + (page - 1) * 4, 4);
         require(checksum({base + page * pageSize, pageSize}) == expected);
-        word |= bit;
+        word.fetch_or(bit, std::memory_order_relaxed);
     }
 
     /// `length` bytes at `offset` within section `s`, their pages verified.
@@ -85,6 +89,61 @@ struct SearchCache::Mapping {
     std::string_view tokenText(uint64_t n) const {
         auto entry = item<TokenEntry>(header.tokens, n);
         return bytes(header.tokenText, entry.textOffset, entry.textLength);
+    }
+
+    /// The bytes of token `t`'s postings: uint32 ranks.
+    std::string_view postings(uint64_t t, uint64_t postingCount) const {
+        uint64_t start = item<TokenEntry>(header.tokens, t).postingStart;
+        uint64_t end = item<TokenEntry>(header.tokens, t + 1).postingStart;
+        require(start <= end && end <= postingCount);
+        return bytes(header.postings, start * 4, (end - start) * 4);
+    }
+
+    MessageRecord record(uint32_t rank) const {
+        require(rank < header.recordCount);
+        auto entry = item<RecordEntry>(header.records, rank);
+        require(entry.trust <= uint8_t(SenderTrust::unknown) && entry.replyToMismatch <= 1 &&
+                entry.hasSenderFlag <= 1);
+        auto text = bytes(header.recordText, entry.textOffset, entry.textLength);
+        MessageRecord r;
+        std::string flag;
+        for (std::string* s : {&r.path, &r.account, &r.folder, &r.subject, &r.fromName,
+                               &r.fromEmail, &r.to, &r.snippet, &flag}) {
+            require(text.size() >= 4);
+            uint32_t length = 0;
+            std::memcpy(&length, text.data(), 4);
+            text.remove_prefix(4);
+            require(length <= text.size());
+            s->assign(text.substr(0, length));
+            text.remove_prefix(length);
+        }
+        require(text.empty());
+        r.id = entry.id;
+        if (entry.hasSenderFlag != 0) {
+            r.senderFlag = std::move(flag);
+        }
+        r.date = Date(std::chrono::duration_cast<Date::duration>(
+            std::chrono::nanoseconds(entry.dateNanoseconds)));
+        r.size = entry.size;
+        r.attachments = entry.attachments;
+        r.trackers = entry.trackers;
+        r.remoteImages = entry.remoteImages;
+        r.linkWarnings = entry.linkWarnings;
+        r.mtime = entry.mtime;
+        r.trust = SenderTrust(entry.trust);
+        r.replyToMismatch = entry.replyToMismatch != 0;
+        return r;
+    }
+
+    /// Lets the kernel take back the pages of `s` before `offset`: a whole-index load reads
+    /// every page once, and holding them all would add the cache's size to its peak memory.
+    /// A page touched again is read back in (still verified), so this is never wrong.
+    void release(const Section& s, uint64_t offset) const {
+        uint64_t first = (s.offset + pageSize - 1) / pageSize * pageSize;
+        uint64_t end = (s.offset + std::min(offset, s.length)) / pageSize * pageSize;
+        if (end > first) {
+            ::madvise(const_cast<char*>(base) + first, end - first, MADV_DONTNEED);
+        }
     }
 };
 
@@ -146,7 +205,7 @@ std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
                 h.postings.length % 4 == 0);
         mapping->sums = mapping->base + sums.offset;
         require(checksum({mapping->sums, size_t(sums.length)}) == h.pageSumsChecksum);
-        mapping->verified.assign(size_t(dataEnd / pageSize / 64 + 1), 0);
+        mapping->verified = std::vector<std::atomic<uint64_t>>(size_t(dataEnd / pageSize / 64 + 1));
         ::madvise(base, size, MADV_RANDOM);
         return SearchCache(std::move(mapping));
     } catch (...) {
@@ -163,54 +222,31 @@ std::optional<std::vector<uint32_t>> SearchCache::search(std::string_view query)
         if (words.empty() || h.recordCount == 0) {
             return out;
         }
-        size_t wordCount = size_t((h.recordCount + 63) / 64);
-        std::vector<uint64_t> candidates;
-        std::vector<uint64_t> matches(wordCount);
         uint64_t postingCount = h.postings.length / 4;
-        for (const auto& word : words) {
-            std::fill(matches.begin(), matches.end(), 0);
-            uint64_t low = 0;
-            uint64_t high = h.tokenCount;
-            while (low < high) {
-                uint64_t mid = low + (high - low) / 2;
-                if (m.tokenText(mid) < word) {
-                    low = mid + 1;
-                } else {
-                    high = mid;
+        auto found = RankSets::matchingAll(
+            words, size_t(h.recordCount),
+            [&](const std::string& word, std::vector<uint64_t>& bits) {
+                uint64_t low = 0;
+                uint64_t high = h.tokenCount;
+                while (low < high) {
+                    uint64_t mid = low + (high - low) / 2;
+                    if (m.tokenText(mid) < word) {
+                        low = mid + 1;
+                    } else {
+                        high = mid;
+                    }
                 }
-            }
-            for (uint64_t t = low; t < h.tokenCount && m.tokenText(t).starts_with(word); ++t) {
-                uint64_t start = m.item<TokenEntry>(h.tokens, t).postingStart;
-                uint64_t end = m.item<TokenEntry>(h.tokens, t + 1).postingStart;
-                require(start <= end && end <= postingCount);
-                auto ranks = m.bytes(h.postings, start * 4, (end - start) * 4);
-                for (size_t i = 0; i < ranks.size(); i += 4) {
-                    uint32_t rank = 0;
-                    std::memcpy(&rank, ranks.data() + i, 4);
-                    require(rank < h.recordCount);
-                    matches[rank >> 6] |= uint64_t(1) << (rank & 63);
+                for (uint64_t t = low; t < h.tokenCount && m.tokenText(t).starts_with(word); ++t) {
+                    auto ranks = m.postings(t, postingCount);
+                    for (size_t i = 0; i < ranks.size(); i += 4) {
+                        uint32_t rank = 0;
+                        std::memcpy(&rank, ranks.data() + i, 4);
+                        require(rank < h.recordCount);
+                        RankSets::mark(bits, rank);
+                    }
                 }
-            }
-            bool any = false;
-            if (candidates.empty()) {
-                candidates.swap(matches);
-                matches.assign(wordCount, 0);
-                any = std::ranges::any_of(candidates, [](uint64_t bits) { return bits != 0; });
-            } else {
-                for (size_t i = 0; i < wordCount; ++i) {
-                    candidates[i] &= matches[i];
-                    any = any || candidates[i] != 0;
-                }
-            }
-            if (!any) {
-                return out;
-            }
-        }
-        for (size_t i = 0; i < wordCount; ++i) {
-            for (uint64_t bits = candidates[i]; bits != 0; bits &= bits - 1) {
-                out.push_back(uint32_t(i * 64 + size_t(std::countr_zero(bits))));
-            }
-        }
+            });
+        RankSets::forEach(found, [&](uint32_t rank) { out.push_back(rank); });
         return out;
     } catch (...) {
         return std::nullopt;
@@ -219,50 +255,122 @@ std::optional<std::vector<uint32_t>> SearchCache::search(std::string_view query)
 
 std::optional<MessageRecord> SearchCache::record(uint32_t rank) const noexcept {
     try {
-        const Mapping& m = *mapping_;
-        require(rank < m.header.recordCount);
-        auto entry = m.item<RecordEntry>(m.header.records, rank);
-        require(entry.trust <= uint8_t(SenderTrust::unknown) && entry.replyToMismatch <= 1 &&
-                entry.hasSenderFlag <= 1);
-        auto text = m.bytes(m.header.recordText, entry.textOffset, entry.textLength);
-        std::string strings[recordStringCount];
-        for (auto& s : strings) {
-            require(text.size() >= 4);
-            uint32_t length = 0;
-            std::memcpy(&length, text.data(), 4);
-            text.remove_prefix(4);
-            require(length <= text.size());
-            s.assign(text.substr(0, length));
-            text.remove_prefix(length);
-        }
-        require(text.empty());
-        MessageRecord r;
-        r.id = entry.id;
-        r.path = std::move(strings[0]);
-        r.account = std::move(strings[1]);
-        r.folder = std::move(strings[2]);
-        r.subject = std::move(strings[3]);
-        r.fromName = std::move(strings[4]);
-        r.fromEmail = std::move(strings[5]);
-        r.to = std::move(strings[6]);
-        r.snippet = std::move(strings[7]);
-        if (entry.hasSenderFlag != 0) {
-            r.senderFlag = std::move(strings[8]);
-        }
-        r.date = Date(std::chrono::duration_cast<Date::duration>(
-            std::chrono::nanoseconds(entry.dateNanoseconds)));
-        r.size = entry.size;
-        r.attachments = entry.attachments;
-        r.trackers = entry.trackers;
-        r.remoteImages = entry.remoteImages;
-        r.linkWarnings = entry.linkWarnings;
-        r.mtime = entry.mtime;
-        r.trust = SenderTrust(entry.trust);
-        r.replyToMismatch = entry.replyToMismatch != 0;
-        return r;
+        return mapping_->record(rank);
     } catch (...) {
         return std::nullopt;
     }
+}
+
+std::optional<SearchIndex> SearchCache::index() const noexcept {
+    try {
+        const Mapping& m = *mapping_;
+        const Header& h = m.header;
+        auto count = size_t(h.recordCount);
+        // Slots keep the ids of index.json, tombstones between them included; a trailing run
+        // of tombstones and postings that only named tombstones are not in the cache, and no
+        // reader could tell them apart from absent ones. The bound on the slots keeps a
+        // damaged id from asking for a vast table.
+        std::vector<uint32_t> idOfRank(count);
+        uint64_t slots = 0;
+        for (size_t rank = 0; rank < count; ++rank) {
+            auto id = m.item<RecordEntry>(h.records, rank).id;
+            require(id >= 0 && uint64_t(id) < 4 * uint64_t(count) + 1024);
+            idOfRank[rank] = uint32_t(id);
+            slots = std::max(slots, uint64_t(id) + 1);
+        }
+        // Fills the tokens and their postings (ascending ids) from the token sections.
+        auto readPostings = [&m, &h, &idOfRank, count](
+                                TokenTable& tokens, std::vector<std::vector<uint32_t>>& postings) {
+            // Tokens come sorted and distinct (checked), which is the order index.json keeps too.
+            uint64_t postingCount = h.postings.length / 4;
+            tokens.reserve(size_t(h.tokenCount), size_t(h.tokenText.length));
+            postings.reserve(size_t(h.tokenCount));
+            std::string_view previous;
+            for (uint64_t t = 0; t < h.tokenCount; ++t) {
+                auto text = m.tokenText(t);
+                require(!text.empty() && (t == 0 || previous < text));
+                previous = text;
+                tokens.appendUnchecked(text);
+                auto ranks = m.postings(t, postingCount);
+                auto& ids = postings.emplace_back(ranks.size() / 4);
+                for (size_t i = 0; i < ids.size(); ++i) {
+                    uint32_t rank = 0;
+                    std::memcpy(&rank, ranks.data() + i * 4, 4);
+                    require(rank < count);
+                    ids[i] = idOfRank[rank];
+                }
+                std::sort(ids.begin(), ids.end());
+                if (t % 4096 == 4095) {
+                    uint64_t next = m.item<TokenEntry>(h.tokens, t + 1).postingStart;
+                    m.release(h.postings, next * 4);
+                }
+            }
+            tokens.finishAppending();
+        };
+        SearchIndex index;
+        // The tokens and their postings are read on a second thread while this one reads the
+        // records: the two halves share nothing but the mapping and take about as long.
+        std::exception_ptr tokenFailure;
+        auto readTokens = [&]() noexcept {
+            try {
+                readPostings(index.tokens_, index.postings_);
+            } catch (...) {
+                tokenFailure = std::current_exception();
+            }
+        };
+        std::thread tokenReader;
+        try {
+            tokenReader = std::thread(readTokens);
+        } catch (const std::system_error&) {
+            readTokens();
+        }
+        struct Joiner {
+            std::thread& thread;
+            ~Joiner() {
+                if (thread.joinable()) {
+                    thread.join();
+                }
+            }
+        } joiner{tokenReader};
+        index.records_.resize(size_t(slots));
+        index.byPath_.reserve(count);
+        for (size_t rank = 0; rank < count; ++rank) {
+            auto& slot = index.records_[idOfRank[rank]];
+            require(!slot);
+            slot = std::make_shared<MessageRecord>(m.record(uint32_t(rank)));
+            require(index.byPath_.assign(slot->path, idOfRank[rank], index.pathReader()) ==
+                    PathTable::npos);
+            if (rank % 4096 == 4095) {
+                m.release(h.records, (rank + 1) * sizeof(RecordEntry));
+                m.release(h.recordText, m.item<RecordEntry>(h.records, rank).textOffset);
+            }
+        }
+
+        if (tokenReader.joinable()) {
+            tokenReader.join();
+        }
+        if (tokenFailure) {
+            return std::nullopt;
+        }
+        std::vector<uint32_t> order(index.tokens_.size());
+        for (uint32_t n = 0; n < order.size(); ++n) {
+            order[n] = n;
+        }
+        index.sortedTokens_ = std::move(order);
+        return index;
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
+SearchIndex SearchCache::loadIndex(const std::filesystem::path& cache,
+                                   const std::filesystem::path& json) noexcept {
+    if (auto opened = open(cache, json)) {
+        if (auto index = opened->index()) {
+            return std::move(*index);
+        }
+    }
+    return SearchIndex::load(json);
 }
 
 std::optional<std::vector<MessageRecord>> SearchCache::records() const {

@@ -2,17 +2,17 @@
 
 #include "search/MessageRecord.h"
 #include "search/SearchCacheLayout.h"
+#include "search/SearchIndex.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 namespace qs {
-
-class SearchIndex;
 
 /// A derived, disposable copy of index.json made for searching from a cold start: the sorted
 /// tokens with their postings and the records, in a fixed binary layout that is mapped, not
@@ -50,6 +50,12 @@ public:
     static void write(const SearchIndex& index, const std::filesystem::path& cache,
                       const SearchCacheLayout::FileStamp& json);
 
+    /// Saves `index` to `json` as `SearchIndex::save` does and writes its cache beside it, the
+    /// two at once on two threads; the cache is stamped once index.json is in place, and not
+    /// kept when the save fails. Throws what the save throws; a failed cache write is left
+    /// to the next reader to rebuild.
+    static void save(const SearchIndex& index, const std::filesystem::path& json);
+
     /// Loads index.json and writes its cache, stamped with the identity the JSON file had
     /// before the load (a save racing the load leaves the cache stale, not wrong).
     /// Throws std::system_error when index.json can't be read or the cache can't be written.
@@ -69,6 +75,16 @@ public:
     /// The record of a rank below `count()`, or nothing when damaged or out of range.
     std::optional<MessageRecord> record(uint32_t rank) const noexcept;
 
+    /// The whole index the cache was derived from, built without parsing index.json: the
+    /// same live records under the same ids, the same tokens and, for live records, the
+    /// same postings. Nothing when damaged.
+    std::optional<SearchIndex> index() const noexcept;
+
+    /// The index of the index.json at `json`: from the cache at `cache` when that is fresh
+    /// and sound, else as `SearchIndex::load` reads it. Leaves the cache as it is.
+    static SearchIndex loadIndex(const std::filesystem::path& cache,
+                                 const std::filesystem::path& json) noexcept;
+
     /// Every record, newest first (the order of the window's list), or nothing when damaged.
     std::optional<std::vector<MessageRecord>> records() const;
 
@@ -78,6 +94,12 @@ public:
 private:
     struct Mapping;
     explicit SearchCache(std::unique_ptr<Mapping> mapping);
+
+    /// `write`, with the stamp asked for once the rest is written; nothing is kept when
+    /// there is none.
+    static void
+    writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
+                 const std::function<std::optional<SearchCacheLayout::FileStamp>()>& stampAtEnd);
 
     std::unique_ptr<Mapping> mapping_;
 };

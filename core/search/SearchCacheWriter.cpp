@@ -4,8 +4,11 @@
 #include "support/AtomicFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <future>
 #include <string>
+#include <thread>
 
 namespace qs {
 
@@ -18,16 +21,71 @@ void append(std::string& out, const T& value) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-void appendString(std::string& out, std::string_view text) {
-    append(out, uint32_t(text.size()));
-    out.append(text);
-}
+/// Lays the file out as it goes, straight into `file`: page 0 is left for the header, each
+/// section starts at the next 8-byte boundary, and every full page is checksummed as it
+/// leaves, so the largest thing held is a megabyte of pending pages.
+class PageWriter {
+public:
+    explicit PageWriter(AtomicFile::Stream& file) : file_(file) { pending_.assign(pageSize, '\0'); }
 
-/// Appends `section` to `file` at the next 8-byte boundary and returns where it went.
-Section place(std::string& file, const std::string& section) {
-    file.resize((file.size() + 7) / 8 * 8, '\0');
-    Section placed{file.size(), section.size()};
-    file.append(section);
+    /// Where the next byte goes.
+    uint64_t offset() const { return written_ + pending_.size(); }
+
+    void append(std::string_view bytes) {
+        pending_.append(bytes);
+        if (pending_.size() >= flushBytes) {
+            flush();
+        }
+    }
+
+    template <typename T>
+    void appendValue(const T& value) {
+        append({reinterpret_cast<const char*>(&value), sizeof value});
+    }
+
+    void align(uint64_t boundary) {
+        pending_.resize(pending_.size() + (boundary - offset() % boundary) % boundary, '\0');
+    }
+
+    /// Pads the last page, writes it and the page checksums, and returns where they start.
+    Section finish() {
+        align(pageSize);
+        flush();
+        Section placed{written_, sums_.size()};
+        file_.append(sums_);
+        return placed;
+    }
+
+    uint32_t sumsChecksum() const { return checksum(sums_); }
+
+private:
+    static constexpr size_t flushBytes = size_t(1) << 20;
+
+    void flush() {
+        size_t whole = pending_.size() / pageSize * pageSize;
+        for (size_t at = 0; at < whole; at += pageSize) {
+            // Page 0 is the header, which has a checksum of its own.
+            if (written_ + at > 0) {
+                uint32_t sum = checksum(std::string_view(pending_).substr(at, pageSize));
+                sums_.append(reinterpret_cast<const char*>(&sum), sizeof sum);
+            }
+        }
+        file_.append(std::string_view(pending_).substr(0, whole));
+        written_ += whole;
+        pending_.erase(0, whole);
+    }
+
+    AtomicFile::Stream& file_;
+    std::string pending_;
+    std::string sums_;
+    uint64_t written_ = 0;
+};
+
+/// Appends `bytes` as a section of its own and returns where it went.
+Section place(PageWriter& out, std::string_view bytes) {
+    out.align(8);
+    Section placed{out.offset(), bytes.size()};
+    out.append(bytes);
     return placed;
 }
 
@@ -35,6 +93,49 @@ Section place(std::string& file, const std::string& section) {
 
 void SearchCache::write(const SearchIndex& index, const std::filesystem::path& cache,
                         const FileStamp& json) {
+    writeStamped(index, cache, [&] { return std::optional(json); });
+}
+
+void SearchCache::save(const SearchIndex& index, const std::filesystem::path& json) {
+    if (json.has_parent_path()) {
+        std::filesystem::create_directories(json.parent_path());
+    }
+    // Built here, before two threads read the index: it is a lazily filled cache.
+    index.sortedTokens();
+    std::promise<std::optional<FileStamp>> saved;
+    auto stamp = saved.get_future();
+    auto writeCache = [&]() noexcept {
+        try {
+            writeStamped(index, beside(json), [&] { return stamp.get(); });
+        } catch (...) {
+            // Rebuilt from index.json by the next reader that finds it missing or stale.
+        }
+    };
+    std::thread cacheWriter;
+    try {
+        cacheWriter = std::thread(writeCache);
+    } catch (const std::system_error&) {
+        // Written after the save instead.
+    }
+    try {
+        index.save(json);
+        saved.set_value(FileStamp::of(json));
+    } catch (...) {
+        saved.set_value(std::nullopt);
+        if (cacheWriter.joinable()) {
+            cacheWriter.join();
+        }
+        throw;
+    }
+    if (cacheWriter.joinable()) {
+        cacheWriter.join();
+    } else {
+        writeCache();
+    }
+}
+
+void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
+                               const std::function<std::optional<FileStamp>()>& stampAtEnd) {
     // Ranks: live records newest first, ties by the later slot first, as the index orders
     // its own results; tombstones get no rank and drop out of the postings.
     std::vector<std::pair<int64_t, uint32_t>> order;
@@ -53,6 +154,8 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
         rankOf[order[rank].second] = rank;
     }
 
+    // The token sections are a fraction of the file and are built whole; the records, most
+    // of it, are streamed.
     std::string tokens, tokenText, postings;
     uint64_t tokenCount = 0;
     uint64_t postingCount = 0;
@@ -77,18 +180,37 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
     }
     append(tokens, TokenEntry{uint32_t(tokenText.size()), 0, postingCount});
 
-    std::string records, recordText;
-    records.reserve(order.size() * sizeof(RecordEntry));
+    auto strings = [](const MessageRecord& r) {
+        return std::array<std::string_view, recordStringCount>{
+            r.path,    r.account,  r.folder,
+            r.subject, r.fromName, r.fromEmail,
+            r.to,      r.snippet,  r.senderFlag ? std::string_view(*r.senderFlag) : ""};
+    };
+
+    if (cache.has_parent_path()) {
+        std::filesystem::create_directories(cache.parent_path());
+    }
+    AtomicFile::Stream file(cache);
+    PageWriter out(file);
+    Header h{};
+    std::memcpy(h.magic, magic, sizeof magic);
+    h.version = version;
+    h.pageSize = uint32_t(pageSize);
+    h.recordCount = order.size();
+    h.tokenCount = tokenCount;
+    h.tokens = place(out, tokens);
+    h.tokenText = place(out, tokenText);
+    h.postings = place(out, postings);
+
+    // The entries first, with their text's offsets worked out ahead, then the text itself.
+    out.align(8);
+    h.records = {out.offset(), order.size() * sizeof(RecordEntry)};
+    uint64_t textOffset = 0;
     for (const auto& [date, id] : order) {
         const MessageRecord& r = *index.records_[id];
-        uint64_t start = recordText.size();
-        const std::string flag = r.senderFlag.value_or("");
-        for (std::string_view s :
-             {std::string_view(r.path), std::string_view(r.account), std::string_view(r.folder),
-              std::string_view(r.subject), std::string_view(r.fromName),
-              std::string_view(r.fromEmail), std::string_view(r.to), std::string_view(r.snippet),
-              std::string_view(flag)}) {
-            appendString(recordText, s);
+        uint64_t length = 0;
+        for (auto s : strings(r)) {
+            length += 4 + s.size();
         }
         RecordEntry entry{};
         entry.id = r.id;
@@ -100,46 +222,37 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
         entry.remoteImages = r.remoteImages;
         entry.linkWarnings = r.linkWarnings;
         entry.mtime = r.mtime;
-        entry.textOffset = start;
-        entry.textLength = uint32_t(recordText.size() - start);
+        entry.textOffset = textOffset;
+        entry.textLength = uint32_t(length);
         entry.trust = uint8_t(r.trust);
         entry.replyToMismatch = r.replyToMismatch ? 1 : 0;
         entry.hasSenderFlag = r.senderFlag ? 1 : 0;
-        append(records, entry);
+        out.appendValue(entry);
+        textOffset += length;
+    }
+    out.align(8);
+    h.recordText = {out.offset(), textOffset};
+    for (const auto& [date, id] : order) {
+        for (auto s : strings(*index.records_[id])) {
+            out.appendValue(uint32_t(s.size()));
+            out.append(s);
+        }
     }
 
-    Header h{};
-    std::memcpy(h.magic, magic, sizeof magic);
-    h.version = version;
-    h.pageSize = uint32_t(pageSize);
-    h.json = json;
-    h.recordCount = order.size();
-    h.tokenCount = tokenCount;
-    std::string file(pageSize, '\0');
-    h.tokens = place(file, tokens);
-    h.tokenText = place(file, tokenText);
-    h.postings = place(file, postings);
-    h.records = place(file, records);
-    h.recordText = place(file, recordText);
-    file.resize((file.size() + pageSize - 1) / pageSize * pageSize, '\0');
-
-    std::string sums;
-    for (uint64_t page = 1; page < file.size() / pageSize; ++page) {
-        append(sums, checksum(std::string_view(file).substr(page * pageSize, pageSize)));
+    // The stamp last: it may be the identity of an index.json still being written meanwhile.
+    auto json = stampAtEnd();
+    if (!json) {
+        return;
     }
-    h.pageSums = {file.size(), sums.size()};
-    h.pageSumsChecksum = checksum(sums);
-    file.append(sums);
-    h.fileSize = file.size();
+    h.json = *json;
+    h.pageSums = out.finish();
+    h.pageSumsChecksum = out.sumsChecksum();
+    h.fileSize = h.pageSums.offset + h.pageSums.length;
     h.headerChecksum =
         checksum({reinterpret_cast<const char*>(&h), offsetof(Header, headerChecksum)});
-    std::memcpy(file.data(), &h, sizeof h);
-
-    if (cache.has_parent_path()) {
-        std::filesystem::create_directories(cache.parent_path());
-    }
+    file.overwrite(0, {reinterpret_cast<const char*>(&h), sizeof h});
     // Disposable and checked on every open: no flush to the disk is worth its wait.
-    AtomicFile::writeUnflushed(cache, file);
+    file.commit(false);
 }
 
 } // namespace qs

@@ -1,12 +1,12 @@
 #include "search/SearchIndex.h"
 
 #include "search/MappedFile.h"
+#include "search/RankSets.h"
 #include "search/SearchIndexCoder.h"
 #include "search/Tokenizer.h"
 #include "support/AtomicFile.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <simdjson.h>
 
@@ -46,19 +46,21 @@ std::string SearchIndex::encode() const {
 }
 
 void SearchIndex::save(const std::filesystem::path& path) const {
-    auto bytes = encode();
     if (path.has_parent_path()) {
         std::filesystem::create_directories(path.parent_path());
     }
-    AtomicFile::write(path, bytes);
+    // Streamed: at a million records the text is over half a gigabyte, never worth holding.
+    AtomicFile::Stream file(path);
+    SearchIndexCoder::encode(*this, [&](std::string_view piece) { file.append(piece); });
+    file.commit();
 }
 
 void SearchIndex::add(MessageRecord record, std::string_view text) {
     remove(record.path);
     auto id = uint32_t(records_.size());
     record.id = id;
-    records_.push_back(std::make_unique<MessageRecord>(std::move(record)));
-    byPath_.emplace(records_.back()->path, id);
+    records_.push_back(std::make_shared<MessageRecord>(std::move(record)));
+    byPath_.assign(records_.back()->path, id, pathReader());
 
     Tokenizer::forEachToken(text, [&](std::string_view token) {
         bool isNew = false;
@@ -78,18 +80,15 @@ void SearchIndex::add(MessageRecord record, std::string_view text) {
 }
 
 void SearchIndex::remove(std::string_view path) {
-    auto found = byPath_.find(path);
-    if (found == byPath_.end()) {
-        return;
+    uint32_t id = byPath_.erase(path, pathReader());
+    if (id != PathTable::npos) {
+        records_[id].reset();
     }
-    uint32_t id = found->second;
-    byPath_.erase(found);
-    records_[id].reset();
 }
 
 const MessageRecord* SearchIndex::record(std::string_view path) const {
-    auto found = byPath_.find(path);
-    return found == byPath_.end() ? nullptr : records_[found->second].get();
+    uint32_t id = byPath_.find(path, pathReader());
+    return id == PathTable::npos ? nullptr : records_[id].get();
 }
 
 const MessageRecord* SearchIndex::slot(int64_t id) const {
@@ -105,6 +104,17 @@ std::vector<MessageRecord> SearchIndex::liveRecords() const {
     for (const auto& r : records_) {
         if (r) {
             out.push_back(*r);
+        }
+    }
+    return out;
+}
+
+std::vector<std::shared_ptr<const MessageRecord>> SearchIndex::sharedRecords() const {
+    std::vector<std::shared_ptr<const MessageRecord>> out;
+    out.reserve(count());
+    for (const auto& r : records_) {
+        if (r) {
+            out.push_back(r);
         }
     }
     return out;
@@ -204,54 +214,33 @@ std::vector<const MessageRecord*> SearchIndex::search(std::string_view query) co
         return out;
     }
     buildDateOrder();
-    size_t slots = records_.size();
-    size_t wordCount = (slots + 63) / 64;
-    std::vector<uint64_t> candidates;
-    std::vector<uint64_t> matches(wordCount);
-    for (const auto& word : words) {
-        std::fill(matches.begin(), matches.end(), 0);
-        for (uint32_t number : tokensWithPrefix(word)) {
-            for (uint32_t id : postings_[number]) {
-                uint32_t r = rank_[id];
-                matches[r >> 6] |= uint64_t(1) << (r & 63);
-            }
+    auto found = RankSets::matchingAll(words, records_.size(),
+                                       [&](const std::string& word, std::vector<uint64_t>& bits) {
+                                           for (uint32_t number : tokensWithPrefix(word)) {
+                                               for (uint32_t id : postings_[number]) {
+                                                   RankSets::mark(bits, rank_[id]);
+                                               }
+                                           }
+                                       });
+    RankSets::forEach(found, [&](uint32_t r) {
+        if (const auto* record = records_[byRank_[r]].get()) {
+            out.push_back(record);
         }
-        bool any = false;
-        if (candidates.empty()) {
-            candidates.swap(matches);
-            matches.assign(wordCount, 0);
-            for (uint64_t bits : candidates) {
-                any = any || bits != 0;
-            }
-        } else {
-            for (size_t i = 0; i < wordCount; ++i) {
-                candidates[i] &= matches[i];
-                any = any || candidates[i] != 0;
-            }
-        }
-        if (!any) {
-            return out;
-        }
-    }
-    for (size_t i = 0; i < wordCount; ++i) {
-        for (uint64_t bits = candidates[i]; bits != 0; bits &= bits - 1) {
-            size_t r = i * 64 + size_t(std::countr_zero(bits));
-            if (const auto* record = records_[byRank_[r]].get()) {
-                out.push_back(record);
-            }
-        }
-    }
+    });
     return out;
 }
 
 void SearchIndex::compact() {
     constexpr uint32_t gone = UINT32_MAX;
     std::vector<uint32_t> newID(records_.size(), gone);
-    std::vector<std::unique_ptr<MessageRecord>> live;
+    std::vector<std::shared_ptr<MessageRecord>> live;
     live.reserve(count());
     for (uint32_t id = 0; id < records_.size(); ++id) {
         if (records_[id]) {
             newID[id] = uint32_t(live.size());
+            if (records_[id].use_count() > 1 && records_[id]->id != int64_t(live.size())) {
+                records_[id] = std::make_shared<MessageRecord>(*records_[id]);
+            }
             records_[id]->id = int64_t(live.size());
             live.push_back(std::move(records_[id]));
         }
@@ -288,7 +277,7 @@ void SearchIndex::rebuildByPath() {
     byPath_.reserve(records_.size());
     for (uint32_t id = 0; id < records_.size(); ++id) {
         if (records_[id]) {
-            byPath_[records_[id]->path] = id;
+            byPath_.assign(records_[id]->path, id, pathReader());
         }
     }
 }
@@ -311,7 +300,8 @@ std::map<std::string, std::vector<int64_t>> SearchIndex::allPostings() const {
 }
 
 size_t SearchIndex::memoryUsage() const {
-    size_t bytes = tokens_.memoryUsage() + postings_.capacity() * sizeof(postings_[0]);
+    size_t bytes =
+        tokens_.memoryUsage() + postings_.capacity() * sizeof(postings_[0]) + byPath_.memoryUsage();
     for (const auto& list : postings_) {
         bytes += list.capacity() * sizeof(uint32_t);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "search/MessageRecord.h"
+#include "search/PathTable.h"
 #include "search/TokenTable.h"
 
 #include <cstdint>
@@ -11,7 +12,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace qs {
@@ -72,6 +72,11 @@ public:
     /// Copies of all live records, in slot order.
     std::vector<MessageRecord> liveRecords() const;
 
+    /// The live records themselves, in slot order, shared rather than copied: a list built
+    /// from them costs no second copy of the vault's records. The index never changes a
+    /// record it has handed out.
+    std::vector<std::shared_ptr<const MessageRecord>> sharedRecords() const;
+
     /// Number of live records.
     size_t count() const { return byPath_.size(); }
 
@@ -126,10 +131,18 @@ private:
     const std::vector<uint32_t>& sortedTokens() const;
     void buildDateOrder() const;
     void rebuildByPath();
+    std::string_view pathOf(uint32_t id) const { return records_[id]->path; }
+    auto pathReader() const {
+        return [this](uint32_t id) {
+            return pathOf(id);
+        };
+    }
 
-    std::vector<std::unique_ptr<MessageRecord>> records_;
-    // Keys view the path of the record they name; records never move, being heap objects.
-    std::unordered_map<std::string_view, uint32_t> byPath_;
+    // Shared so that sharedRecords can hand them out; a record shared that way is copied
+    // before it changes (only compact changes one).
+    std::vector<std::shared_ptr<MessageRecord>> records_;
+    // Live records by path.
+    PathTable byPath_;
     TokenTable tokens_;
     std::vector<std::vector<uint32_t>> postings_;
 

@@ -12,6 +12,8 @@ namespace {
 // Rough bytes per record and per posting entry, to size the output once.
 constexpr size_t estimatedRecordBytes = 700;
 constexpr size_t estimatedPostingBytes = 7;
+// A streamed encoding hands on its text in pieces of about this size.
+constexpr size_t flushBytes = size_t(1) << 20;
 
 void writeRecord(JSONWriter& w, const MessageRecord& r) {
     w.raw("{\"id\":");
@@ -267,7 +269,21 @@ std::string SearchIndexCoder::encode(const SearchIndex& index) {
     std::string out;
     out.reserve(index.records_.size() * estimatedRecordBytes + entries * estimatedPostingBytes +
                 index.tokens_.memoryUsage());
-    JSONWriter w(out);
+    encode(index, [&](std::string_view piece) { out.append(piece); });
+    return out;
+}
+
+void SearchIndexCoder::encode(const SearchIndex& index,
+                              const std::function<void(std::string_view)>& sink) {
+    std::string buffer;
+    buffer.reserve(2 * flushBytes);
+    JSONWriter w(buffer);
+    auto flushWhenFull = [&] {
+        if (buffer.size() >= flushBytes) {
+            sink(buffer);
+            buffer.clear();
+        }
+    };
     w.raw("{\"version\":");
     w.integer(version);
     w.raw(",\"records\":[");
@@ -280,6 +296,7 @@ std::string SearchIndexCoder::encode(const SearchIndex& index) {
         } else {
             w.raw("null");
         }
+        flushWhenFull();
     }
     w.raw("],\"postings\":{");
     bool first = true;
@@ -298,9 +315,10 @@ std::string SearchIndexCoder::encode(const SearchIndex& index) {
             w.unsignedInteger(list[i]);
         }
         w.raw(']');
+        flushWhenFull();
     }
     w.raw("}}");
-    return out;
+    sink(buffer);
 }
 
 bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) noexcept {
@@ -322,7 +340,7 @@ bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) n
             }
             auto record = readRecord(element.get_object());
             record.id = int64_t(index.records_.size());
-            index.records_.push_back(std::make_unique<MessageRecord>(std::move(record)));
+            index.records_.push_back(std::make_shared<MessageRecord>(std::move(record)));
             if (index.records_.size() >= UINT32_MAX) {
                 throw simdjson_error(CAPACITY);
             }
@@ -372,12 +390,9 @@ bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) n
         index.byPath_.reserve(index.records_.size());
         for (uint32_t id = 0; id < index.records_.size(); ++id) {
             if (auto& r = index.records_[id]) {
-                auto [at, inserted] = index.byPath_.try_emplace(r->path, id);
-                if (!inserted) {
-                    uint32_t earlier = at->second;
-                    index.byPath_.erase(at);
+                uint32_t earlier = index.byPath_.assign(r->path, id, index.pathReader());
+                if (earlier != PathTable::npos) {
                     index.records_[earlier].reset();
-                    index.byPath_.emplace(r->path, id);
                 }
             }
         }

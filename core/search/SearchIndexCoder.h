@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,10 @@ public:
     static constexpr int64_t version = 3;
 
     static std::string encode(const SearchIndex& index);
+
+    /// The same text handed to `sink` in pieces of about a megabyte, as it is made: a save
+    /// writes a large index without ever holding its whole text.
+    static void encode(const SearchIndex& index, const std::function<void(std::string_view)>& sink);
 
     /// Fills `index` (which must be empty) from `json`; false, with `index` left empty, for
     /// anything but a well-formed version 3 index. `json` must have simdjson's padding

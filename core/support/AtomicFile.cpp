@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace qs::AtomicFile {
 
@@ -36,34 +37,66 @@ std::filesystem::path temporaryPath(const std::filesystem::path& path) {
     return path.parent_path() / name;
 }
 
-void writeFile(const std::filesystem::path& path, std::string_view bytes, bool flush) {
-    auto temporary = temporaryPath(path);
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        fail(path.string());
+} // namespace
+
+Stream::Stream(std::filesystem::path path)
+    : path_(std::move(path)), temporary_(temporaryPath(path_)) {
+    fd_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd_ < 0) {
+        fail(path_.string());
     }
-    try {
-        writeAll(fd, bytes, path.string());
-        if (flush && ::fsync(fd) != 0) {
-            fail(path.string());
+}
+
+Stream::~Stream() {
+    if (fd_ >= 0) {
+        ::close(fd_);
+        ::unlink(temporary_.c_str());
+    }
+}
+
+void Stream::append(std::string_view bytes) {
+    writeAll(fd_, bytes, path_.string());
+}
+
+void Stream::overwrite(uint64_t offset, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t n = ::pwrite(fd_, bytes.data(), bytes.size(), off_t(offset));
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fail(path_.string());
         }
-    } catch (...) {
-        ::close(fd);
-        ::unlink(temporary.c_str());
-        throw;
+        bytes.remove_prefix(size_t(n));
+        offset += uint64_t(n);
     }
+}
+
+void Stream::commit(bool flush) {
+    if (flush && ::fsync(fd_) != 0) {
+        fail(path_.string());
+    }
+    int fd = std::exchange(fd_, -1);
     if (::close(fd) != 0) {
         int saved = errno;
-        ::unlink(temporary.c_str());
+        ::unlink(temporary_.c_str());
         errno = saved;
-        fail(path.string());
+        fail(path_.string());
     }
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    if (::rename(temporary_.c_str(), path_.c_str()) != 0) {
         int saved = errno;
-        ::unlink(temporary.c_str());
+        ::unlink(temporary_.c_str());
         errno = saved;
-        fail(path.string());
+        fail(path_.string());
     }
+}
+
+namespace {
+
+void writeFile(const std::filesystem::path& path, std::string_view bytes, bool flush) {
+    Stream stream(path);
+    stream.append(bytes);
+    stream.commit(flush);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -16,6 +17,30 @@ void write(const std::filesystem::path& path, std::string_view bytes);
 /// `syncFileSystem` of the same folder (a backup batch), where a flush per file would cost
 /// more than the whole write.
 void writeUnflushed(const std::filesystem::path& path, std::string_view bytes);
+
+/// A file written in pieces and put in place whole, as `write` does with one string: the
+/// pieces go to a temporary file beside the target, which `commit` renames over it. Without a
+/// commit the temporary file is removed. Every call throws std::system_error on failure.
+class Stream {
+public:
+    explicit Stream(std::filesystem::path path);
+    ~Stream();
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    void append(std::string_view bytes);
+
+    /// Writes `bytes` at `offset` of what was appended so far (a header filled in last).
+    void overwrite(uint64_t offset, std::string_view bytes);
+
+    /// Flushes the file to the disk when `flush`, then renames it over the target.
+    void commit(bool flush = true);
+
+private:
+    std::filesystem::path path_;
+    std::filesystem::path temporary_;
+    int fd_ = -1;
+};
 
 /// The prefix of every temporary file `write` makes, so a crashed run's leftovers can be
 /// recognised and removed.

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace qs {
 namespace {
@@ -90,6 +91,37 @@ protected:
         }
     }
 
+    /// What a reader can tell of an index: its live records by id, their postings (those of
+    /// tombstones are skipped by every reader) and its answers.
+    static void expectSameIndex(const SearchIndex& a, const SearchIndex& b,
+                                const std::string& when) {
+        auto livePostings = [](const SearchIndex& index) {
+            std::map<std::string, std::vector<int64_t>> out;
+            for (auto& [token, ids] : index.allPostings()) {
+                std::erase_if(ids, [&](int64_t id) { return index.slot(id) == nullptr; });
+                if (!ids.empty()) {
+                    out.emplace(token, ids);
+                }
+            }
+            return out;
+        };
+        EXPECT_EQ(a.liveRecords(), b.liveRecords()) << when;
+        EXPECT_EQ(livePostings(a), livePostings(b)) << when;
+        for (const auto& r : b.liveRecords()) {
+            ASSERT_NE(a.record(r.path), nullptr) << when << ": " << r.path;
+        }
+        for (const char* query : queries) {
+            std::vector<std::string> pathsA, pathsB;
+            for (const MessageRecord* r : a.search(query)) {
+                pathsA.push_back(r->path);
+            }
+            for (const MessageRecord* r : b.search(query)) {
+                pathsB.push_back(r->path);
+            }
+            EXPECT_EQ(pathsA, pathsB) << when << ", query “" << query << "”";
+        }
+    }
+
     test::TemporaryDirectory folder_;
     fs::path json_ = folder_.path() / "index.json";
     fs::path cache_ = SearchCache::beside(json_);
@@ -120,6 +152,22 @@ TEST_F(SearchCacheTest, FindsWhatTheIndexFindsAndCarriesWholeRecords) {
     EXPECT_EQ(limited->shown[2].path, expected("inv")[2]);
 }
 
+TEST_F(SearchCacheTest, BuildsTheIndexOfIndexJsonWithoutParsingIt) {
+    SearchCache::rebuild(cache_, json_);
+    auto fromJson = SearchIndex::load(json_);
+    auto cache = SearchCache::open(cache_, json_);
+    ASSERT_TRUE(cache);
+    auto fromCache = cache->index();
+    ASSERT_TRUE(fromCache);
+    expectSameIndex(*fromCache, fromJson, "from the cache");
+    // It carries on as an index: a new record takes the slot after the last one.
+    MessageRecord added;
+    added.path = "acct9/INBOX/new.eml";
+    fromCache->add(added, "invoice");
+    fromJson.add(added, "invoice");
+    expectSameIndex(*fromCache, fromJson, "after an add");
+}
+
 TEST_F(SearchCacheTest, FollowsIndexJsonWhenItChanges) {
     expectRightAnswers("first build");
     MessageRecord added;
@@ -129,6 +177,7 @@ TEST_F(SearchCacheTest, FollowsIndexJsonWhenItChanges) {
     index_.remove("acct1/INBOX/1.eml");
     index_.save(json_);
     ASSERT_FALSE(SearchCache::open(cache_, json_)) << "stale once index.json is rewritten";
+    expectSameIndex(SearchCache::loadIndex(cache_, json_), index_, "stale cache");
     expectRightAnswers("after index.json changed");
     EXPECT_EQ(answered("freshly")->size(), 1u);
 }
@@ -154,8 +203,10 @@ TEST_F(SearchCacheTest, DamageOrTruncationIsRebuiltNeverBelieved) {
     }
     damages.push_back({"one byte short", good.substr(0, good.size() - 1)});
     damages.push_back({"one byte long", good + "x"});
+    const auto persisted = SearchIndex::load(json_);
     for (const auto& damage : damages) {
         { std::ofstream(cache_, std::ios::binary | std::ios::trunc) << damage.bytes; }
+        expectSameIndex(SearchCache::loadIndex(cache_, json_), persisted, damage.name);
         expectRightAnswers(damage.name);
         EXPECT_TRUE(FileIO::read(cache_) == good) << damage.name << ": rebuilt in place";
     }
