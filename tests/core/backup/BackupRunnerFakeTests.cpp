@@ -1,6 +1,3 @@
-// The runner against the programmable fake: the exchange, folder choice, batches, progress,
-// and the failures a real server rarely shows on demand (a drop halfway through a body, a
-// stall, hostile answers, a LOGOUT that goes wrong).
 #include "backup/BackupRunner.h"
 #include "imap/IMAPError.h"
 #include "imap/IMAPParseError.h"
@@ -16,11 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <fstream>
 #include <mutex>
-#include <set>
-#include <sys/resource.h>
 
 namespace {
 
@@ -104,9 +98,7 @@ protected:
         }
     }
 
-    // One run, its reports kept. Files are written on a second thread and several batches may
-    // share one save: whatever the timing, a batch is reported only once the saved state
-    // records its files.
+    // Whatever the filing thread's timing, a batch is reported only once the state records it.
     BackupSummary backUp(size_t batchCount = 40, const BackupRunner::Progress& also = {},
                          std::stop_token stop = {}) {
         test::FakeIMAPServer server(mail.greeting(), mail.handler());
@@ -205,10 +197,9 @@ TEST_F(RunnerWithFake, VisitsWhatIsChosenAndSelectable) {
     }
 }
 
-// The whole exchange, the batches and every report of a first run (one message without a
-// told size: it weighs in the plan but not in the total), then a rerun that files nothing.
-// The first run also removes this account's leftovers of a killed writer, holds the vault
-// against a second backup, and isn't failed by a LOGOUT answered with a closed connection.
+// One message has no told size: it weighs in the plan but not in the total. The run also
+// clears this account's leftovers of a killed writer, holds the vault against a second backup
+// and survives a LOGOUT answered by a close.
 TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     fill("INBOX", 100);
     mail.edit("INBOX", [](FakeMailbox::Folder& f) { f.messages[1].reportedSize = -1; });
@@ -298,8 +289,6 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     EXPECT_EQ(test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName), before);
 }
 
-// A connection that drops or stalls halfway through a body: the finished batches stay saved
-// and the next run fetches only the rest.
 class BodyCutShort : public RunnerWithFake, public testing::WithParamInterface<bool> {};
 
 TEST_P(BodyCutShort, KeepsFinishedBatchesAndResumes) {
@@ -331,8 +320,7 @@ TEST_P(BodyCutShort, KeepsFinishedBatchesAndResumes) {
 
 INSTANTIATE_TEST_SUITE_P(DropOrStall, BodyCutShort, testing::Bool());
 
-// What a hostile or broken server may send in answer to a body FETCH. An answer nobody asked
-// for is ignored; what would exhaust memory ends the run with a parse error before it is held.
+// An unasked-for answer is ignored; one that would exhaust memory ends the run first.
 struct HostileCase {
     const char* name;
     std::string before;                          // sent ahead of the first batch's bodies
@@ -392,8 +380,6 @@ TEST_F(RunnerWithFake, GreatestPossibleUIDIsNotAskedPast) {
     EXPECT_EQ(commandsNamed("UID SEARCH"), Strings{"UID SEARCH UID 1:*"});
 }
 
-// A stop asked for while a batch is reported (from the filing thread, while later batches
-// download) lets no further batch be requested and no further folder be opened.
 TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
     fill("INBOX", 60);
     fill("Sent", 3);
@@ -407,8 +393,7 @@ TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
         }
     };
     EXPECT_THROW(backUp(2, stopAtFirstBatch, stop.get_token()), CancellationError);
-    // The metadata fetch, then one per batch; the batch on its way when the stop came may be
-    // cut short, every batch before it is saved.
+    // The batch on its way at the stop may be cut short; every batch before it is saved.
     EXPECT_LE(commandsNamed("UID FETCH").size(), requestedAtStop + 1);
     auto filed = state("INBOX");
     EXPECT_GE(filed.files.size(), 2 * (requestedAtStop - 2));
@@ -417,8 +402,6 @@ TEST_F(RunnerWithFake, StopDuringAReportRequestsNoFurtherBatch) {
     EXPECT_TRUE(commandsNamed("EXAMINE Sent").empty());
 }
 
-// A sync record is read back from the disk, where anything may have changed it: whatever its
-// directory says, nothing is written, walked or removed outside the vault.
 TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
     fill("INBOX", 2);
     auto outside = directory.path() / "outside";
@@ -449,7 +432,6 @@ TEST_F(RunnerWithFake, HostileSyncRecordsCannotLeadOutOfTheVault) {
     }
 }
 
-// A folder where the sync file goes: the save fails, the message files are whole.
 TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     fill("INBOX", 3);
     fs::create_directories(layout.syncURL(account) / "in the way");
@@ -458,43 +440,6 @@ TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     EXPECT_EQ(files.size(), 3u);
     for (const auto& path : files) {
         EXPECT_FALSE(fs::path(path).filename().string().starts_with(AtomicFile::temporaryPrefix));
-    }
-}
-
-// A file size limit: the write fails with EFBIG partway through a message, and what is left
-// is whole messages only. The limit binds this process for the run alone (only regular files,
-// so the fake's socket is untouched); fork and a sanitizer's locks don't mix.
-TEST_F(RunnerWithFake, FileSizeLimitFailsTheWriteAndLeavesNoPartialFile) {
-    for (std::uint32_t uid = 1; uid <= 6; ++uid) {
-        put("INBOX", uid, message(uid, {}, uid * 20'000));
-    }
-    struct rlimit saved {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-    auto previousHandler = ::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limit = saved;
-    limit.rlim_cur = 70'000;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    int code = 0;
-    try {
-        backUp(2);
-    } catch (const std::system_error& error) {
-        code = error.code().value();
-    }
-    ::setrlimit(RLIMIT_FSIZE, &saved);
-    ::signal(SIGXFSZ, previousHandler);
-    EXPECT_EQ(code, EFBIG);
-    std::set<std::string> messages;
-    for (const auto& [uid, bytes] : inbox()) {
-        messages.insert(bytes);
-    }
-    auto files = messageFiles(layout.root);
-    EXPECT_GE(files.size(), 3u);
-    EXPECT_LT(files.size(), 6u);
-    for (const auto& path : files) {
-        EXPECT_TRUE(messages.contains(FileIO::read(layout.url(path)))) << path;
-    }
-    for (const auto& [uid, path] : state("INBOX").files) {
-        EXPECT_TRUE(fs::exists(layout.url(path))) << path;
     }
 }
 
