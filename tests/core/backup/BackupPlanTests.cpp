@@ -15,7 +15,7 @@ std::vector<std::uint32_t> range(std::uint32_t count) {
     return uids;
 }
 
-// Unknown sizes weigh 50,000: two fit in 100,000 exactly, three don't fit in 149,999.
+// Unknown sizes weigh 50,000.
 TEST(BackupPlan, BatchesCloseOnCountOrBytesAndNeverComeEmpty) {
     struct Row {
         std::vector<std::uint32_t> uids;

@@ -27,19 +27,14 @@ using Strings = std::vector<std::string>;
 
 constexpr std::int64_t marchFifth = 1709632800;
 
-std::string message(std::uint32_t n, const std::string& subject = {}, size_t padding = 0) {
-    return "Date: Tue, 5 Mar 2024 10:00:00 +0000\r\nSubject: " +
-           (subject.empty() ? "m" + std::to_string(n) : subject) + "\r\nMessage-ID: <" +
-           std::to_string(n) + "@x>\r\n\r\nbody " + std::to_string(n) + "\r\n" +
-           std::string(padding, 'x') + "\r\n";
+std::string message(std::uint32_t n, size_t padding = 0) {
+    auto number = std::to_string(n);
+    return "Date: Tue, 5 Mar 2024 10:00:00 +0000\r\nSubject: m" + number + "\r\nMessage-ID: <" +
+           number + "@x>\r\n\r\nbody " + number + "\r\n" + std::string(padding, 'x') + "\r\n";
 }
 
-Strings messageFiles(const fs::path& root) {
-    Strings files;
-    for (const auto& [path, file] : test::snapshotFiles(root, ArchiveLayout::metaDirectoryName)) {
-        files.push_back(path);
-    }
-    return files;
+test::FileSnapshot messageFiles(const fs::path& root) {
+    return test::snapshotFiles(root, ArchiveLayout::metaDirectoryName);
 }
 
 class RunnerWithFake : public testing::Test {
@@ -59,13 +54,10 @@ protected:
         account.username = "joe";
         account.server = {"127.0.0.1", 0, true};
         mail.intercept = [this](FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-            std::string summary = command.name;
+            std::lock_guard lock(commandsLock_);
+            commands_.push_back(command.name);
             for (const auto& argument : command.arguments) {
-                summary += " " + argument;
-            }
-            {
-                std::lock_guard lock(commandsLock_);
-                commands_.push_back(summary);
+                commands_.back() += " " + argument;
             }
             return misbehave && misbehave(connection, command);
         };
@@ -92,9 +84,8 @@ protected:
     }
 
     void expectSavedFilesWhole() {
-        auto held = inbox();
         for (const auto& [uid, path] : state("INBOX").files) {
-            EXPECT_EQ(FileIO::read(layout.url(path)), held.at(std::stoul(uid))) << path;
+            EXPECT_EQ(FileIO::read(layout.url(path)), inbox().at(std::stoul(uid))) << path;
         }
     }
 
@@ -128,9 +119,8 @@ protected:
     Strings commandsNamed(std::string_view prefix) const {
         Strings found;
         std::lock_guard lock(commandsLock_);
-        std::ranges::copy_if(commands_, std::back_inserter(found), [&](const std::string& command) {
-            return command.starts_with(prefix);
-        });
+        std::ranges::copy_if(commands_, std::back_inserter(found),
+                             [&](const std::string& c) { return c.starts_with(prefix); });
         return found;
     }
 
@@ -334,7 +324,7 @@ class HostileAnswers : public RunnerWithFake, public testing::WithParamInterface
 TEST_P(HostileAnswers, AreIgnoredOrEndTheRunBeforeMemoryGoes) {
     fill("INBOX", 3);
     mail.edit("INBOX", [](FakeMailbox::Folder& f) {
-        f.messages[0].body = message(1, {}, 200'000);
+        f.messages[0].body = message(1, 200'000);
         for (const auto& [uid, size] : GetParam().told) {
             f.messages[uid - 1].reportedSize = static_cast<std::int64_t>(size);
         }
@@ -438,7 +428,7 @@ TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     EXPECT_THROW(backUp(), std::system_error);
     auto files = messageFiles(layout.root);
     EXPECT_EQ(files.size(), 3u);
-    for (const auto& path : files) {
+    for (const auto& [path, file] : files) {
         EXPECT_FALSE(fs::path(path).filename().string().starts_with(AtomicFile::temporaryPrefix));
     }
 }

@@ -14,7 +14,6 @@ namespace {
 
 using qs::FilingWorker;
 
-// Leaving by another error: what was handed over is still done, in order, by the destructor.
 TEST(FilingWorker, RunsJobsInOrderAndTheDestructorFinishesThem) {
     std::vector<int> order;
     {
@@ -27,8 +26,7 @@ TEST(FilingWorker, RunsJobsInOrderAndTheDestructorFinishesThem) {
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
-// `post` comes back only when what is unfinished weighs no more than the budget; a job heavier
-// than the budget has run by then.
+// `post` returns once the unfinished weight is within the budget.
 TEST(FilingWorker, PostKeepsTheUnfinishedWeightWithinTheBudget) {
     FilingWorker worker(10);
     std::promise<void> release;
@@ -52,8 +50,7 @@ TEST(FilingWorker, PostKeepsTheUnfinishedWeightWithinTheBudget) {
     worker.finish();
 }
 
-// With a budget of 0 each post waits for its job, so the failure is known at once; with a large
-// one, the jobs queued behind the failure are dropped all the same.
+// Budget 0: each post waits, so the failure shows at once; otherwise later jobs are dropped.
 TEST(FilingWorker, FirstFailureDropsLaterJobsAndIsThrownUnchanged) {
     for (size_t budget : {0, 1000}) {
         std::vector<int> ran;

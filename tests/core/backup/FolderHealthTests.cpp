@@ -16,7 +16,6 @@ void writeFile(const fs::path& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// Every way a recorded file can stand, and the files set aside from the folder, in one walk.
 TEST(FolderHealth, SortsRecordedFilesAndListsWhatWasSetAside) {
     test::TemporaryDirectory dir;
     ArchiveLayout layout{dir.path()};

@@ -104,13 +104,6 @@ TEST_F(ImporterStore, ReimportWritesNothingWhereverTheFirstCopyIs) {
     }
 }
 
-TEST_F(ImporterStore, UnwritableVaultThrowsAndLeavesNoPartialFile) {
-    write(layout.root, "not a folder");
-    EXPECT_THROW(store({"Subject: x\r\n\r\nbody\r\n"}, "Blocked", layout), std::system_error);
-    EXPECT_EQ(qs::FileIO::read(layout.root), "not a folder");
-}
-
-// What each kind of path the user may name comes to.
 TEST_F(ImporterStore, EachNamedPathGivesItsOutcome) {
     using Skip = qs::ImportOutcome::Skip;
     const std::string mail = "Subject: hello\r\n\r\nbody\r\n";

@@ -22,7 +22,9 @@ using test::FakeIMAPConnection;
 using test::FakeMailbox;
 using Message = FakeMailbox::Message;
 
-bool hasDeleted(const Message& message) { return std::ranges::count(message.flags, "\\Deleted"); }
+bool hasDeleted(const Message& message) {
+    return std::ranges::count(message.flags, "\\Deleted");
+}
 
 struct Scenario {
     explicit Scenario(std::mt19937& random) : random(random), world(coin(0.5)) {}
@@ -62,11 +64,13 @@ struct Scenario {
         fs::path file = world.layout.url(world.pathOf(uid));
         bool present = uid != 0 && fs::exists(file);
         switch (uid == 0 ? -1 : pick(0, 6)) {
-        case 0: fs::remove(file); break;
+        case 0:
+            fs::remove(file);
+            break;
         case 1:
             if (present) {
-                fs::resize_file(file, static_cast<uintmax_t>(
-                                          pick(0, static_cast<int>(fs::file_size(file)))));
+                fs::resize_file(
+                    file, static_cast<uintmax_t>(pick(0, static_cast<int>(fs::file_size(file)))));
             }
             break;
         case 2: // same length, not mail
@@ -80,9 +84,12 @@ struct Scenario {
             });
             break;
         case 4:
-            edit(uid, [&](Message& m) { m.reportedSize = std::ssize(m.body) + (coin(0.5) ? 1 : -1); });
+            edit(uid,
+                 [&](Message& m) { m.reportedSize = std::ssize(m.body) + (coin(0.5) ? 1 : -1); });
             break;
-        case 5: markByAnotherClient(uid); break;
+        case 5:
+            markByAnotherClient(uid);
+            break;
         case 6:
             if (coin(0.3)) {
                 world.mailbox.edit("INBOX", [](FakeMailbox::Folder& f) { ++f.uidValidity; });

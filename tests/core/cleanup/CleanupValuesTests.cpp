@@ -69,23 +69,17 @@ TEST(CleanupPlan, DerivedValuesCountOnlyWhatTheyName) {
         {7, 700, std::nullopt, "7.eml", Status::pending()},
     };
     EXPECT_EQ(plan.verified().size(), 2u);
-    auto unverified = plan.unverified();
-    ASSERT_EQ(unverified.size(), 3u);
-    EXPECT_EQ(unverified[0].uid + unverified[1].uid + unverified[2].uid, 3u + 5u + 6u);
+    ASSERT_EQ(plan.unverified().size(), 3u);
+    EXPECT_EQ(plan.unverified()[1].uid, 5u);
     EXPECT_EQ(plan.pending(), 2);
     EXPECT_EQ(plan.verifiedBytes(), 500);
 
     // Unsafe only without UIDPLUS and with another marked message.
-    struct Row {
-        bool uidplus;
-        int64_t others;
-        bool safe;
-    };
-    for (Row row :
-         {Row{true, 0, true}, Row{true, 5, true}, Row{false, 0, true}, Row{false, 1, false}}) {
-        plan.serverSupportsUIDPlus = row.uidplus;
-        plan.otherDeletedOnServer = row.others;
-        EXPECT_EQ(plan.canDeleteSafely(), row.safe) << row.uidplus << " " << row.others;
+    for (auto [uidplus, others, safe] :
+         {std::tuple{true, 5, true}, {false, 0, true}, {false, 1, false}}) {
+        plan.serverSupportsUIDPlus = uidplus;
+        plan.otherDeletedOnServer = others;
+        EXPECT_EQ(plan.canDeleteSafely(), safe) << uidplus << " " << others;
     }
 }
 

@@ -1,4 +1,3 @@
-// The proof of one local copy, and finding copies by their names: file work only.
 #include "cleanup/Cleaner.h"
 #include "support/TemporaryDirectory.h"
 
@@ -42,11 +41,9 @@ TEST(CleanerVerify, OnlyAWholeMailOfTheServersSizeIsProven) {
         }
         EXPECT_EQ(Cleaner::verify(file, row.serverSize), row.expected) << row.name;
     }
-    // A folder where the file should be has no size of its own to prove.
     fs::create_directories(directory.path() / "folder.eml");
     EXPECT_EQ(Cleaner::verify(directory.path() / "folder.eml", 4096), Status::notBackedUp());
 
-    // Through an item: the path is vault-relative, and no path means no copy.
     ArchiveLayout layout{directory.path()};
     CleanupItem item{1, size, std::nullopt, "exact copy.eml", Status::pending()};
     EXPECT_EQ(Cleaner::verify(item, layout), Status::verified());

@@ -129,9 +129,9 @@ TEST(CleanerSurvey, MetadataGoesInSlicesOf500) {
     }
     EXPECT_EQ(world.plan().items.size(), 1001u);
     const std::string meta = " (UID RFC822.SIZE INTERNALDATE FLAGS)";
-    EXPECT_EQ(world.sent("UID FETCH"), (std::vector<std::string>{"UID FETCH 1:500" + meta,
-                                                                 "UID FETCH 501:1000" + meta,
-                                                                 "UID FETCH 1001" + meta}));
+    EXPECT_EQ(world.sent("UID FETCH"),
+              (std::vector<std::string>{"UID FETCH 1:500" + meta, "UID FETCH 501:1000" + meta,
+                                        "UID FETCH 1001" + meta}));
 }
 
 } // namespace

@@ -20,7 +20,9 @@ void put(const fs::path& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-size_t countFiles(const fs::path& folder) { return qs::test::snapshotFiles(folder).size(); }
+size_t countFiles(const fs::path& folder) {
+    return qs::test::snapshotFiles(folder).size();
+}
 
 qs::MailAccount account() {
     qs::MailAccount account;

@@ -1,5 +1,3 @@
-// A second taker is refused with the holder's name, in this process or another; the lock of
-// a process that died is taken over.
 #include "vault/VaultLock.h"
 
 #include "support/TemporaryDirectory.h"
