@@ -63,7 +63,7 @@ struct Scenario {
         uint32_t uid = anyUID();
         fs::path file = world.layout.url(world.pathOf(uid));
         bool present = uid != 0 && fs::exists(file);
-        switch (uid == 0 ? -1 : pick(0, 6)) {
+        switch (uid == 0 ? -1 : pick(0, 5)) {
         case 0:
             fs::remove(file);
             break;
@@ -78,19 +78,15 @@ struct Scenario {
                 std::ofstream(file, std::ios::binary) << std::string(fs::file_size(file), 'x');
             }
             break;
-        case 3:
+        case 3: // the server's copy changed
             edit(uid, [&](Message& m) {
                 m.body = CleanupWorld::message(pick(100, 999), static_cast<size_t>(pick(0, 3)));
             });
             break;
         case 4:
-            edit(uid,
-                 [&](Message& m) { m.reportedSize = std::ssize(m.body) + (coin(0.5) ? 1 : -1); });
-            break;
-        case 5:
             markByAnotherClient(uid);
             break;
-        case 6:
+        case 5:
             if (coin(0.3)) {
                 world.mailbox.edit("INBOX", [](FakeMailbox::Folder& f) { ++f.uidValidity; });
             }

@@ -3,6 +3,8 @@
 #include "support/FileIO.h"
 #include "support/FileSnapshot.h"
 #include "support/TemporaryDirectory.h"
+#include "vault/VaultBusyError.h"
+#include "vault/VaultLock.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +12,8 @@
 #include <fstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -187,6 +191,48 @@ TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
             std::exit(clean ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
+}
+
+std::optional<std::string> holderSeenBy(const qs::ArchiveLayout& layout) {
+    try {
+        qs::VaultLock lock(layout, "import");
+        return std::nullopt;
+    } catch (const qs::VaultBusyError& busy) {
+        return busy.holder();
+    }
+}
+
+TEST(VaultLock, SecondWriterIsToldWhoHoldsItUntilTheHolderIsGone) {
+    qs::test::TemporaryDirectory directory;
+    qs::ArchiveLayout layout{directory.path() / "vault"};
+    {
+        qs::VaultLock held(layout, "backup");
+        EXPECT_EQ(holderSeenBy(layout), qs::VaultLock::describeHolder("backup"));
+    }
+    EXPECT_EQ(holderSeenBy(layout), std::nullopt);
+
+    // Another process takes it and is killed while holding it.
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        qs::VaultLock held(layout, "reindex");
+        (void)!::write(ready[1], "x", 1);
+        ::pause();
+        ::_exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    auto holder = holderSeenBy(layout);
+    ASSERT_TRUE(holder.has_value());
+    EXPECT_NE(holder->find("process " + std::to_string(child) + ", reindex"), std::string::npos)
+        << *holder;
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    EXPECT_EQ(holderSeenBy(layout), std::nullopt);
 }
 
 } // namespace
