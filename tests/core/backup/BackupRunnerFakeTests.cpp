@@ -178,7 +178,6 @@ TEST_F(RunnerWithFake, VisitsWhatIsChosenAndSelectable) {
             EXPECT_TRUE(state(name).lastRun.has_value()) << name;
         }
         EXPECT_EQ(commandsNamed("EXAMINE"), expected);
-        EXPECT_TRUE(commandsNamed("SELECT").empty());
         // The empty Sent is never searched.
         EXPECT_EQ(commandsNamed("UID SEARCH").size(),
                   static_cast<size_t>(std::ranges::count(row.examined, "Inbox")));
@@ -231,7 +230,6 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
                        "UID FETCH 41:80" + meta + " BODY.PEEK[])",
                        "UID FETCH 81:100" + meta + " BODY.PEEK[])", "LOGOUT"}));
     EXPECT_EQ(summary.newMessages, 100);
-    EXPECT_EQ(summary.folders, 1);
     auto held = inbox();
     std::vector<std::int64_t> upTo{0};
     for (const auto& [uid, bytes] : held) {
@@ -262,10 +260,8 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     EXPECT_EQ(reports[6].completed, (std::map<std::string, int>{{"INBOX", 100}}));
 
     auto filed = state("INBOX");
-    EXPECT_EQ(filed.highestUID, 100u);
     EXPECT_EQ(filed.files.size(), 100u);
     EXPECT_EQ(filed.directory, "Acct/INBOX");
-    EXPECT_TRUE(filed.lastRun.has_value());
     EXPECT_EQ(filed.files.at("1"), "Acct/INBOX/2024/2024-03-05 m1 1.eml");
     EXPECT_EQ(filed.sizes->at("2"), secondSize);
 

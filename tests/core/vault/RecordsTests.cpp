@@ -53,22 +53,15 @@ TEST(MailAccountJSON, EncodesCompactlyAndRoundTrips) {
 
 // A second, intact account doesn't rescue a bad one.
 TEST(MailAccountJSON, AnyMissingKeyOrDamagedValueRejectsTheWholeFile) {
-    // clang-format off
-    const std::vector<std::vector<std::string>> paths = {
-        {"id"}, {"label"}, {"username"}, {"server"}, {"provider"}, {"folders"}, {"knownFolders"},
-        {"server", "host"}, {"server", "port"}, {"server", "plaintextLocalDev"},
-        {"knownFolders", "0", "name"}, {"knownFolders", "0", "displayName"},
-        {"knownFolders", "0", "attributes"}};
-    // clang-format on
-    for (const auto& path : paths) {
+    for (const char* key :
+         {"/id", "/label", "/username", "/server", "/provider", "/folders", "/knownFolders",
+          "/server/host", "/server/port", "/server/plaintextLocalDev", "/knownFolders/0/name",
+          "/knownFolders/0/displayName", "/knownFolders/0/attributes"}) {
         auto file = json::parse(validAccountsFile);
         file.push_back(file[0]);
-        json* object = &file[0];
-        for (size_t i = 0; i + 1 < path.size(); ++i) {
-            object = object->is_array() ? &(*object)[std::stoul(path[i])] : &(*object)[path[i]];
-        }
-        object->erase(path.back());
-        EXPECT_FALSE(qs::MailAccount::decodeList(file.dump())) << "without " << path.back();
+        json::json_pointer at(std::string("/0") + key);
+        file[at.parent_pointer()].erase(at.back());
+        EXPECT_FALSE(qs::MailAccount::decodeList(file.dump())) << "without " << key;
     }
     const std::pair<std::string, std::string> damage[] = {
         {R"("port":1143)", R"("port":70000)"},
