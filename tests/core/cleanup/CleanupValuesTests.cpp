@@ -18,7 +18,6 @@ TEST(CleanupItem, KeptReasonNamesWhyAMessageStays) {
         std::optional<std::string> reason;
     };
     const Row rows[] = {
-        {Status::pending(), std::nullopt},
         {Status::verified(), std::nullopt},
         {Status::sizeMismatch(1233, 1234), "Local copy is 1233 bytes, the server’s is 1234"},
         {Status::notBackedUp(), "Not in your vault yet — run a backup first"},
@@ -78,7 +77,6 @@ TEST(CleanupPlan, DerivedValuesCountOnlyWhatTheyName) {
     EXPECT_EQ(plan.pending(), 2);
     EXPECT_EQ(plan.verifiedBytes(), 500);
 
-    // Unsafe only without UIDPLUS and with another marked message.
     for (auto [uidplus, others, safe] :
          {std::tuple{true, 5, true}, {false, 0, true}, {false, 1, false}}) {
         plan.serverSupportsUIDPlus = uidplus;

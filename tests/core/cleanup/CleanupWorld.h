@@ -19,7 +19,6 @@ namespace qs::test {
 
 class CleanupWorld {
 public:
-    // INTERNALDATEs before and after the limit of `plan`.
     static constexpr int64_t oldDate = 1704067200, newDate = 1735689600, limitDate = 1717200000;
     static constexpr const char* folderDirectory = "Test/INBOX";
 

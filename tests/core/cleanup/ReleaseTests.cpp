@@ -14,7 +14,6 @@ using test::FakeIMAPCommand;
 using test::FakeIMAPConnection;
 using test::FakeMailbox;
 
-// 450 old messages, all filed, proven, and a newer one outside the selection.
 struct Released {
     explicit Released(bool uidplus) : world(uidplus) {
         world.addMany(450);
@@ -176,10 +175,6 @@ TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
          CleanupError::uidValidityChanged(), all, true},
         {"every file deleted",
          [](auto& world, auto&) { fs::remove_all(world.layout.url(world.folderDirectory)); },
-         nothing, all, false},
-        {"plan without verified items",
-         [](auto&, auto& plan) { plan.items.resize(1);
-                                 plan.items[0].status = CleanupItem::Status::pending(); },
          nothing, all, false},
     };
     // clang-format on
