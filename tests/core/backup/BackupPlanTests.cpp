@@ -1,8 +1,14 @@
 #include "backup/BackupPlan.h"
+#include "backup/FilingWorker.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <future>
 #include <numeric>
+#include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -15,7 +21,7 @@ std::vector<std::uint32_t> range(std::uint32_t count) {
     return uids;
 }
 
-// Unknown sizes weigh 50,000: two fit in 100,000 exactly, three don't fit in 149,999.
+// Unknown sizes weigh 50,000.
 TEST(BackupPlan, BatchesCloseOnCountOrBytesAndNeverComeEmpty) {
     struct Row {
         std::vector<std::uint32_t> uids;
@@ -38,12 +44,75 @@ TEST(BackupPlan, BatchesCloseOnCountOrBytesAndNeverComeEmpty) {
 }
 
 TEST(BackupPlan, Chunked) {
-    auto pieces = qs::BackupPlan::chunked(range(1201), 500);
-    ASSERT_EQ(pieces.size(), 3u);
-    EXPECT_EQ(pieces[1].front(), 501u);
-    EXPECT_EQ(pieces[2].size(), 201u);
+    EXPECT_EQ(qs::BackupPlan::chunked(range(5), 2), (Batches{{1, 2}, {3, 4}, {5}}));
     EXPECT_TRUE(qs::BackupPlan::chunked({}, 500).empty());
     EXPECT_EQ(qs::BackupPlan::chunked({4, 5}, 0), (Batches{{4}, {5}}));
+}
+
+TEST(FilingWorker, RunsJobsInOrderAndTheDestructorFinishesThem) {
+    std::vector<int> order;
+    {
+        qs::FilingWorker worker(10);
+        for (int i = 0; i < 100; ++i) {
+            worker.post(1, [&order, i] { order.push_back(i); });
+        }
+    }
+    ASSERT_EQ(order.size(), 100u);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+// `post` returns once the unfinished weight is within the budget.
+TEST(FilingWorker, PostKeepsTheUnfinishedWeightWithinTheBudget) {
+    qs::FilingWorker worker(10);
+    std::promise<void> release;
+    auto gate = release.get_future().share();
+    worker.post(4, [gate] { gate.wait(); }); // 4 unfinished: back at once
+    worker.post(4, [] {});                   // 8: back at once, though the first still runs
+    std::atomic<bool> released{false};
+    std::atomic<bool> returnedEarly{false};
+    std::thread poster([&] {
+        worker.post(4, [] {}); // 12: must wait for the first job
+        returnedEarly = !released.load();
+    });
+    released = true;
+    release.set_value();
+    poster.join();
+    EXPECT_FALSE(returnedEarly);
+
+    std::atomic<bool> heavyDone{false};
+    worker.post(25, [&] { heavyDone = true; });
+    EXPECT_TRUE(heavyDone);
+    worker.finish();
+}
+
+// Budget 0: each post waits, so the failure shows at once; otherwise later jobs are dropped.
+TEST(FilingWorker, FirstFailureDropsLaterJobsAndIsThrownUnchanged) {
+    for (size_t budget : {0, 1000}) {
+        std::vector<int> ran;
+        std::vector<std::string> thrown;
+        qs::FilingWorker worker(budget);
+        auto post = [&](std::function<void()> job) {
+            try {
+                worker.post(1, std::move(job));
+            } catch (const std::runtime_error& error) {
+                thrown.push_back(error.what());
+            }
+        };
+        post([&] { ran.push_back(1); });
+        post([] { throw std::runtime_error("disk full"); });
+        EXPECT_EQ(thrown.size(), budget == 0 ? 1u : 0u);
+        for (int i = 0; i < 50; ++i) {
+            post([&] { ran.push_back(3); });
+        }
+        EXPECT_TRUE(budget != 0 || thrown.size() == 51u);
+        try {
+            worker.finish();
+            ADD_FAILURE() << "finish should throw";
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "disk full");
+        }
+        EXPECT_EQ(ran, std::vector<int>{1}) << budget;
+    }
 }
 
 } // namespace

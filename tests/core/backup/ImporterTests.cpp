@@ -1,3 +1,4 @@
+#include "backup/FolderHealth.h"
 #include "backup/ImportBatch.h"
 #include "backup/Importer.h"
 
@@ -11,12 +12,14 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <map>
 
 namespace {
 
 namespace fs = std::filesystem;
 using qs::ArchiveLayout;
 using qs::Importer::fingerprint;
+using qs::Importer::splitMbox;
 using qs::Importer::store;
 
 void write(const fs::path& path, const std::string& bytes) {
@@ -52,7 +55,6 @@ TEST_F(ImporterStore, NamesAndSkips) {
     EXPECT_TRUE(paths[1].starts_with("Imported/Messages/")) << paths[1];
     EXPECT_TRUE(paths[1].ends_with(" (no subject) i" + fingerprint(bareHeader) + ".eml"))
         << paths[1];
-    // Two identical messages: one file, counted twice.
     EXPECT_EQ(paths[2], paths[0]);
     std::time_t now = std::time(nullptr);
     std::tm parts{};
@@ -65,52 +67,23 @@ TEST_F(ImporterStore, NamesAndSkips) {
     EXPECT_EQ(qs::test::snapshotFiles(layout.root).size(), 5u);
 }
 
-// A message already in the vault is known by its bytes, whatever name it would get now.
+// A message already in the vault is known by its bytes, whatever name it would get now (here
+// another collection, and moved to another day as another time zone would have named it).
 TEST_F(ImporterStore, ReimportWritesNothingWhereverTheFirstCopyIs) {
     const std::string dated = "Date: Tue, 5 Mar 2024 10:00:00 +0000\r\nSubject: s\r\n\r\nx\r\n";
-    const std::string undated = "From: a@b\r\nSubject: u\r\n\r\nx\r\n";
-    struct Row {
-        const char* name;
-        std::string message;
-        std::optional<qs::Date> firstUndated;
-        std::optional<qs::Date> secondUndated;
-        std::string secondCollection;
-        bool moved; // to where another clock or zone would have named it
-    };
-    const Row rows[] = {
-        {"named for another day, as in another time zone", dated, {}, {}, "A", true},
-        {"undated, imported again on another day", undated, qs::dateFromUnix(1'000'000'000),
-         qs::dateFromUnix(1'100'000'000), "A", false},
-        {"imported again into another collection", dated, {}, {}, "B", false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        fs::remove_all(layout.root);
-        qs::ImportBatch first(layout);
-        auto path = first.store({row.message}, "A", row.firstUndated).at(0);
-        if (row.moved) {
-            std::string other = "Imported/A/2024/2024-03-04 s i" + fingerprint(dated) + ".eml";
-            fs::rename(layout.url(path), layout.url(other));
-            path = other;
-        }
-        first.finish();
-        auto before = qs::test::snapshotFiles(layout.root);
+    qs::ImportBatch first(layout);
+    auto path = first.store({dated}, "A", {}).at(0);
+    std::string moved = "Imported/A/2024/2024-03-04 s i" + fingerprint(dated) + ".eml";
+    fs::rename(layout.url(path), layout.url(moved));
+    first.finish();
+    auto before = qs::test::snapshotFiles(layout.root);
 
-        qs::ImportBatch second(layout);
-        EXPECT_EQ(second.store({row.message, row.message}, row.secondCollection, row.secondUndated),
-                  (std::vector<std::string>{path, path}));
-        EXPECT_EQ(second.written(), 0);
-        EXPECT_EQ(qs::test::snapshotFiles(layout.root), before);
-    }
+    qs::ImportBatch second(layout);
+    EXPECT_EQ(second.store({dated, dated}, "B", {}), (std::vector<std::string>{moved, moved}));
+    EXPECT_EQ(second.written(), 0);
+    EXPECT_EQ(qs::test::snapshotFiles(layout.root), before);
 }
 
-TEST_F(ImporterStore, UnwritableVaultThrowsAndLeavesNoPartialFile) {
-    write(layout.root, "not a folder");
-    EXPECT_THROW(store({"Subject: x\r\n\r\nbody\r\n"}, "Blocked", layout), std::system_error);
-    EXPECT_EQ(qs::FileIO::read(layout.root), "not a folder");
-}
-
-// What each kind of path the user may name comes to.
 TEST_F(ImporterStore, EachNamedPathGivesItsOutcome) {
     using Skip = qs::ImportOutcome::Skip;
     const std::string mail = "Subject: hello\r\n\r\nbody\r\n";
@@ -163,6 +136,100 @@ TEST_F(ImporterStore, EachNamedPathGivesItsOutcome) {
         }
         EXPECT_EQ(batch.written(), row.imported);
     }
+}
+
+TEST(MboxSplit, SplitsAsExpected) {
+    struct Row {
+        const char* name;
+        std::string mbox;
+        std::vector<std::string> messages;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"no separator", "Subject: x\n\nbody\n", {}},
+        {"trailing blank lines stripped", "From a\nS: x\n\nbody\n\n\r\n\n", {"S: x\n\nbody\r\n"}},
+        {"two", "From a\nS: 1\n\nb1\n\nFrom b\nS: 2\n\nb2\n", {"S: 1\n\nb1\r\n", "S: 2\n\nb2\r\n"}},
+        {"From after a text line stays inside", "From a\nS: 1\n\nline\nFrom here on\n",
+         {"S: 1\n\nline\nFrom here on\r\n"}},
+        {"bytes before the first separator dropped", "junk\n\nFrom a\nS: 1\n", {"S: 1\r\n"}},
+        {"CRLF lines", "From a\r\nS: 1\r\n\r\nb1\r\n\r\nFrom b\r\nS: 2\r\n",
+         {"S: 1\r\n\r\nb1\r\n", "S: 2\r\n"}},
+        {"CR-only lines split and keep their ends", "From a\rS: 1\r\r>From b1\r\rFrom b\rS: 2\r",
+         {"S: 1\r\rFrom b1\r", "S: 2\r"}},
+        {"one quote before From dropped", "From a\nS: 1\n\n>From me\n>>From you\n",
+         {"S: 1\n\nFrom me\n>From you\r\n"}},
+        {"quotes not before From kept", "From a\nS: 1\n\n>Fromage\n> From x\nx >From y\n>\n",
+         {"S: 1\n\n>Fromage\n> From x\nx >From y\n>\r\n"}},
+        {"blank message between separators", "From a\n\nFrom b\nS: 2\n", {"\r\n", "S: 2\r\n"}},
+    };
+    // clang-format on
+    for (const Row& row : rows) {
+        EXPECT_EQ(splitMbox(row.mbox), row.messages) << row.name;
+    }
+}
+
+// 225 separator lines by an independent scan; one is mailbox_01.mbox's last line and opens an
+// empty message. content-length.mbox.txt escapes two body lines as ">From - Fri Dec 13...".
+TEST(MboxSplitCorpus, AllMboxFilesGiveTheListedMembersUnescaped) {
+    size_t files = 0;
+    size_t total = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(QS_CORPUS_DIR)) {
+        auto name = entry.path().filename().string();
+        if (!entry.is_regular_file() ||
+            !(name.ends_with(".mbox") || name.ends_with(".mbox.txt") || name == "mbox.rlug")) {
+            continue;
+        }
+        ++files;
+        auto messages = splitMbox(qs::FileIO::read(entry.path()));
+        for (const auto& message : messages) {
+            EXPECT_TRUE(message.ends_with("\r\n")) << name;
+            EXPECT_FALSE(message.ends_with("\n\r\n")) << name;
+            EXPECT_EQ(message.find("\n>From - Fri Dec 13 15:01:21 1996\n"), std::string::npos);
+        }
+        total += messages.size();
+    }
+    EXPECT_EQ(files, 46u);
+    EXPECT_EQ(total, 224u);
+}
+
+TEST(Fingerprint, IsTheLowHalfOfFNV1a64) {
+    // Published FNV-1a 64-bit vectors: cbf29ce484222325, af63dc4c8601ec8c, 85944171f73967e8.
+    EXPECT_EQ(qs::Importer::fingerprint(""), "84222325");
+    EXPECT_EQ(qs::Importer::fingerprint("a"), "8601ec8c");
+    EXPECT_EQ(qs::Importer::fingerprint("foobar"), "f73967e8");
+}
+
+TEST(FolderHealth, SortsRecordedFilesAndListsWhatWasSetAside) {
+    qs::test::TemporaryDirectory dir;
+    ArchiveLayout layout{dir.path()};
+    qs::FolderState state;
+    state.directory = "A/INBOX";
+    state.files = {{"1", "A/INBOX/2024/one.eml"},
+                   {"2", "A/INBOX/2024/gone.eml"},
+                   {"3", "A/INBOX/2024/grown.eml"},
+                   {"4", "A/INBOX/2024/unsized.eml"},
+                   {"x5", "A/INBOX/2024/one.eml"}};
+    state.sizes = std::map<std::string, std::int64_t>{{"1", 3}, {"2", 3}, {"3", 3}};
+    write(layout.url("A/INBOX/2024/one.eml"), "abc");
+    write(layout.url("A/INBOX/2024/grown.eml"), "abcd");
+    write(layout.url("A/INBOX/2024/unsized.eml"), "abcdef");
+    for (int i = 0; i < 2; ++i) {
+        write(layout.url("A/INBOX/2023/old.eml"), "old");
+        qs::FolderHealth::setAsideFile(layout, "A/INBOX/2023/old.eml");
+    }
+    write(layout.url("B/INBOX/2023/other.eml"), "other");
+    qs::FolderHealth::setAsideFile(layout, "B/INBOX/2023/other.eml");
+
+    auto health = qs::FolderHealth::check(layout, state);
+    EXPECT_EQ(health.verified, 2);
+    EXPECT_EQ(health.missing, (std::map<std::uint32_t, std::string>{{2, "A/INBOX/2024/gone.eml"}}));
+    EXPECT_EQ(health.differing,
+              (std::map<std::uint32_t, std::string>{{3, "A/INBOX/2024/grown.eml"}}));
+    EXPECT_EQ(health.setAside, (std::vector<std::string>{
+                                   ".quernstead/set-aside/A/INBOX/2023/old (2).eml",
+                                   ".quernstead/set-aside/A/INBOX/2023/old.eml",
+                               }));
+    EXPECT_FALSE(fs::exists(layout.url("A/INBOX/2023/old.eml")));
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// The whole path against a real Dovecot over TLS (with UIDPLUS): back up, survey, prove,
-// release, and look at what is left on both sides.
+// The whole path against a real Dovecot over TLS (with UIDPLUS).
 #include "backup/BackupRunner.h"
 #include "cleanup/Cleaner.h"
 #include "support/DovecotFixture.h"
@@ -12,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace {
 
@@ -21,19 +19,12 @@ using namespace qs;
 using test::DovecotFixture;
 using Status = CleanupItem::Status;
 
-std::vector<uint32_t> uidsOf(const std::vector<CleanupItem>& items) {
-    std::vector<uint32_t> uids;
-    std::ranges::transform(items, std::back_inserter(uids), &CleanupItem::uid);
-    return uids;
-}
-
 TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     DovecotFixture& dovecot = DovecotFixture::shared();
     dovecot.addUser("cleanup", "secret");
     const int64_t old = 1577836800;              // 1 Jan 2020
     const int64_t recent = 1700000000;           // Nov 2023
     const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
-    // Real mail with CRLF line ends as a server keeps it; large ones are left out.
     std::vector<std::string> mail = test::corpusMail(40, {200, 200'000, true, true, false});
     ASSERT_EQ(mail.size(), 40u);
     std::vector<test::SeedMessage> inbox;
@@ -59,24 +50,19 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     // One copy lost from the vault: that message can't be proven and must stay.
     FolderState filed = layout.loadSync(account).folders.at("INBOX");
     fs::remove(layout.url(filed.files.at("5")));
-    // The vault's lock is held by the release itself.
     auto vaultBefore = test::snapshotFiles(layout.root, VaultLock::fileName);
     std::string syncBefore = FileIO::read(layout.syncURL(account));
 
     Cleaner cleaner(layout, account, "secret");
     cleaner.chunkSize = 7;
     CleanupPlan plan = cleaner.plan("INBOX", limit);
-    std::vector<uint32_t> proven(20);
-    std::iota(proven.begin(), proven.end(), 1);
-    proven.erase(proven.begin() + 4);
     ASSERT_EQ(plan.items.size(), 20u) << plan;
-    EXPECT_EQ(uidsOf(plan.verified()), proven) << plan;
+    EXPECT_EQ(plan.verified().size(), 19u) << plan;
     EXPECT_EQ(plan.items[4].status, Status::notBackedUp());
     EXPECT_TRUE(plan.serverSupportsUIDPlus);
     EXPECT_EQ(plan.uidValidity, filed.uidValidity);
     EXPECT_EQ(plan.otherDeletedOnServer, 0);
 
-    // A folder renumbered since its survey gives nothing away.
     CleanupPlan other = cleaner.plan("Renumbered", limit);
     ASSERT_EQ(other.verified().size(), 10u);
     dovecot.setUIDValidity("cleanup", "Renumbered", other.uidValidity + 1000);
@@ -101,15 +87,13 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
         left.push_back(message.uid);
         EXPECT_TRUE(message.flags.empty()) << "UID " << message.uid;
     }
-    std::vector<uint32_t> expected(11);
-    std::iota(expected.begin() + 1, expected.end(), 21);
-    expected[0] = 5;
-    EXPECT_EQ(left, expected);
+    EXPECT_EQ(left, (std::vector<uint32_t>{5, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30}));
     EXPECT_EQ(test::snapshotFiles(layout.root, VaultLock::fileName), vaultBefore);
     EXPECT_EQ(FileIO::read(layout.syncURL(account)), syncBefore);
 
     CleanupPlan again = cleaner.survey("INBOX", limit);
-    EXPECT_EQ(uidsOf(again.items), std::vector<uint32_t>{5});
+    ASSERT_EQ(again.items.size(), 1u);
+    EXPECT_EQ(again.items[0].uid, 5u);
 }
 
 } // namespace

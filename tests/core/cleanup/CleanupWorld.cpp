@@ -39,12 +39,10 @@ uint32_t CleanupWorld::add(const std::string& body, int64_t date, bool filed, bo
     return uid;
 }
 
-std::vector<uint32_t> CleanupWorld::addMany(int count) {
-    std::vector<uint32_t> uids;
+void CleanupWorld::addMany(int count) {
     for (int i = 0; i < count; ++i) {
-        uids.push_back(add(message(i, static_cast<size_t>(i % 7))));
+        add(message(i, static_cast<size_t>(i % 7)));
     }
-    return uids;
 }
 
 void CleanupWorld::saveSync() {

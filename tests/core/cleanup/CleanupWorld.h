@@ -1,7 +1,6 @@
 #pragma once
 
-// A fake server's INBOX (FakeMailbox) and a vault holding copies of it, either side open to
-// change at any point.
+// A fake server's INBOX and a vault holding copies of it, either side open to change.
 
 #include "cleanup/Cleaner.h"
 #include "support/FakeIMAPServer.h"
@@ -20,21 +19,17 @@ namespace qs::test {
 
 class CleanupWorld {
 public:
-    /// INTERNALDATEs before and after the limit of `plan`.
-    static constexpr int64_t oldDate = 1704067200;   // 1 Jan 2024
-    static constexpr int64_t newDate = 1735689600;   // 1 Jan 2025
-    static constexpr int64_t limitDate = 1717200000; // 1 Jun 2024
+    static constexpr int64_t oldDate = 1704067200, newDate = 1735689600, limitDate = 1717200000;
     static constexpr const char* folderDirectory = "Test/INBOX";
 
     explicit CleanupWorld(bool uidplus);
 
     static std::string message(int n, size_t padding = 0);
 
-    /// A message on the server; with `filed`, its copy at `pathOf`, in the sync state when
-    /// `recorded` (else found by its name). Returns the UID.
+    /// A message on the server; `filed`: copied to `pathOf`, and in the sync state if `recorded`.
     uint32_t add(const std::string& body, int64_t date = oldDate, bool filed = true,
                  bool recorded = true);
-    std::vector<uint32_t> addMany(int count);
+    void addMany(int count);
     void saveSync();
 
     std::string pathOf(uint32_t uid) const {
@@ -44,7 +39,7 @@ public:
     Cleaner cleaner(int64_t chunkSize = 200) const;
     CleanupPlan plan() const { return cleaner().plan("INBOX", dateFromUnix(limitDate)); }
 
-    /// The client lines so far that start, after the tag, with `command`, untagged.
+    /// The client lines so far that start with `command`, untagged.
     std::vector<std::string> sent(std::string_view command) const;
     std::vector<uint32_t> onServer() const { return mailbox.uids("INBOX"); }
     std::vector<uint32_t> markedOnServer() const;

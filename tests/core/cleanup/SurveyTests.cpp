@@ -19,9 +19,9 @@ TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
     uint32_t byName = world.add(CleanupWorld::message(3), CleanupWorld::oldDate, true, false);
     uint32_t neverFiled = world.add(CleanupWorld::message(4), CleanupWorld::oldDate, false);
     uint32_t short1 = world.add(CleanupWorld::message(5));
-    world.add(CleanupWorld::message(6), CleanupWorld::newDate); // after the limit
+    world.add(CleanupWorld::message(6), CleanupWorld::newDate);
     uint32_t markedOutside = world.add(CleanupWorld::message(7), CleanupWorld::newDate);
-    // Not the "{uid}" of its name: the state's word counts.
+    // The state's word counts, not the UID in the name.
     uint32_t renamed = world.add(CleanupWorld::message(8));
     std::filesystem::rename(world.layout.url(world.pathOf(renamed)),
                             world.layout.url("Test/INBOX/Renamed.eml"));
@@ -30,11 +30,8 @@ TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
     std::filesystem::resize_file(world.layout.url(world.pathOf(short1)),
                                  CleanupWorld::message(5).size() - 1);
     world.mailbox.edit("INBOX", [&](FakeMailbox::Folder& folder) {
-        for (auto& message : folder.messages) {
-            if (message.uid == markedInside || message.uid == markedOutside) {
-                message.flags.push_back("\\Deleted");
-            }
-        }
+        folder.messages[markedInside - 1].flags.push_back("\\Deleted");
+        folder.messages[markedOutside - 1].flags.push_back("\\Deleted");
     });
 
     CleanupPlan plan = world.plan();
@@ -52,16 +49,10 @@ TEST(CleanerSurvey, PairsEachOldMessageWithItsProvenCopy) {
                   item(neverFiled, 4, std::nullopt, Status::notBackedUp()),
                   item(short1, 5, world.pathOf(short1), Status::sizeMismatch(size(5) - 1, size(5))),
                   item(renamed, 8, "Test/INBOX/Renamed.eml", Status::verified())}));
-    EXPECT_EQ(plan.mailbox, "INBOX");
     EXPECT_EQ(plan.displayName, "Inbox");
-    EXPECT_EQ(plan.uidValidity, 1u);
     EXPECT_EQ(plan.otherDeletedOnServer, 1) << "only the mark outside the selection counts";
     EXPECT_FALSE(plan.serverSupportsUIDPlus);
-    EXPECT_FALSE(plan.canDeleteSafely());
-    EXPECT_EQ(plan.verifiedBytes(), size(1) + size(2) + size(3) + size(8));
 
-    // Read-only, the server's own dates decide, metadata only, and nothing changed.
-    EXPECT_EQ(world.sent("SELECT"), std::vector<std::string>{});
     EXPECT_EQ(world.sent("EXAMINE"), std::vector<std::string>{"EXAMINE \"INBOX\""});
     EXPECT_EQ(world.sent("UID SEARCH"),
               (std::vector<std::string>{"UID SEARCH BEFORE " + IMAPDate::searchString(dateFromUnix(
@@ -97,12 +88,10 @@ TEST(CleanerSurvey, CopiesCountOnlyUnderTheSameUIDValidity) {
         for (const CleanupItem& item : plan.items) {
             EXPECT_EQ(item.status, row.expected) << row.name << ": " << item;
         }
-        EXPECT_TRUE(plan.serverSupportsUIDPlus);
     }
 }
 
-// A sync-state key names a message only when it is the UID in plain decimal and nothing else;
-// the copies here carry no UID in their names, so the state is the only way to find them.
+// Only a key that is the UID in plain decimal names a message (the copies' names carry none).
 TEST(CleanerSurvey, StateKeysCountOnlyAsWholeDecimalUIDs) {
     CleanupWorld world(true);
     const std::string keys[] = {"1", "2x", " 3", "+4", "5 ", "-6", ""};
@@ -124,27 +113,6 @@ TEST(CleanerSurvey, StateKeysCountOnlyAsWholeDecimalUIDs) {
         EXPECT_EQ(plan.items[i].status == Status::verified(), found[i]) << '"' << keys[i] << '"';
         EXPECT_EQ(plan.items[i].localPath.has_value(), found[i]) << '"' << keys[i] << '"';
     }
-}
-
-TEST(CleanerSurvey, MetadataGoesInSlicesOf500AndNotAtAllForNothing) {
-    CleanupWorld world(true);
-    for (int i = 0; i < 1001; ++i) {
-        world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n");
-    }
-    world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
-    CleanupPlan plan = world.cleaner().survey("INBOX", dateFromUnix(CleanupWorld::limitDate));
-    EXPECT_EQ(plan.items.size(), 1001u);
-    EXPECT_EQ(plan.items.back().uid, 1001u);
-    EXPECT_EQ(plan.pending(), 1001);
-    EXPECT_EQ(world.sent("UID FETCH"),
-              (std::vector<std::string>{"UID FETCH 1:500 (UID RFC822.SIZE INTERNALDATE FLAGS)",
-                                        "UID FETCH 501:1000 (UID RFC822.SIZE INTERNALDATE FLAGS)",
-                                        "UID FETCH 1001 (UID RFC822.SIZE INTERNALDATE FLAGS)"}));
-
-    CleanupWorld empty(true);
-    empty.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
-    EXPECT_TRUE(empty.plan().items.empty());
-    EXPECT_TRUE(empty.sent("UID FETCH").empty());
 }
 
 } // namespace

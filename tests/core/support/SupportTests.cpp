@@ -56,8 +56,7 @@ TEST(Unicode, CountsCharactersFoldsCaseAndDiacriticsAndMatches) {
     EXPECT_FALSE(word.contains(Unicode::fromUTF8("12")));
 }
 
-// Saves killed half-way by a file size limit, then the start-up clean-up: only a live process's
-// save is left; a whole save replaces its file and leaves no temporary.
+// Saves killed half-way by a file size limit: the clean-up leaves only a live process's save.
 TEST(AtomicFile, LeftoversOfKilledSavesAreRemovedAndLiveOnesKept) {
     test::TemporaryDirectory temporary;
     const fs::path dir = temporary.path();

@@ -17,7 +17,7 @@ std::string repeat(std::string_view piece, size_t count) {
 }
 
 TEST(FileNamesSanitize, Table) {
-    // Thumbs up with a skin tone: one character of 8 bytes. A family: one character of 18.
+    // One character of 8 bytes, and one of 18.
     const std::string emoji = "\U0001F44D\U0001F3FD";
     const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
     struct Case {
@@ -32,12 +32,10 @@ TEST(FileNamesSanitize, Table) {
         {"plain text is kept", "Quarterly report", 80, 150, "Quarterly report"},
         {"all nine unsafe characters", R"(a/b\c:d*e?f"g<h>i|j)", 80, 150, "a b c d e f g h i j"},
         {"runs of spaces fold", "  a    b  ", 80, 150, "a b"},
-        {"CR LF is one character, one blank", "a\r\nb", 80, 150, "a b"},
         {"every line break kind", "a\nb\vc\fd\re\u0085f\u2028g\u2029h", 80, 150, "a b c d e f g h"},
         {"tab, controls and DEL", "a\tb\x01" "c\x1f" "d\x7f" "e", 80, 150, "a b c d e"},
         {"NUL is unsafe too", std::string("a\0b", 3), 80, 150, "a b"},
         {"unicode blanks trimmed, kept inside", "\u00a0\u3000x\u00a0y\u2003", 80, 150, "x\u00a0y"},
-        {"leading dots dropped", "...hidden", 80, 150, "hidden"},
         {"dots alone become empty", "....", 80, 150, ""},
         {"dot, blank, letter ends as the letter", ". x", 80, 150, "x"},
         {"inner and trailing dots stay", "a.b.", 80, 150, "a.b."},
@@ -75,8 +73,7 @@ TEST(FileNamesFolderDirectory, Table) {
     }
 }
 
-// Noon UTC falls on the same day in every zone from UTC-11 to UTC+11, so these cases hold on
-// any ordinary test machine; the zone itself is tested below.
+// Noon UTC is the same day from UTC-11 to UTC+11.
 TEST(FileNamesMessagePath, JoinsYearDaySubjectAndId) {
     auto noon = qs::dateFromUnix(1'709'294'400); // 2024-03-01T12:00:00Z
     EXPECT_EQ(qs::FileNames::messagePath(noon, "Lunch: Friday?", "42"),
@@ -88,8 +85,7 @@ TEST(FileNamesMessagePath, JoinsYearDaySubjectAndId) {
     EXPECT_EQ(qs::FileNames::messagePath(early, "Old", "1"), "1900/1900-01-01 Old 1.eml");
 }
 
-// The year folder follows the local time. The formatters read the zone once, so each case runs
-// in a fresh copy of this program (the "threadsafe" death test style) that sets TZ first.
+// The formatters read the zone once, so each case runs in a fresh child that sets TZ first.
 TEST(FileNamesMessagePath, YearFollowsTheLocalTimeZone) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     struct Case {
