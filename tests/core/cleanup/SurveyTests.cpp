@@ -115,4 +115,24 @@ TEST(CleanerSurvey, StateKeysCountOnlyAsWholeDecimalUIDs) {
     }
 }
 
+// Slice edges are where a message gets lost or fetched twice.
+TEST(CleanerSurvey, MetadataGoesInSlicesOf500AndNotAtAllForNothing) {
+    CleanupWorld world(true);
+    for (int i = 0; i < 1001; ++i) {
+        world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n");
+    }
+    world.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
+    CleanupPlan plan = world.cleaner().survey("INBOX", dateFromUnix(CleanupWorld::limitDate));
+    EXPECT_EQ(plan.pending(), 1001);
+    EXPECT_EQ(plan.items.back().uid, 1001u);
+    EXPECT_EQ(world.sent("UID FETCH"),
+              (std::vector<std::string>{"UID FETCH 1:500 (UID RFC822.SIZE INTERNALDATE FLAGS)",
+                                        "UID FETCH 501:1000 (UID RFC822.SIZE INTERNALDATE FLAGS)",
+                                        "UID FETCH 1001 (UID RFC822.SIZE INTERNALDATE FLAGS)"}));
+    CleanupWorld empty(true);
+    empty.mailbox.add("INBOX", "Subject: s\r\n\r\nx\r\n", {}, CleanupWorld::newDate);
+    EXPECT_TRUE(empty.plan().items.empty());
+    EXPECT_TRUE(empty.sent("UID FETCH").empty());
+}
+
 } // namespace
