@@ -37,8 +37,7 @@ qs::MessageRecord record(int64_t id, std::string path, int64_t seconds) {
 
 class ScanTest : public qs::test::BrowsingTest {};
 
-// Only a clear change of modification time reads a file again. The search cache follows every
-// saved index, is written again when missing, and is never stamped after a failed save.
+// Only a clear change of modification time reads a file again; the search cache follows.
 TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     size_t expected = 0;
     for (const auto& real : qs::test::corpusMessages())
@@ -56,7 +55,7 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected);
     EXPECT_FALSE(store.indexing());
     EXPECT_EQ(store.index().count(), expected);
-    // Progress every 50 files; each interim publication a quarter larger than the one before.
+    // Each interim publication a quarter larger than the one before.
     EXPECT_GE(progress.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
     ASSERT_GE(published.size(), 5u);
     EXPECT_LT(published.size(), expected / qs::ArchiveScan::publishEvery);
@@ -80,7 +79,6 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(second->filesRead, 0u);
     EXPECT_FALSE(second->changed);
 
-    // One file's time moved by 1.5 s, one by 0.5 s; one file deleted.
     const std::string touched = "Gen/Box 1/1.eml", nudged = "Gen/Box 2/2.eml";
     const std::string deleted = "Gen/Box 3/3.eml";
     for (const auto& [path, shift] : {std::pair{touched, 1.5}, std::pair{nudged, 0.5}}) {
@@ -116,8 +114,7 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_FALSE(fs::exists(cache));
 }
 
-// A link to a message counts under its own name; one to a folder is not entered, so mail is
-// never listed twice.
+// A link to a folder is not entered, so mail is never listed twice.
 TEST_F(ScanTest, WalkTakesMessagesOnly) {
     for (const char* path :
          {"A/INBOX/1.eml", "A/INBOX/CAPS.EML", "A/INBOX/notes.txt", "A/.hidden/h.eml",
@@ -143,7 +140,6 @@ TEST_F(ScanTest, WalkTakesMessagesOnly) {
     EXPECT_DOUBLE_EQ(files["A/INBOX/1.eml"], 1'600'000'000.25);
 }
 
-// A small vault with known months: May 2024, two in March 2024, December 2023.
 class ViewTest : public qs::test::BrowsingTest {
 protected:
     void SetUp() override {
@@ -159,7 +155,7 @@ protected:
     const std::string s1 = "Ann/Sent/s1.eml";
 };
 
-TEST_F(ViewTest, SelectionFollowsTheRules) {
+TEST_F(ViewTest, SelectionScrubAndSavedSearchesFollowTheList) {
     const auto ann = SidebarItem::ofAccount("Ann"), bob = SidebarItem::ofAccount("Bob");
     const struct {
         const char* name;
@@ -204,13 +200,10 @@ TEST_F(ViewTest, SelectionFollowsTheRules) {
         } else
             EXPECT_FALSE(store.openMessage());
     }
-}
 
-// Beyond either end a scrub lands on the nearest month with mail (a gap is the timeline's own
-// test). Narrowing to a month still shown keeps it current; to one without it moves to the first.
-TEST_F(ViewTest, ScrubLandsOnTheNearestMonthAndFollowsTheList) {
-    AppStore store;
-    ASSERT_TRUE(scan(store));
+    // Narrowing to a month still shown keeps it current; to one without, it moves to the first.
+    store.setQuery("");
+    store.setSidebar(SidebarItem::everything());
     int token = store.scrubToken();
     for (auto [asked, landed] : {std::pair<MonthKey, MonthKey>{{2030, 1}, {2024, 5}},
                                  std::pair<MonthKey, MonthKey>{{1999, 7}, {2023, 12}}}) {
@@ -225,11 +218,7 @@ TEST_F(ViewTest, ScrubLandsOnTheNearestMonthAndFollowsTheList) {
     EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2024, 3}));
     store.setQuery("gamma");
     EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2023, 12}));
-}
 
-TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
-    AppStore store;
-    ASSERT_TRUE(scan(store));
     store.setQuery("  alpha ");
     store.saveCurrentSearch();
     ASSERT_EQ(store.savedSearches().size(), 1u);
@@ -243,11 +232,9 @@ TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
     ASSERT_TRUE(store.toast());
     EXPECT_EQ(store.toast()->text.toStdString(), "Saved “Alpha” to the sidebar");
 
-    // A typed query narrows by AND: "alpha zebra" matches nothing.
     store.setQuery("zebra");
     EXPECT_TRUE(store.visible().empty());
 
-    // An empty saved query leaves the typed one alone; a gone search behaves as everything.
     qs::SavedSearch empty{qs::UUID::random(), "Empty", ""};
     store.setSavedSearches({saved, empty});
     store.setSidebar(SidebarItem::ofSaved(empty.id));
@@ -303,7 +290,6 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     const char* folders[] = {"Sent", "Box 10", "INBOX", "Box 9", "archive", "inbox"};
     for (const char* folder : folders)
         put(vault() / "Ann" / folder / "x.eml", message(folder, midMonth(2024, 1)));
-    // bank.example seen verified twice; shop.example once; "Sam" writes from both.
     const std::string verified = "Authentication-Results: mx.example.net; dmarc=pass\r\n";
     const std::pair<const char*, bool> senders[] = {{"Sam <sam@mail.bank.example>", true},
                                                     {"Pat <pat@bank.example>", true},
@@ -316,11 +302,7 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     }
 
     AppStore store;
-    qs::MailAccount account;
-    account.id = qs::UUID::random();
-    account.label = "Zed";
-    account.username = "zed";
-    account.server = {"imap.example.org", 993, false};
+    const auto account = qs::test::account("Zed", "zed");
     store.addAccount(account, "secret");
     ASSERT_TRUE(scan(store));
 
@@ -337,7 +319,6 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     EXPECT_EQ(store.knownNames(), (std::map<std::string, std::string>{{"pat", "bank.example"}}));
 }
 
-// A hit maps by its slot, or by its path when it came from another index (a scan's own).
 TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
     auto catalog = qs::RecordCatalog::build(
         {record(0, "a.eml", 10), record(2, "b.eml", 30), record(5, "c.eml", 20)});
@@ -358,7 +339,6 @@ TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
     };
     for (const auto& c : cases) {
         const qs::RecordRef* found = catalog.find(record(c.id, c.path, 0));
-        // The very record the list holds, not a copy of it.
         EXPECT_EQ(found ? found->get() : nullptr,
                   c.expected ? catalog.byPath.at(c.expected).get() : nullptr)
             << c.id << " " << c.path;
@@ -395,7 +375,6 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
         EXPECT_EQ(CopyStatus::judge(c.data, record, c.server), c.expected);
     }
 
-    // The seal's help, in the reader's words.
     const std::pair<CopyStatus, const char*> texts[] = {
         {{CopyStatus::Kind::verified, 512, 0},
          "The file holds exactly the 512 bytes your server sent, and reads as a complete email."},
@@ -412,7 +391,7 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
 
 class OpeningTest : public qs::test::BrowsingTest {};
 
-// The big message is opened first, so its parse is the one most likely to finish last.
+// The big message is opened first, so its parse is the most likely to finish last.
 TEST_F(OpeningTest, RapidSelectionShowsTheLastAndAMissingFileKeepsThePrevious) {
     std::string html = "<html><body>";
     while (html.size() < 4'000'000)
