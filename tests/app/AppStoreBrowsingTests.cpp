@@ -55,7 +55,6 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected);
     EXPECT_FALSE(store.indexing());
     EXPECT_EQ(store.index().count(), expected);
-    // Each interim publication a quarter larger than the one before.
     EXPECT_GE(progress.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
     ASSERT_GE(published.size(), 5u);
     EXPECT_LT(published.size(), expected / qs::ArchiveScan::publishEvery);
@@ -106,7 +105,7 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected - 1);
     EXPECT_EQ(std::ranges::count(paths(store.records()), deleted), 0);
 
-    // A folder in the index file's place: the load finds nothing and the save fails.
+    // A folder in the index file's place: the save fails, and the cache is never stamped.
     fs::remove(cache);
     fs::remove(json);
     fs::create_directories(json / "in-the-way");
@@ -140,22 +139,20 @@ TEST_F(ScanTest, WalkTakesMessagesOnly) {
     EXPECT_DOUBLE_EQ(files["A/INBOX/1.eml"], 1'600'000'000.25);
 }
 
-class ViewTest : public qs::test::BrowsingTest {
-protected:
-    void SetUp() override {
-        StoreTest::SetUp();
-        put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
-        put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
-        put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));
-        put(vault() / s1, message("Gamma plan", midMonth(2023, 12)));
-    }
-    const std::string a1 = "Ann/INBOX/a1.eml";
-    const std::string a2 = "Ann/INBOX/a2.eml";
-    const std::string b1 = "Bob/INBOX/b1.eml";
-    const std::string s1 = "Ann/Sent/s1.eml";
-};
-
-TEST_F(ViewTest, SelectionScrubAndSavedSearchesFollowTheList) {
+// The big message is opened first, so its parse is the most likely to finish last.
+TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
+    const std::string a1 = "Ann/INBOX/a1.eml", a2 = "Ann/INBOX/a2.eml", b1 = "Bob/INBOX/b1.eml";
+    const std::string s1 = "Ann/Sent/s1.eml", big = "Ann/INBOX/big.eml";
+    put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
+    put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
+    put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));
+    put(vault() / s1, message("Gamma plan", midMonth(2023, 12)));
+    std::string html = "<html><body>";
+    while (html.size() < 4'000'000)
+        html += "<p>Lots of <a href=\"https://tracker.example/x\">words</a> here</p>\n";
+    put(vault() / big, "From: A <a@example.org>\r\nSubject: Big\r\nDate: Mon, 15 Jan 2024 10:00:00 "
+                       "+0000\r\nContent-Type: text/html\r\n\r\n" +
+                           html);
     const auto ann = SidebarItem::ofAccount("Ann"), bob = SidebarItem::ofAccount("Bob");
     const struct {
         const char* name;
@@ -176,7 +173,12 @@ TEST_F(ViewTest, SelectionScrubAndSavedSearchesFollowTheList) {
         {"blanks alone are no query", a2, {" \t "}, bob, {b1}, b1},
         {"a view that holds the selection keeps it", b1, {}, bob, {b1}, b1},
         {"with no selection a view selects nothing", std::nullopt, {}, bob, {b1}, std::nullopt},
-        {"clearing the query keeps order by date", a1, {"zebra", ""}, {}, {a1, b1, a2, s1}, a1},
+        {"clearing the query keeps order by date",
+         a1,
+         {"zebra", ""},
+         {},
+         {a1, b1, a2, big, s1},
+         a1},
     };
     AppStore store;
     ASSERT_TRUE(scan(store));
@@ -242,7 +244,7 @@ TEST_F(ViewTest, SelectionScrubAndSavedSearchesFollowTheList) {
     store.setQuery("");
     store.setSavedSearches({saved});
     store.refreshVisible();
-    EXPECT_EQ(store.visible().size(), 4u);
+    EXPECT_EQ(store.visible().size(), 5u);
     EXPECT_EQ(store.sidebarTitle().toStdString(), "Saved Search");
 
     store.setSidebar(SidebarItem::ofSaved(saved.id));
@@ -250,6 +252,24 @@ TEST_F(ViewTest, SelectionScrubAndSavedSearchesFollowTheList) {
     EXPECT_EQ(store.sidebar(), SidebarItem::everything());
     EXPECT_TRUE(store.savedSearches().empty());
     EXPECT_EQ(store.sidebarTitle().toStdString(), "Everything");
+
+    for (const std::string& path : {big, a2, s1})
+        store.setSelectedPath(path);
+    ASSERT_TRUE(waitForOpen(store, s1));
+    settle();
+    EXPECT_EQ(store.openMessage()->record.path, s1);
+    EXPECT_EQ(store.openMessage()->parsed.subject, "Gamma plan");
+    EXPECT_EQ(store.openMessage()->copy.kind, qs::CopyStatus::Kind::saved);
+    fs::remove(vault() / a2); // a missing file keeps the previous message open
+    store.setSelectedPath(a2);
+    settle();
+    EXPECT_EQ(store.selectedPath(), a2);
+    ASSERT_TRUE(store.openMessage());
+    EXPECT_EQ(store.openMessage()->record.path, s1);
+    store.setSelectedPath(std::nullopt);
+    EXPECT_FALSE(store.openMessage());
+    store.setSelectedPath(std::string("Ann/INBOX/not-in-records.eml"));
+    EXPECT_FALSE(store.openMessage());
 }
 
 TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
@@ -387,43 +407,6 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
     };
     for (const auto& [status, help] : texts)
         EXPECT_EQ(status.helpText().toStdString(), help);
-}
-
-class OpeningTest : public qs::test::BrowsingTest {};
-
-// The big message is opened first, so its parse is the most likely to finish last.
-TEST_F(OpeningTest, RapidSelectionShowsTheLastAndAMissingFileKeepsThePrevious) {
-    std::string html = "<html><body>";
-    while (html.size() < 4'000'000)
-        html += "<p>Lots of <a href=\"https://tracker.example/x\">words</a> here</p>\n";
-    put(vault() / "Ann/INBOX/a.eml",
-        "From: A <a@example.org>\r\nSubject: Big\r\nDate: Mon, 15 Jan 2024 10:00:00 +0000\r\n"
-        "Content-Type: text/html\r\n\r\n" +
-            html);
-    put(vault() / "Ann/INBOX/b.eml", message("Bee", midMonth(2024, 2)));
-    put(vault() / "Ann/INBOX/c.eml", message("Sea", midMonth(2024, 3)));
-    AppStore store;
-    ASSERT_TRUE(scan(store));
-
-    for (const char* path : {"Ann/INBOX/a.eml", "Ann/INBOX/b.eml", "Ann/INBOX/c.eml"})
-        store.setSelectedPath(std::string(path));
-    ASSERT_TRUE(waitForOpen(store, "Ann/INBOX/c.eml"));
-    settle();
-    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
-    EXPECT_EQ(store.openMessage()->parsed.subject, "Sea");
-    EXPECT_EQ(store.openMessage()->copy.kind, CopyStatus::Kind::saved);
-
-    fs::remove(vault() / "Ann/INBOX/b.eml");
-    store.setSelectedPath(std::string("Ann/INBOX/b.eml"));
-    settle();
-    EXPECT_EQ(store.selectedPath(), "Ann/INBOX/b.eml");
-    ASSERT_TRUE(store.openMessage());
-    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
-
-    store.setSelectedPath(std::nullopt);
-    EXPECT_FALSE(store.openMessage());
-    store.setSelectedPath(std::string("Ann/INBOX/not-in-records.eml"));
-    EXPECT_FALSE(store.openMessage());
 }
 
 TEST(AttachmentFilesTest, ScratchCopiesPerMessage) {

@@ -7,8 +7,7 @@
 
 namespace qs::test {
 
-/// Sets or unsets environment variables for the life of the object and puts the earlier values
-/// back afterwards, so one test's variables never leak into the next.
+/// Puts every variable it changed back at its end, so no test's variables leak into the next.
 class ScopedEnvironment {
 public:
     ScopedEnvironment() = default;

@@ -107,7 +107,6 @@ TEST(FreeUpFlow, OnlyTheExactPhraseConfirmsAndOnlyAProvenSafeCheckGoesOn) {
               "1 message was kept on the server because its copy couldn’t be verified.");
 }
 
-// The vault's copy of a message: its file name ends with the server's UID.
 fs::path vaultCopy(const fs::path& root, uint32_t uid) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         if (entry.path().extension() == ".eml" &&

@@ -133,7 +133,6 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
     const State running{.hasAccounts = true, .backupRunning = true};
     const State browsing{.visibleNotEmpty = true, .selection = true};
     const State reading{.visibleNotEmpty = true, .messageOpen = true, .selection = true};
-    // Enabled in `on`, and in `off` not.
     const struct {
         const char* action;
         State on;
