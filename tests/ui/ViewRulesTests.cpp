@@ -91,7 +91,7 @@ TEST(ListEmptyState, ChoosesTheFirstConditionThatApplies) {
 }
 
 // The substring tests are blunt on purpose ("Cabinet").
-TEST(Symbols, FolderAndAccountRowsTakeTheFirstRuleThatHolds) {
+TEST(Symbols, RowsTakeTheFirstRuleThatHoldsAndEveryNameTheModelShowsHasAShape) {
     const std::pair<const char*, const char*> folders[] = {
         {"INBOX", "tray"},     {"Inbox/Sent", "paperplane"},       {"Sent Drafts", "paperplane"},
         {"Entwürfe", "doc"},   {"Deleted Items", "trash"},         {"Cabinet", "trash"},
@@ -102,9 +102,7 @@ TEST(Symbols, FolderAndAccountRowsTakeTheFirstRuleThatHolds) {
     EXPECT_EQ(accountSymbol("Imported", true), "square.and.arrow.down");
     EXPECT_EQ(accountSymbol("Robin", true), "exclamationmark.circle");
     EXPECT_EQ(accountSymbol("imported", false), "archivebox");
-}
 
-TEST(Symbols, EveryNameTheModelShowsHasAShapeInTheProgram) {
     QStringList names =
         QStringLiteral("tray paperplane doc trash xmark.bin archivebox folder "
                        "square.and.arrow.down exclamationmark.circle text.magnifyingglass "
