@@ -37,8 +37,7 @@ qs::MessageRecord record(int64_t id, std::string path, int64_t seconds) {
 
 class ScanTest : public qs::test::BrowsingTest {};
 
-// Only a clear change of modification time reads a file again. The search cache follows every
-// saved index, is written again when missing, and is never stamped after a failed save.
+// Only a clear change of modification time reads a file again; the search cache follows.
 TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     size_t expected = 0;
     for (const auto& real : qs::test::corpusMessages())
@@ -56,7 +55,6 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected);
     EXPECT_FALSE(store.indexing());
     EXPECT_EQ(store.index().count(), expected);
-    // Progress every 50 files; each interim publication a quarter larger than the one before.
     EXPECT_GE(progress.count(), static_cast<int>(expected / qs::ArchiveScan::publishEvery));
     ASSERT_GE(published.size(), 5u);
     EXPECT_LT(published.size(), expected / qs::ArchiveScan::publishEvery);
@@ -80,7 +78,6 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(second->filesRead, 0u);
     EXPECT_FALSE(second->changed);
 
-    // One file's time moved by 1.5 s, one by 0.5 s; one file deleted.
     const std::string touched = "Gen/Box 1/1.eml", nudged = "Gen/Box 2/2.eml";
     const std::string deleted = "Gen/Box 3/3.eml";
     for (const auto& [path, shift] : {std::pair{touched, 1.5}, std::pair{nudged, 0.5}}) {
@@ -108,7 +105,7 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_EQ(store.records().size(), expected - 1);
     EXPECT_EQ(std::ranges::count(paths(store.records()), deleted), 0);
 
-    // A folder in the index file's place: the load finds nothing and the save fails.
+    // A folder in the index file's place: the save fails, and the cache is never stamped.
     fs::remove(cache);
     fs::remove(json);
     fs::create_directories(json / "in-the-way");
@@ -116,8 +113,7 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     EXPECT_FALSE(fs::exists(cache));
 }
 
-// A link to a message counts under its own name; one to a folder is not entered, so mail is
-// never listed twice.
+// A link to a folder is not entered, so mail is never listed twice.
 TEST_F(ScanTest, WalkTakesMessagesOnly) {
     for (const char* path :
          {"A/INBOX/1.eml", "A/INBOX/CAPS.EML", "A/INBOX/notes.txt", "A/.hidden/h.eml",
@@ -143,23 +139,20 @@ TEST_F(ScanTest, WalkTakesMessagesOnly) {
     EXPECT_DOUBLE_EQ(files["A/INBOX/1.eml"], 1'600'000'000.25);
 }
 
-// A small vault with known months: May 2024, two in March 2024, December 2023.
-class ViewTest : public qs::test::BrowsingTest {
-protected:
-    void SetUp() override {
-        StoreTest::SetUp();
-        put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
-        put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
-        put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));
-        put(vault() / s1, message("Gamma plan", midMonth(2023, 12)));
-    }
-    const std::string a1 = "Ann/INBOX/a1.eml";
-    const std::string a2 = "Ann/INBOX/a2.eml";
-    const std::string b1 = "Bob/INBOX/b1.eml";
-    const std::string s1 = "Ann/Sent/s1.eml";
-};
-
-TEST_F(ViewTest, SelectionFollowsTheRules) {
+// The big message is opened first, so its parse is the most likely to finish last.
+TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
+    const std::string a1 = "Ann/INBOX/a1.eml", a2 = "Ann/INBOX/a2.eml", b1 = "Bob/INBOX/b1.eml";
+    const std::string s1 = "Ann/Sent/s1.eml", big = "Ann/INBOX/big.eml";
+    put(vault() / a1, message("Alpha report", midMonth(2024, 5)));
+    put(vault() / a2, message("Beta notes", midMonth(2024, 3)));
+    put(vault() / b1, message("Delta zebra", midMonth(2024, 3) + 3'600, "Bo <bo@example.com>"));
+    put(vault() / s1, message("Gamma plan", midMonth(2023, 12)));
+    std::string html = "<html><body>";
+    while (html.size() < 4'000'000)
+        html += "<p>Lots of <a href=\"https://tracker.example/x\">words</a> here</p>\n";
+    put(vault() / big, "From: A <a@example.org>\r\nSubject: Big\r\nDate: Mon, 15 Jan 2024 10:00:00 "
+                       "+0000\r\nContent-Type: text/html\r\n\r\n" +
+                           html);
     const auto ann = SidebarItem::ofAccount("Ann"), bob = SidebarItem::ofAccount("Bob");
     const struct {
         const char* name;
@@ -180,7 +173,12 @@ TEST_F(ViewTest, SelectionFollowsTheRules) {
         {"blanks alone are no query", a2, {" \t "}, bob, {b1}, b1},
         {"a view that holds the selection keeps it", b1, {}, bob, {b1}, b1},
         {"with no selection a view selects nothing", std::nullopt, {}, bob, {b1}, std::nullopt},
-        {"clearing the query keeps order by date", a1, {"zebra", ""}, {}, {a1, b1, a2, s1}, a1},
+        {"clearing the query keeps order by date",
+         a1,
+         {"zebra", ""},
+         {},
+         {a1, b1, a2, big, s1},
+         a1},
     };
     AppStore store;
     ASSERT_TRUE(scan(store));
@@ -204,13 +202,10 @@ TEST_F(ViewTest, SelectionFollowsTheRules) {
         } else
             EXPECT_FALSE(store.openMessage());
     }
-}
 
-// Beyond either end a scrub lands on the nearest month with mail (a gap is the timeline's own
-// test). Narrowing to a month still shown keeps it current; to one without it moves to the first.
-TEST_F(ViewTest, ScrubLandsOnTheNearestMonthAndFollowsTheList) {
-    AppStore store;
-    ASSERT_TRUE(scan(store));
+    // Narrowing to a month still shown keeps it current; to one without, it moves to the first.
+    store.setQuery("");
+    store.setSidebar(SidebarItem::everything());
     int token = store.scrubToken();
     for (auto [asked, landed] : {std::pair<MonthKey, MonthKey>{{2030, 1}, {2024, 5}},
                                  std::pair<MonthKey, MonthKey>{{1999, 7}, {2023, 12}}}) {
@@ -225,11 +220,7 @@ TEST_F(ViewTest, ScrubLandsOnTheNearestMonthAndFollowsTheList) {
     EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2024, 3}));
     store.setQuery("gamma");
     EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2023, 12}));
-}
 
-TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
-    AppStore store;
-    ASSERT_TRUE(scan(store));
     store.setQuery("  alpha ");
     store.saveCurrentSearch();
     ASSERT_EQ(store.savedSearches().size(), 1u);
@@ -243,11 +234,9 @@ TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
     ASSERT_TRUE(store.toast());
     EXPECT_EQ(store.toast()->text.toStdString(), "Saved “Alpha” to the sidebar");
 
-    // A typed query narrows by AND: "alpha zebra" matches nothing.
     store.setQuery("zebra");
     EXPECT_TRUE(store.visible().empty());
 
-    // An empty saved query leaves the typed one alone; a gone search behaves as everything.
     qs::SavedSearch empty{qs::UUID::random(), "Empty", ""};
     store.setSavedSearches({saved, empty});
     store.setSidebar(SidebarItem::ofSaved(empty.id));
@@ -255,7 +244,7 @@ TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
     store.setQuery("");
     store.setSavedSearches({saved});
     store.refreshVisible();
-    EXPECT_EQ(store.visible().size(), 4u);
+    EXPECT_EQ(store.visible().size(), 5u);
     EXPECT_EQ(store.sidebarTitle().toStdString(), "Saved Search");
 
     store.setSidebar(SidebarItem::ofSaved(saved.id));
@@ -263,6 +252,24 @@ TEST_F(ViewTest, SavedSearchesNarrowAndFallBack) {
     EXPECT_EQ(store.sidebar(), SidebarItem::everything());
     EXPECT_TRUE(store.savedSearches().empty());
     EXPECT_EQ(store.sidebarTitle().toStdString(), "Everything");
+
+    for (const std::string& path : {big, a2, s1})
+        store.setSelectedPath(path);
+    ASSERT_TRUE(waitForOpen(store, s1));
+    settle();
+    EXPECT_EQ(store.openMessage()->record.path, s1);
+    EXPECT_EQ(store.openMessage()->parsed.subject, "Gamma plan");
+    EXPECT_EQ(store.openMessage()->copy.kind, qs::CopyStatus::Kind::saved);
+    fs::remove(vault() / a2); // a missing file keeps the previous message open
+    store.setSelectedPath(a2);
+    settle();
+    EXPECT_EQ(store.selectedPath(), a2);
+    ASSERT_TRUE(store.openMessage());
+    EXPECT_EQ(store.openMessage()->record.path, s1);
+    store.setSelectedPath(std::nullopt);
+    EXPECT_FALSE(store.openMessage());
+    store.setSelectedPath(std::string("Ann/INBOX/not-in-records.eml"));
+    EXPECT_FALSE(store.openMessage());
 }
 
 TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
@@ -303,7 +310,6 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     const char* folders[] = {"Sent", "Box 10", "INBOX", "Box 9", "archive", "inbox"};
     for (const char* folder : folders)
         put(vault() / "Ann" / folder / "x.eml", message(folder, midMonth(2024, 1)));
-    // bank.example seen verified twice; shop.example once; "Sam" writes from both.
     const std::string verified = "Authentication-Results: mx.example.net; dmarc=pass\r\n";
     const std::pair<const char*, bool> senders[] = {{"Sam <sam@mail.bank.example>", true},
                                                     {"Pat <pat@bank.example>", true},
@@ -316,11 +322,7 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     }
 
     AppStore store;
-    qs::MailAccount account;
-    account.id = qs::UUID::random();
-    account.label = "Zed";
-    account.username = "zed";
-    account.server = {"imap.example.org", 993, false};
+    const auto account = qs::test::account("Zed", "zed");
     store.addAccount(account, "secret");
     ASSERT_TRUE(scan(store));
 
@@ -337,7 +339,6 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     EXPECT_EQ(store.knownNames(), (std::map<std::string, std::string>{{"pat", "bank.example"}}));
 }
 
-// A hit maps by its slot, or by its path when it came from another index (a scan's own).
 TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
     auto catalog = qs::RecordCatalog::build(
         {record(0, "a.eml", 10), record(2, "b.eml", 30), record(5, "c.eml", 20)});
@@ -358,7 +359,6 @@ TEST(RecordCatalogTest, FindsHitsBySlotOrByPath) {
     };
     for (const auto& c : cases) {
         const qs::RecordRef* found = catalog.find(record(c.id, c.path, 0));
-        // The very record the list holds, not a copy of it.
         EXPECT_EQ(found ? found->get() : nullptr,
                   c.expected ? catalog.byPath.at(c.expected).get() : nullptr)
             << c.id << " " << c.path;
@@ -395,7 +395,6 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
         EXPECT_EQ(CopyStatus::judge(c.data, record, c.server), c.expected);
     }
 
-    // The seal's help, in the reader's words.
     const std::pair<CopyStatus, const char*> texts[] = {
         {{CopyStatus::Kind::verified, 512, 0},
          "The file holds exactly the 512 bytes your server sent, and reads as a complete email."},
@@ -408,43 +407,6 @@ TEST(CopyStatusTest, JudgesByServerSizeLengthAndValidity) {
     };
     for (const auto& [status, help] : texts)
         EXPECT_EQ(status.helpText().toStdString(), help);
-}
-
-class OpeningTest : public qs::test::BrowsingTest {};
-
-// The big message is opened first, so its parse is the one most likely to finish last.
-TEST_F(OpeningTest, RapidSelectionShowsTheLastAndAMissingFileKeepsThePrevious) {
-    std::string html = "<html><body>";
-    while (html.size() < 4'000'000)
-        html += "<p>Lots of <a href=\"https://tracker.example/x\">words</a> here</p>\n";
-    put(vault() / "Ann/INBOX/a.eml",
-        "From: A <a@example.org>\r\nSubject: Big\r\nDate: Mon, 15 Jan 2024 10:00:00 +0000\r\n"
-        "Content-Type: text/html\r\n\r\n" +
-            html);
-    put(vault() / "Ann/INBOX/b.eml", message("Bee", midMonth(2024, 2)));
-    put(vault() / "Ann/INBOX/c.eml", message("Sea", midMonth(2024, 3)));
-    AppStore store;
-    ASSERT_TRUE(scan(store));
-
-    for (const char* path : {"Ann/INBOX/a.eml", "Ann/INBOX/b.eml", "Ann/INBOX/c.eml"})
-        store.setSelectedPath(std::string(path));
-    ASSERT_TRUE(waitForOpen(store, "Ann/INBOX/c.eml"));
-    settle();
-    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
-    EXPECT_EQ(store.openMessage()->parsed.subject, "Sea");
-    EXPECT_EQ(store.openMessage()->copy.kind, CopyStatus::Kind::saved);
-
-    fs::remove(vault() / "Ann/INBOX/b.eml");
-    store.setSelectedPath(std::string("Ann/INBOX/b.eml"));
-    settle();
-    EXPECT_EQ(store.selectedPath(), "Ann/INBOX/b.eml");
-    ASSERT_TRUE(store.openMessage());
-    EXPECT_EQ(store.openMessage()->record.path, "Ann/INBOX/c.eml");
-
-    store.setSelectedPath(std::nullopt);
-    EXPECT_FALSE(store.openMessage());
-    store.setSelectedPath(std::string("Ann/INBOX/not-in-records.eml"));
-    EXPECT_FALSE(store.openMessage());
 }
 
 TEST(AttachmentFilesTest, ScratchCopiesPerMessage) {

@@ -2,30 +2,20 @@
 #include "model/Keychain.h"
 #include "model/PasswordCommandError.h"
 
-#include "ScopedEnvironment.h"
+#include "StoreTest.h"
 #include "support/FileIO.h"
 #include "support/JSON.h"
-#include "support/TemporaryDirectory.h"
 
-#include <QCoreApplication>
 #include <QProcess>
 #include <QStandardPaths>
-#include <gtest/gtest.h>
-
-#include <fstream>
 
 namespace {
 
 namespace fs = std::filesystem;
 using qs::Credentials::password;
 
-qs::MailAccount account(std::string user = "ann", std::uint16_t port = 993) {
-    qs::MailAccount a;
-    a.id = qs::UUID::random();
-    a.label = "Label " + user;
-    a.username = std::move(user);
-    a.server = {"h.test", port, false};
-    return a;
+qs::MailAccount account(const std::string& user = "ann", std::uint16_t port = 993) {
+    return qs::test::account("Label " + user, user, "h.test", port);
 }
 
 class Credentials : public ::testing::Test {
@@ -42,28 +32,14 @@ protected:
     const fs::path path = dir.path() / "credentials.json";
 };
 
-TEST_F(Credentials, UsesKeychainUnlessToolingVariablesAreSet) {
-    const struct {
-        const char* name;
-        const char* value;
-        bool keychain;
-    } rows[] = {
-        {"QUERNSTEAD_CREDENTIALS_FILE", "", true}, // an empty path is no file
-        {"QUERNSTEAD_CREDENTIALS_FILE", "/tmp/c.json", false},
-        {"QUERNSTEAD_DEMO_DIR", "/tmp/demo", false},
-        {"QUERNSTEAD_SNAPSHOT_DIR", "", false},
-    };
-    EXPECT_TRUE(qs::Credentials::usesKeychain());
-    for (const auto& row : rows) {
-        qs::test::ScopedEnvironment set;
-        set.set(row.name, row.value);
-        EXPECT_EQ(qs::Credentials::usesKeychain(), row.keychain) << row.name;
-    }
-}
-
-// A missing file is made; the address is user, host and port, never the label; other entries
-// are kept. A file that can't be written throws on save, but removing stays quiet.
+// The address is user, host and port, never the label. An unwritable file throws on save only.
 TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
+    EXPECT_TRUE(qs::Credentials::usesKeychain());
+    environment.set("QUERNSTEAD_CREDENTIALS_FILE", "");
+    EXPECT_TRUE(qs::Credentials::usesKeychain()) << "an empty path is no file";
+    environment.set("QUERNSTEAD_SNAPSHOT_DIR", "");
+    EXPECT_FALSE(qs::Credentials::usesKeychain());
+    environment.unset("QUERNSTEAD_SNAPSHOT_DIR");
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", path.string());
     auto ann = account();
     qs::Credentials::save("first", ann);
@@ -84,11 +60,10 @@ TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
     EXPECT_NO_THROW(qs::Credentials::remove(ann));
 }
 
-// An unreadable file falls back to the map in memory, and the next save overwrites it.
 TEST_F(Credentials, ACorruptFileFallsBackToMemoryAndIsOverwritten) {
     environment.set("QUERNSTEAD_DEMO_DIR", dir.path().string());
     qs::Credentials::save("from memory", account("mem"));
-    for (const std::string corrupt : {"{\"ann@h.test:993\":", "[1,2]", "{\"k\":5}", "\xff"}) {
+    for (const std::string corrupt : {"{\"ann@h.test:993\":", "[1,2]"}) {
         SCOPED_TRACE(corrupt);
         std::ofstream(path, std::ios::binary) << corrupt;
         environment.set("QUERNSTEAD_CREDENTIALS_FILE", path.string());
@@ -99,9 +74,7 @@ TEST_F(Credentials, ACorruptFileFallsBackToMemoryAndIsOverwritten) {
     }
 }
 
-// A password command stands in for every store: its first line is the password, its words are
-// split as a shell would but nothing is expanded, and each way it can fail is a typed error
-// that names the command.
+// Words are split as a shell would, but nothing is expanded.
 TEST_F(Credentials, APasswordCommandGivesItsFirstLineOrATypedError) {
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", path.string());
     qs::Credentials::save("stored", account());
@@ -133,13 +106,8 @@ TEST_F(Credentials, APasswordCommandGivesItsFirstLineOrATypedError) {
     }
 }
 
-// The system store for real: a private session bus with a real gnome-keyring-daemon, unlocked
-// with a throwaway password, in a throwaway home. The test re-executes this program inside
-// that session and runs the checks there, so the machine's own keyring is never touched.
-// Items of the keyring with this user, as secret-tool lists them (label, secret, attributes).
 QString itemsOf(const std::string& user) {
     QProcess tool;
-    // secret-tool prints labels in the locale's encoding.
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LC_ALL", "C.UTF-8");
     tool.setProcessEnvironment(environment);
@@ -149,6 +117,8 @@ QString itemsOf(const std::string& user) {
     return QString::fromUtf8(tool.readAllStandardOutput() + tool.readAllStandardError());
 }
 
+// A real gnome-keyring-daemon on a private session bus in a throwaway home: this program runs
+// again inside it, so the machine's own keyring is never touched.
 TEST(SecretService, RoundTripsInARealKeyringSession) {
     for (auto program : {"dbus-run-session", "gnome-keyring-daemon", "secret-tool"})
         if (QStandardPaths::findExecutable(program).isEmpty()) {
@@ -193,7 +163,7 @@ TEST(SecretServiceSession, DISABLED_SaveReplaceLookupAndRemove) {
     EXPECT_EQ(password(work), secret);
     EXPECT_EQ(qs::Keychain::password(work), secret);
 
-    // Saving twice leaves one item, labelled and commented in the product's words.
+    // Saving twice leaves one item.
     auto items = itemsOf(work.username);
     EXPECT_EQ(items.count("attribute.server = h.test"), 1) << items.toStdString();
     for (const char* line :
@@ -202,7 +172,6 @@ TEST(SecretServiceSession, DISABLED_SaveReplaceLookupAndRemove) {
           "attribute.port = 993"})
         EXPECT_TRUE(items.contains(QString::fromUtf8(line))) << items.toStdString();
 
-    // The label plays no part in the address; port does.
     auto other = account("ann@example.org");
     other.label = "Other";
     EXPECT_EQ(password(other), secret);

@@ -1,5 +1,3 @@
-// One QCoreApplication and a private home for the whole of test_app.
-
 #include "support/QtTestEnvironment.h"
 
 #include <QCoreApplication>

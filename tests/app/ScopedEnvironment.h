@@ -7,13 +7,9 @@
 
 namespace qs::test {
 
-/// Sets or unsets environment variables for the life of the object and puts the earlier values
-/// back afterwards, so one test's variables never leak into the next.
+/// Puts every variable it changed back at its end, so no test's variables leak into the next.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment() = default;
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment() {
         for (const auto& [name, value] : saved_)
             value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());

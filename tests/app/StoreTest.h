@@ -1,7 +1,5 @@
 #pragma once
 
-// A fresh vault and settings per test, and a vault of real message files for the store to scan.
-
 #include "model/AppStore.h"
 #include "model/SettingsKeys.h"
 
@@ -9,13 +7,13 @@
 #include "support/TemporaryDirectory.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 #include <QThreadPool>
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -32,8 +30,7 @@ protected:
         environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "credentials.json").string());
     }
     void TearDown() override {
-        // Workers still running hold the store only weakly; let them end before the next test.
-        settle();
+        settle(); // workers hold the store only weakly
         settings().clear();
     }
 
@@ -62,26 +59,38 @@ protected:
 };
 using BrowsingTest = StoreTest;
 
-/// A small RFC 5322 message; `date` in seconds since 1970, written in UTC.
+// Only keeps a broken run from hanging.
+constexpr int waitMilliseconds = 60'000;
+
+inline bool waitFor(QSignalSpy& spy, int count = 1) {
+    while (spy.count() < count)
+        if (!spy.wait(waitMilliseconds))
+            return false;
+    return true;
+}
+
+inline MailAccount account(const std::string& label, const std::string& user,
+                           const std::string& host = "127.0.0.1", uint16_t port = 993) {
+    MailAccount a;
+    a.id = UUID::random();
+    a.label = label;
+    a.username = user;
+    a.server = {host, port, false};
+    return a;
+}
+
+/// `date` in seconds since 1970, written in UTC.
 inline std::string message(const std::string& subject, int64_t date,
                            const std::string& from = "Ann Archer <ann@example.org>") {
-    std::time_t seconds = static_cast<std::time_t>(date);
-    std::tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    char stamp[64];
-    std::strftime(stamp, sizeof stamp, "%a, %d %b %Y %H:%M:%S +0000", &parts);
+    const auto stamp = QDateTime::fromSecsSinceEpoch(date, Qt::UTC).toString(Qt::RFC2822Date);
     return "From: " + from + "\r\nTo: Bob <bob@example.net>\r\nSubject: " + subject +
-           "\r\nDate: " + stamp + "\r\nMessage-ID: <" + std::to_string(date) + "." +
+           "\r\nDate: " + stamp.toStdString() + "\r\nMessage-ID: <" + std::to_string(date) + "." +
            std::to_string(subject.size()) + "@example.org>\r\n\r\nHello there.\r\n";
 }
 
-/// Midnight UTC on the 15th of a month, far from any month's edge in every time zone.
+/// Far from any month's edge in every time zone.
 inline int64_t midMonth(int year, int month) {
-    std::tm parts{};
-    parts.tm_year = year - 1900;
-    parts.tm_mon = month - 1;
-    parts.tm_mday = 15;
-    return static_cast<int64_t>(::timegm(&parts));
+    return QDateTime(QDate(year, month, 15), QTime(0, 0), Qt::UTC).toSecsSinceEpoch();
 }
 
 inline void put(const std::filesystem::path& path, std::string_view bytes) {

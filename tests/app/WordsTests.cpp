@@ -1,5 +1,3 @@
-// The words the user reads: errors, ages and dates, and this desktop's names for things.
-
 #include "model/Fmt.h"
 #include "model/FriendlyError.h"
 #include "model/PlatformWords.h"
@@ -35,8 +33,7 @@ std::exception_ptr fileError(int code) {
     return as(std::system_error(code, std::generic_category(), "write"));
 }
 
-// Every title and sentence here is shown to the user as it stands. An empty advice isn't
-// compared.
+// Every title and sentence here is shown to the user as it stands; an empty advice isn't compared.
 TEST(FriendlyError, EveryRowInOrder) {
     const std::string refusedAdvice = "The connection was refused. Check the server name and port "
                                       "(IMAP over TLS is usually 993).";
@@ -96,7 +93,6 @@ TEST(FriendlyError, EveryRowInOrder) {
          "The server hung up part-way. Try again — anything already saved stays saved."},
         {as(IMAPError::insecureNotAllowed()), host, "Unencrypted connections aren’t allowed",
          "Quernstead only connects with TLS (port 993)."},
-        // Files.
         {fileError(ENOSPC), host, "Your disk is full",
          "Free some space on this computer (or choose another vault folder in Settings), then back "
          "up again."},

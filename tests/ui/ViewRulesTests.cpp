@@ -1,6 +1,3 @@
-// The window's decisions that are plain functions: its words, its commands, the spine's layout,
-// and the symbol table's coverage of every name the model emits.
-
 #include "model/SmartFilter.h"
 #include "ui/BackupStripText.h"
 #include "ui/CommandTable.h"
@@ -23,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(BackupStripText, TitleTakesTheFirstStateThatHolds) {
+TEST(BackupStripText, TitleTakesTheFirstStateThatHoldsAndDetailJoinsItsParts) {
     using State = BackupStripText::State;
     BackupProgress downloading;
     downloading.folder = "INBOX";
@@ -50,9 +47,6 @@ TEST(BackupStripText, TitleTakesTheFirstStateThatHolds) {
     // clang-format on
     for (const auto& row : rows)
         EXPECT_EQ(BackupStripText::title(row.state), QString::fromUtf8(row.title)) << row.name;
-}
-
-TEST(BackupStripText, DetailJoinsAgeScheduleAndAccountCount) {
     const Date now = std::chrono::system_clock::now();
     EXPECT_EQ(BackupStripText::detail({.accountCount = 1}, now), "");
     EXPECT_EQ(BackupStripText::detail({.accountCount = 3,
@@ -96,8 +90,8 @@ TEST(ListEmptyState, ChoosesTheFirstConditionThatApplies) {
         QStringList{"No message is larger than 5 MB."});
 }
 
-// The first rule that holds wins, and the substring tests are blunt on purpose ("Cabinet").
-TEST(Symbols, FolderAndAccountRowsTakeTheFirstRuleThatHolds) {
+// The substring tests are blunt on purpose ("Cabinet").
+TEST(Symbols, RowsTakeTheFirstRuleThatHoldsAndEveryNameTheModelShowsHasAShape) {
     const std::pair<const char*, const char*> folders[] = {
         {"INBOX", "tray"},     {"Inbox/Sent", "paperplane"},       {"Sent Drafts", "paperplane"},
         {"Entwürfe", "doc"},   {"Deleted Items", "trash"},         {"Cabinet", "trash"},
@@ -108,9 +102,7 @@ TEST(Symbols, FolderAndAccountRowsTakeTheFirstRuleThatHolds) {
     EXPECT_EQ(accountSymbol("Imported", true), "square.and.arrow.down");
     EXPECT_EQ(accountSymbol("Robin", true), "exclamationmark.circle");
     EXPECT_EQ(accountSymbol("imported", false), "archivebox");
-}
 
-TEST(Symbols, EveryNameTheModelShowsHasAShapeInTheProgram) {
     QStringList names =
         QStringLiteral("tray paperplane doc trash xmark.bin archivebox folder "
                        "square.and.arrow.down exclamationmark.circle text.magnifyingglass "
@@ -139,7 +131,6 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
     const State running{.hasAccounts = true, .backupRunning = true};
     const State browsing{.visibleNotEmpty = true, .selection = true};
     const State reading{.visibleNotEmpty = true, .messageOpen = true, .selection = true};
-    // Enabled in `on`, and in `off` not.
     const struct {
         const char* action;
         State on;
@@ -157,9 +148,6 @@ TEST(CommandTable, EachCommandIsEnabledInTheStatesItsMenuPromises) {
         EXPECT_TRUE(CommandTable::isEnabled(command->enabled, row.on)) << row.action;
         EXPECT_FALSE(CommandTable::isEnabled(command->enabled, row.off)) << row.action;
     }
-}
-
-TEST(CommandTable, KeysAreUniqueAndDrawnAsLinuxCaps) {
     std::set<std::string_view> seen;
     for (const auto& command : CommandTable::commands())
         EXPECT_TRUE(command.keys.empty() || seen.insert(command.keys).second) << command.keys;
@@ -206,7 +194,6 @@ TEST(TimelineSpineGeometry, LaysOutEveryMonthWithYearGaps) {
         Years years;
         double lastTop;
     };
-    // One row a case reads better than one field a line.
     // clang-format off
     const Case cases[] = {
         {"one month: a full row, one label at 14", MonthKey{2024, 3}, MonthKey{2024, 3}, 600, 1, 13,
