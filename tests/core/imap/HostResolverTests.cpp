@@ -1,6 +1,3 @@
-// Name lookup bounded by its deadline and its stop, with a lookup that answers only when the
-// test lets it: what a dead name server looks like, without one.
-
 #include "imap/HostResolver.h"
 
 #include "imap/IMAPError.h"
@@ -24,13 +21,11 @@ int loopback(const char*, const char* service, const addrinfo* hints, addrinfo**
 }
 
 TEST(HostResolverTest, AnswersFailuresAndGivesUp) {
-    // Answered at once: the addresses come back, with the port asked for.
     auto addresses = HostResolver::resolve("localhost", 993, Clock::now() + 10s, {}, loopback);
     ASSERT_NE(addresses, nullptr);
     ASSERT_EQ(addresses->ai_family, AF_INET);
     EXPECT_EQ(ntohs(reinterpret_cast<sockaddr_in*>(addresses->ai_addr)->sin_port), 993);
 
-    // An unknown name: the system's words.
     try {
         HostResolver::resolve(
             "nowhere.invalid", 993, Clock::now() + 10s, {},
@@ -79,7 +74,6 @@ TEST(HostResolverTest, AnswersFailuresAndGivesUp) {
         finished->get_future().wait();
     }
 
-    // A stop requested already: no lookup is started at all.
     std::stop_source stopped;
     stopped.request_stop();
     bool looked = false;

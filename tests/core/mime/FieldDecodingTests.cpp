@@ -1,4 +1,3 @@
-// The small decoders of header fields and bodies, row by row.
 #include "mime/AddressParser.h"
 #include "mime/EncodedWords.h"
 #include "mime/HeaderParams.h"
@@ -19,7 +18,6 @@ namespace {
 using Addresses = std::vector<MailAddress>;
 using Params = std::map<std::string, std::string>;
 
-// Each row's input through `f` gives the row's output.
 template <typename In, typename Out, typename F>
 void expectRows(F f, const std::vector<std::pair<In, Out>>& rows) {
     for (const auto& [input, output] : rows) {
@@ -45,7 +43,6 @@ TEST(AddressParser, Parse) {
             {"<a,b@x>", {{"", "a,b@x"}}},
             {"a@x (it\"s), b@y", {{"it\"s", "a@x"}, {"", "b@y"}}}, // no quoting inside comments
             {"\"say \\\"hi\\\"\" <a@x>", {{"say \"hi\"", "a@x"}}},
-            {"Bob <Bob@Example.COM>", {{"Bob", "Bob@Example.COM"}}},
             {"Jane\r\n <jane@x>,\r\n bob@y", {{"Jane", "jane@x"}, {"", "bob@y"}}},
             {"a@x>>, b@y))", {{"", "a@x>>"}, {"", "b@y))"}}},
             {",,a@x,,", {{"", "a@x"}}},
@@ -69,12 +66,9 @@ TEST(AddressParser, Parse) {
 }
 
 TEST(MailAddress, ComputedPropertiesAndJSON) {
-    MailAddress named{"Jane Doe", "Jane@Example.COM"};
-    EXPECT_EQ(named.display(), "Jane Doe");
-    EXPECT_EQ(named.formatted(), "Jane Doe <Jane@Example.COM>");
-    MailAddress bare{"", "bob@y"};
-    EXPECT_EQ(bare.display(), "bob@y");
-    EXPECT_EQ(bare.formatted(), "bob@y");
+    EXPECT_EQ((MailAddress{"Jane Doe", "j@x"}).formatted(), "Jane Doe <j@x>");
+    EXPECT_EQ((MailAddress{"", "bob@y"}).formatted(), "bob@y");
+    EXPECT_EQ((MailAddress{"", "bob@y"}).display(), "bob@y");
     expectRows<std::string, std::string>(
         [](const std::string& email) {
             return MailAddress{"", email}.domain();
@@ -103,17 +97,13 @@ TEST(EncodedWords, Decode) {
             {"=?UTF-8?B?aGk=?=\r\n\t=?UTF-8?B?dGhlcmU=?=", "hithere"},
             {"a =?UTF-8?Q?b_c?= d", "a b c d"},
             {"=?UTF-8?Q?=C3?==?UTF-8?Q?=A9?=", "é"},
-            {"=?utf-8?b?4oI=?= =?UTF-8?B?rA==?=", "€"},
             {"=?iso-8859-1?Q?=E9?==?utf-8?Q?=C3=A9?=", "éé"},
             {"=?x?Z?a?=", "=?x?Z?a?="},
             {"=?UTF-8?Q?a b?=", "=?UTF-8?Q?a b?="},
-            {"=?iso-8859-1*en?Q?=E9?=", "é"},
-            {"=?utf-8?q?caf=c3=a9?=", "café"},
             {"=?UTF-8?Q?abc", "=?UTF-8?Q?abc"},
             {"Re:=?UTF-8?Q?x?=y", "Re:xy"},
             {"Re:  =?UTF-8?Q?x?=", "Re:  x"},
             {"=?UTF-8?Q?x?=  ", "x  "},
-            // Folded ISO-2022-JP with a reset ending each word.
             {"=?ISO-2022-JP?B?GyRCRnwbKEI=?=\r\n =?ISO-2022-JP?B?GyRCS1wbKEI=?=", "日本"},
             // An 8-bit byte inside a Q word is of the word's charset.
             {"=?iso-8859-1?Q?Fr\xc3\xb6sche_=E4?=", "Frösche ä"},
@@ -158,7 +148,6 @@ TEST(HeaderParams, Parse) {
             {"x; noequals; a=1", {"x", Params{{"a", "1"}}}},
             {" X ;  CharSet = UTF-8 ", {"X", Params{{"charset", "UTF-8"}}}},
             {"x; a=1; a=2", {"x", Params{{"a", "2"}}}},
-            {"x; a=\"", {"x", Params{{"a", "\""}}}},
             {"", {"", Params{}}},
             {"x; a=\"1; b=2", {"x", Params{{"a", "\"1; b=2"}}}},
             {"x; a=b=c", {"x", Params{{"a", "b=c"}}}},
@@ -196,7 +185,6 @@ TEST(TransferDecoding, QuotedPrintable) {
                 {"=c3=a9", "\xc3\xa9"},
                 {"a=\r\nb", "ab"},
                 {"a= \t\r\nb", "ab"},
-                {"a=ZZ", "a=ZZ"},
                 {"a=3Z", "a=3Z"},
                 {"100%=", "100%"},
                 {"x=  ", "x"},
@@ -216,18 +204,14 @@ TEST(TransferDecoding, Base64) {
         [](const std::string& s) { return TransferDecoding::base64(s); },
         {
             {"aGk=", "hi"},
-            {"aGk", "hi"},
             {"a", ""},
             {"aGVsb", "hel"},
             {" aGVs \r\n\r\nbG8=\n", "hello"},
             {"aGk=aGk=\r\nbG8=", "hi"},
-            // What follows the data, a list footer or a signature, is dropped.
             {"aGVs\r\nbG8=\r\n\r\n_______________\r\nList footer\r\n", "hello"},
-            {"aGVs\nbG8\n-- \nsig", "hello"},
             {"aGVs\r\nbG8*!\n", "hel"},
             {"not: base64\naGk=", "hi"},
             {"AP8A/w==", std::string("\x00\xff\x00\xff", 4)},
-            {"", ""},
             {"***\n", ""},
         });
     EXPECT_EQ(TransferDecoding::decode("aGk=", "base64"), "hi");
@@ -253,7 +237,6 @@ TEST(PercentDecodeAndMimeTypes, Rows) {
          {"message/rfc822", "eml"},
          {"text/calendar", "ics"},
          {"application/vnd.openxmlformats-officedocument.spreadsheetml.sheet", "xlsx"},
-         {"image/tiff", ""},
          {"image/jpeg ", ""}});
 }
 

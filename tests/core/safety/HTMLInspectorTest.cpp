@@ -37,7 +37,6 @@ TEST(HTMLInspectorTest, TrackerTest) {
         {R"(<img src="https://unknown.example/p.gif" width="100%">)", false},
         {R"(<img src="https://unknown.example/p.gif" width="2.5">)", false},
         {R"(<img src="https://unknown.example/p.gif" width="-1">)", true},
-        {R"(<img src="https://u.example/a.png" style="DISPLAY: none">)", true},
         {R"(<img src="https://u.example/a.png" style="max-width:600px; DIS PLAY : No ne">)", true},
         {R"(<img src="https://u.example/a.png" style="display:block;width:10px;height:0">)", true},
         {"<img src=\"https://u.example/a.png\" style=\"width:\xC2\xA0"
@@ -45,13 +44,11 @@ TEST(HTMLInspectorTest, TrackerTest) {
          false},
         {R"(<img src="https://u.example/a.png" width="1ppxx">)", false},
         {R"(<img src="https://u.example/a.png" hidden="hidden">)", true},
-        {R"(<img hidden src="https://u.example/a.png">)", true},
         {R"(<img src="https://u.example/a.png">)", false},
         {R"(<img src="https://gallery.mailchimp.com/logo.png" width="600">)", false},
         {R"(<img src="https://gallery.mailchimp.com/logo.png">)", true},
         {R"(<img src="https://x.list-manage.com/track/open.php?u=1" width="600" height="40">)",
          true},
-        {R"(<img src="https://u123.ct.sendgrid.net/wf/open?upn=x" width="300">)", true},
         {R"(<img src="https://notsendgrid.net/a.png">)", false},
         {R"(<img src="http://list-manage.com/a b.png">)", false},
     };
@@ -88,11 +85,9 @@ TEST(HTMLInspectorTest, LinkWarnings) {
         {R"(<a href="https://shop.example.com/sale">www.example.com</a>)", {}},
         {R"(<a href="https://evil.example.net/">www.example.com</a>)",
          {{"www.example.com", "www.example.com", "evil.example.net", "https://evil.example.net/"}}},
-        // A domain inside a sentence, with markup and entities.
         {"<A HREF='http://phish.example.org/x?a=1&amp;b=2'>Sign in at <b>PayPal.com</b> now</a>",
          {{"Sign in at PayPal.com now", "paypal.com", "phish.example.org",
            "http://phish.example.org/x?a=1&b=2"}}},
-        // The shown text is the link's plain text: entities read, blanks collapsed and trimmed.
         {"<a href=\"https://e.example/\">\n Visit\u00a0\u00a0 evil&#46;shop.com\t now "
          "\u3000</a>",
          {{"Visit evil.shop.com now", "evil.shop.com", "e.example", "https://e.example/"}}},
@@ -109,7 +104,6 @@ TEST(HTMLInspectorTest, LinkWarnings) {
         // The tag's own name takes the value.
         {R"(<a =href=https://evil.example.net/>x.com</a>)", {}},
         {R"(<a href="https://www.bank.co.uk/">online.bank.co.uk</a>)", {}},
-        // In document order.
         {R"(<a href="https://evil.example.net/">x.com</a> <a href="https://one.example/">b.com</a>)"
          R"(<a href="https://b.com/">b.com</a>)",
          {evil, {"b.com", "b.com", "one.example", "https://one.example/"}}},
@@ -118,9 +112,6 @@ TEST(HTMLInspectorTest, LinkWarnings) {
         EXPECT_EQ(HTMLInspector::linkWarnings(html), expected) << html;
         EXPECT_EQ(HTMLInspector::inspect(html).linkWarnings, expected) << html;
     }
-}
-
-TEST(HTMLInspectorTest, LinkTextLengthLimit) {
     auto link = [](size_t length) {
         std::string text = "see example.com ";
         text.append(length - text.size(), 'x');
@@ -128,7 +119,6 @@ TEST(HTMLInspectorTest, LinkTextLengthLimit) {
     };
     EXPECT_EQ(HTMLInspector::linkWarnings(link(199)).size(), 1u);
     EXPECT_TRUE(HTMLInspector::linkWarnings(link(200)).empty());
-    // Characters, not bytes: 150 two-byte letters are 150 characters.
     std::string accented = "<a href=\"https://evil.example.net/\">example.com ";
     for (int i = 0; i < 150; ++i) {
         accented += "é";
@@ -152,8 +142,6 @@ const std::string kHeadBlock =
     "-apple-system,system-ui,sans-serif;color:#1d1d1f;word-wrap:break-word} "
     "img{max-width:100%;height:auto} table{max-width:100%}</style>";
 
-// The head block goes into a new document around head-less HTML, or after an existing head tag;
-// trackers go, and inline images the HTML names become data below the size limit.
 TEST(HTMLInspectorTest, PrepareForDisplay) {
     EXPECT_EQ(HTMLInspector::prepareForDisplay("<p>Hi</p>", {}, true),
               "<!doctype html><html><head>" + kHeadBlock + "</head><body><p>Hi</p></body></html>");
@@ -190,7 +178,6 @@ TEST(HTMLInspectorTest, PrepareForDisplay) {
 }
 
 TEST(HTMLInspectorTest, PlainTextDocument) {
-    // Text escaped and web addresses made links, inside the one fixed head.
     const std::string end = "</body></html>";
     const std::string empty = HTMLInspector::plainTextDocument("");
     ASSERT_TRUE(empty.starts_with("<!doctype html><html><head><meta charset=\"utf-8\">\n<style>"));

@@ -1,8 +1,6 @@
 #include "safety/HTMLScanner.h"
 
-#include "mime/MIMEParser.h"
 #include "safety/HTMLPatterns.h"
-#include "support/Corpus.h"
 #include "support/Unicode.h"
 
 #include <algorithm>
@@ -12,7 +10,6 @@
 namespace qs {
 namespace {
 
-// The matches of an ICU pattern, as UTF-8 text: group 0, or the listed groups.
 std::vector<std::string> regexMatches(const Regex& regex, std::string_view text,
                                       std::vector<int> groups) {
     icu::UnicodeString unicode = Unicode::fromUTF8(text);
@@ -27,7 +24,6 @@ std::vector<std::string> regexMatches(const Regex& regex, std::string_view text,
     return out;
 }
 
-// The parts of the scanner's matches in the same shape, through the same UTF-8 repair as above.
 template <typename Matches, typename Parts>
 std::vector<std::string> repaired(const Matches& matches, Parts parts) {
     std::vector<std::string> out;
@@ -53,8 +49,6 @@ void expectSameAsPatterns(std::string_view html, const std::string& label) {
         repaired(HTMLScanner::imgTags(html), [](std::string_view tag) { return std::vector{tag}; }),
         regexMatches(HTMLPatterns::imgRegex(), html, {0}))
         << label;
-    // The walk that finds both at once finds the same as each alone (whose results are views
-    // of the same text, so they compare exactly).
     HTMLScanner::Tags tags = HTMLScanner::tags(html);
     EXPECT_EQ(tags.images, HTMLScanner::imgTags(html)) << label;
     auto sameAnchor = [](const HTMLScanner::Anchor& a, const HTMLScanner::Anchor& b) {
@@ -78,8 +72,6 @@ void expectSameAsPatterns(std::string_view html, const std::string& label) {
     }
 }
 
-// `rounds` texts of up to `most` pieces each, drawn from `pieces` (separated by '|') by a
-// seeded generator.
 std::vector<std::string> randomTexts(std::string_view pieces, unsigned seed, int rounds,
                                      unsigned most) {
     std::vector<std::string> choices;
@@ -111,15 +103,6 @@ TEST(HTMLScannerTest, AgreesWithThePatterns) {
              20261122, 3000, 30)) {
         expectSameAsPatterns(html, html);
     }
-    size_t htmlBodies = 0;
-    for (const test::CorpusMessage& message : test::corpusMessages()) {
-        ParsedMessage parsed = MIMEParser::parse(message.bytes);
-        if (parsed.htmlBody) {
-            ++htmlBodies;
-            expectSameAsPatterns(*parsed.htmlBody, message.name);
-        }
-    }
-    EXPECT_GT(htmlBodies, 150u);
 }
 
 TEST(HTMLScannerTest, AttributesAgreeWithThePattern) {
@@ -137,7 +120,6 @@ TEST(HTMLScannerTest, AttributesAgreeWithThePattern) {
     }
 }
 
-// Group 1 of the first match of the pattern, or nothing.
 std::optional<std::string> patternDomain(std::string_view text) {
     auto groups = regexMatches(HTMLPatterns::domainInText(), text, {1});
     if (groups.empty()) {
@@ -153,7 +135,7 @@ std::optional<std::string> scannedDomain(std::string_view text) {
     return std::nullopt;
 }
 
-TEST(HTMLScannerTest, DomainInTextAgreesWithThePattern) {
+TEST(HTMLScannerTest, DomainInTextAgreesWithThePatternAndHeadTag) {
     const char* cases[] = {"Visit WWW.Shop.Example.COM/deals today",
                            "https://www.bank.example/login", "http://1.2.3.4 then b.cd",
                            "x.abcdefghijklmnopqrstuvwxyzabcdef", "1.9http://-:1.9http://-: a.bc"};
@@ -166,9 +148,6 @@ TEST(HTMLScannerTest, DomainInTextAgreesWithThePattern) {
                      41, 20000, 14)) {
         EXPECT_EQ(scannedDomain(text), patternDomain(text)) << text;
     }
-}
-
-TEST(HTMLScannerTest, HeadTag) {
     EXPECT_EQ(HTMLScanner::endOfHeadTag("<html><Head class=x><title>"), 20u);
     EXPECT_EQ(HTMLScanner::endOfHeadTag("<header>"), 8u); // the pattern has no word boundary
     EXPECT_EQ(HTMLScanner::endOfHeadTag("<p>no head</p>"), std::nullopt);

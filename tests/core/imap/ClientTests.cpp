@@ -1,5 +1,3 @@
-// The session against the scripted fake server: greetings, tags, literals, BYE, stalls,
-// trickles, cancellation and drops, with what went over the wire checked line by line.
 #include "imap/IMAPClient.h"
 #include "support/Cancellation.h"
 #include "support/FakeIMAPServer.h"
@@ -21,7 +19,18 @@ IMAPServer local(uint16_t port) {
     return IMAPServer{"127.0.0.1", port, true};
 }
 
-// The text of the exception `body` throws; fails the test if it throws none.
+struct Session {
+    explicit Session(const std::string& scenario)
+        : server("S: * OK hi\n" + scenario), client(local(server.port()), 5s) {
+        client.connect();
+    }
+    void expectScriptRan() {
+        EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
+    }
+    FakeIMAPServer server;
+    IMAPClient client;
+};
+
 template <typename Body>
 std::string errorOf(Body&& body) {
     try {
@@ -33,7 +42,6 @@ std::string errorOf(Body&& body) {
     return "";
 }
 
-// A loopback socket bound to a free port (listening when asked), and that port.
 std::pair<int, uint16_t> boundLoopback(bool listening) {
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
@@ -52,7 +60,6 @@ TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
         {"* OK [CAPABILITY IMAP4rev1 uidplus] hi", "", {"IMAP4REV1", "UIDPLUS"}},
         {"* PREAUTH hello", "", {}},
         {"* BYE busy", "Couldn’t connect: busy", {}},
-        {"* NO x", "Unexpected server reply: no greeting", {}},
         {"A1 OK hi", "Unexpected server reply: no greeting", {}},
     };
     for (const auto& [greeting, error, capabilities] : rows) {
@@ -90,7 +97,6 @@ TEST(ClientConnect, FailuresAndTheirTexts) {
         {{"127.0.0.01", closedPort, true}, 5s, insecure},
         {local(0), 5s, "Couldn’t connect: bad port"},
         {local(closedPort), 5s, "Couldn’t connect: Connection refused"},
-        // IMAP in clear where TLS is expected: no falling back to plain text.
         {{"127.0.0.1", plain.port(), false}, 5s, "Couldn’t connect: TLS handshake failed: "},
         {{"127.0.0.1", silent.port(), false}, 300ms, "The server stopped responding."},
         {local(silent.port()), 300ms, "The server stopped responding."},
@@ -107,8 +113,6 @@ TEST(ClientConnect, FailuresAndTheirTexts) {
     ::close(listener);
 }
 
-// One session through tags, status codes, quoting, literals, a stale tag, an untagged
-// CAPABILITY that replaces the set, and BYE during LOGOUT as an ordinary response.
 TEST(ClientRun, OneSessionOfOrdinaryCommands) {
     FakeIMAPServer server(R"(
         S: * OK [CAPABILITY OLD] hi
@@ -211,11 +215,9 @@ TEST(ClientRun, FailuresEndTheCommandWithTheirTexts) {
         };
     for (const auto& [name, script, action, error] : rows) {
         SCOPED_TRACE(name);
-        FakeIMAPServer server("S: * OK\n" + script);
-        IMAPClient client(local(server.port()), 5s);
-        client.connect();
-        EXPECT_EQ(errorOf([&] { action(client); }), error);
-        EXPECT_TRUE(server.waitUntilDone()) << ::testing::PrintToString(server.failures());
+        Session session(script);
+        EXPECT_EQ(errorOf([&] { action(session.client); }), error);
+        session.expectScriptRan();
     }
 }
 
@@ -224,7 +226,6 @@ TEST(ClientTimeout, AStallTimesOutAndCancelsButATrickleNeverDoes) {
     IMAPClient client(local(stalled.port()), 300ms);
     client.connect();
     EXPECT_EQ(errorOf([&] { client.run("NOOP", {}); }), "The server stopped responding.");
-    // The timed-out connection is cancelled: the next command fails, it doesn't hang.
     EXPECT_TRUE(errorOf([&] { client.run("NOOP", {}); }).starts_with("Couldn’t connect"));
 
     // Each byte comes well inside the limit, though the whole line takes several times it
@@ -238,7 +239,6 @@ TEST(ClientTimeout, AStallTimesOutAndCancelsButATrickleNeverDoes) {
 TEST(ClientCancellation, AStopWakesABlockedWaitAndOneBeforeConnectingConnectsNowhere) {
     FakeIMAPServer server("S: * OK\nC: M0001 NOOP\nstall");
     std::stop_source stop;
-    // A long limit: only the stop can end this wait within the test.
     IMAPClient client(local(server.port()), 60s, stop.get_token());
     client.connect();
     std::exception_ptr failure;
@@ -262,14 +262,156 @@ TEST(ClientCancellation, AStopWakesABlockedWaitAndOneBeforeConnectingConnectsNow
 
 TEST(ClientBytesRead, CountsEveryByteReceivedIncludingTheGreeting) {
     std::string body(300000, 'x'); // more than one chunk
-    FakeIMAPServer server("S: * OK hi\nC: M0001 NOOP\nB: * 1 FETCH (BODY[] {300000}\\r\\n" + body +
-                          ")\\r\\n\nS: M0001 OK\n");
-    IMAPClient client(local(server.port()), 5s);
-    client.connect();
-    client.run("NOOP", {});
-    EXPECT_EQ(client.bytesRead(),
+    Session session("C: M0001 NOOP\nB: * 1 FETCH (BODY[] {300000}\\r\\n" + body +
+                    ")\\r\\n\nS: M0001 OK\n");
+    session.client.run("NOOP", {});
+    EXPECT_EQ(session.client.bytesRead(),
               int64_t(std::string("* OK hi\r\n* 1 FETCH (BODY[] {300000}\r\n").size() +
                       body.size() + std::string(")\r\nM0001 OK\r\n").size()));
+}
+
+TEST(CommandList, MakesMailboxesInServerOrderAndSkipsWhatIsNoListing) {
+    Session session(R"(
+        C: M0001 LIST "" "*"
+        S: * LIST () NIL INBOX
+        S: * LIST (\NOSELECT) "/" foo
+        S: * LIST (\HasNoChildren) "/" Entw&APw-rfe
+        S: * LIST (\HasNoChildren) "/"
+        S: * list (\Marked "odd" (x)) "." "Quoted name"
+        S: * 3 EXISTS
+        S: M0001 OK done
+    )");
+    std::vector<IMAPMailbox> mailboxes = session.client.list();
+    ASSERT_EQ(mailboxes.size(), 4u);
+    EXPECT_EQ(mailboxes[0], (IMAPMailbox{"INBOX", "INBOX", std::nullopt, {}}));
+    EXPECT_TRUE(mailboxes[0].isSelectable());
+    EXPECT_EQ(mailboxes[1].attributes, std::vector<std::string>{"\\NOSELECT"});
+    EXPECT_FALSE(mailboxes[1].isSelectable());
+    EXPECT_EQ(mailboxes[2].name, "Entw&APw-rfe");
+    EXPECT_EQ(mailboxes[2].displayName, "Entwürfe");
+    EXPECT_EQ(mailboxes[3], (IMAPMailbox{"Quoted name", "Quoted name", ".", {"\\Marked", "odd"}}));
+    session.expectScriptRan();
+}
+
+TEST(CommandSelect, ReadsValidityNextExistsAndReadOnlyOrFails) {
+    Session session(R"(
+        C: M0001 EXAMINE "INBOX"
+        S: * 3 EXISTS
+        S: * 0 RECENT
+        S: * OK [UIDVALIDITY 1700000000] UIDs valid
+        S: * OK [UIDNEXT 4392] Predicted next UID
+        S: * 5 exists
+        S: * FLAGS (\Seen \Deleted)
+        S: M0001 OK [READ-ONLY] done
+        C: M0002 EXAMINE "Box"
+        S: M0002 OK [READ-WRITE] granted
+        C: M0003 SELECT "Box"
+        S: M0003 OK [READ-ONLY] answered
+        C: M0004 EXAMINE "Box"
+        S: M0004 OK plain
+        C: M0005 SELECT "a\"b"
+        S: * OK [UIDVALIDITY x] bad
+        S: * OK [UIDNEXT -1] bad
+        S: * many EXISTS
+        S: M0005 OK done
+        C: M0006 SELECT {8}
+        S: + go
+        C: Brief€
+        S: M0006 NO [NONEXISTENT] Mailbox doesn't exist: Brief€
+    )");
+    IMAPClient& client = session.client;
+    EXPECT_EQ(client.select("INBOX", true), (SelectInfo{1700000000, 5, 4392, true}));
+    // Read-only follows only a grant upward.
+    EXPECT_FALSE(client.select("Box", true).readOnly);
+    EXPECT_FALSE(client.select("Box", false).readOnly);
+    EXPECT_TRUE(client.select("Box", true).readOnly);
+    EXPECT_EQ(client.select("a\"b", false), (SelectInfo{0, 0, std::nullopt, false}));
+    try {
+        client.select("Brief€", false);
+        ADD_FAILURE() << "no error";
+    } catch (const IMAPError& error) {
+        EXPECT_EQ(error.description(), "SELECT failed (NO): Mailbox doesn't exist: Brief€");
+    }
+    session.expectScriptRan();
+}
+
+TEST(CommandSearchStoreFetch, OneSession) {
+    Session session(R"(
+        C: M0001 UID SEARCH UID 5:*
+        S: * SEARCH 9 5 x 7
+        S: * SEARCH 6
+        S: M0001 OK done
+        C: M0002 UID SEARCH DELETED
+        S: * SEARCH
+        S: M0002 OK no SEARCH line at all
+        C: M0003 UID STORE 1:3,8 +FLAGS.SILENT (\Deleted)
+        S: M0003 OK done
+        C: M0004 UID STORE 2 -FLAGS.SILENT (\Deleted)
+        S: M0004 OK done
+        C: M0005 UID FETCH 1:3,7 (UID RFC822.SIZE INTERNALDATE FLAGS)
+        S: * 1 FETCH (UID 1 RFC822.SIZE 120 INTERNALDATE "01-Jan-2024 00:00:00 +0000" FLAGS (\Seen))
+        S: * 12 FETCH (FLAGS (\Deleted))
+        S: * 3 EXPUNGE
+        S: * 2 FETCH (FLAGS () UID 7 RFC822.SIZE 5)
+        S: M0005 OK done
+        C: M0006 UID FETCH 7,9 (UID RFC822.SIZE INTERNALDATE FLAGS BODY.PEEK[])
+        B: * 12 FETCH (UID 9 FLAGS (\\Seen) RFC822.SIZE 99 INTERNALDATE "17-Jul-1996 02:44:25 -0700" BODY[] {3}\r\nabc)\r\n
+        S: * 13 FETCH (UID 10 BODY[] NIL)
+        S: * 14 FETCH (BODY[] "no uid")
+        B: * 11 FETCH (UID 7 RFC822 {4}\r\nd\r\ne)\r\n
+        S: M0006 OK done
+    )");
+    IMAPClient& client = session.client;
+    EXPECT_TRUE(client.fetchMeta({}).empty());
+    client.fetchBodies({}, [](IMAPFetchItem&&) { ADD_FAILURE(); });
+    client.markDeleted({});
+    client.unmarkDeleted({});
+    EXPECT_EQ(client.uidSearch("UID 5:*"), (std::vector<uint32_t>{5, 6, 7, 9}));
+    EXPECT_TRUE(client.uidSearch("DELETED").empty());
+    client.markDeleted({8, 3, 2, 1});
+    client.unmarkDeleted({2});
+    EXPECT_EQ(client.fetchMeta({7, 3, 2, 1, 1}),
+              (std::vector<IMAPFetchItem>{{1, 1, 120, dateFromUnix(1704067200), {"\\Seen"}, {}},
+                                          {2, 7, 5, std::nullopt, {}, std::nullopt}}));
+    std::vector<IMAPFetchItem> seen;
+    client.fetchBodies({9, 7}, [&](IMAPFetchItem&& item) { seen.push_back(item); });
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0], (IMAPFetchItem{12, 9, 99, dateFromUnix(837596665), {"\\Seen"}, "abc"}));
+    EXPECT_EQ(seen[1].uid, 7u);
+    EXPECT_EQ(seen[1].body, "d\r\ne");
+    session.expectScriptRan();
+}
+
+TEST(CommandLoginExpungeLogout, CapabilitiesDecide) {
+    Session asks(R"(
+        C: M0001 LOGIN "ann" "pw"
+        S: M0001 OK logged in
+        C: M0002 CAPABILITY
+        S: * CAPABILITY IMAP4rev1 UIDPLUS
+        S: M0002 OK done
+        C: M0003 UID EXPUNGE 4:5
+        S: * 2 EXPUNGE
+        S: M0003 OK done
+    )");
+    asks.client.login("ann", "pw");
+    EXPECT_TRUE(asks.client.expunge({4, 5}));
+    asks.expectScriptRan();
+
+    Session told(R"(
+        C: M0001 LOGIN "ann" "pw"
+        S: M0001 OK [CAPABILITY IMAP4rev1 MOVE] logged in
+        C: M0002 EXPUNGE
+        S: M0002 OK done
+        C: M0003 LOGOUT
+        X
+    )");
+    told.client.login("ann", "pw");
+    EXPECT_TRUE(told.client.capabilities().contains("MOVE"));
+    EXPECT_FALSE(told.client.expunge({4, 5}));
+    told.client.logout();
+    EXPECT_FALSE(told.client.isConnected());
+    told.client.logout();
+    told.expectScriptRan();
 }
 
 } // namespace

@@ -1,15 +1,25 @@
 #include "mime/Charsets.h"
 #include "mime/MailDate.h"
+#include "mime/MessageDate.h"
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <string>
 #include <thread>
+#include <unicode/locid.h>
 #include <vector>
 
 using namespace qs;
 
 namespace {
+
+int64_t utc(int year, int month, int day, int hour, int minute, int second) {
+    std::tm tm{};
+    tm.tm_year = year - 1900, tm.tm_mon = month - 1, tm.tm_mday = day;
+    tm.tm_hour = hour, tm.tm_min = minute, tm.tm_sec = second;
+    return timegm(&tm);
+}
 
 struct RealBytes {
     const char* label;
@@ -17,8 +27,6 @@ struct RealBytes {
     const char* text;
 };
 
-// Bytes as each encoder writes them, decoded under the label mail would carry: one row per
-// kind of converter, the ISO 2022 repair, the label tables and the alias table.
 const std::vector<RealBytes> realBytes{
     {"ISO-8859-15", "\xa4\x20\xbd", "€ œ"},
     {"windows-1252", "\x93\x71\x75\x6f\x74\x65\x64\x94\x20\x96\x20\x80", "“quoted” – €"},
@@ -29,7 +37,6 @@ const std::vector<RealBytes> realBytes{
     {"GB18030", "\xd6\xd0\xce\xc4\x20\xa2\xe3\x20\x81\x34\xd2\x38", "中文 € ᠀"},
     {"windows-874", "\xa1", "ก"},
     {"UTF-7", "+AKM-1 +ZeVnLA-", "£1 日本"},
-    // Mislabels mapped by the alias table.
     {"latin1", "caf\xe9", "café"},
     {"cp1252", "\x80", "€"},
     {"x-sjis", "\x93\xfa\x96\x7b", "日本"},
@@ -42,15 +49,12 @@ const std::vector<RealBytes> realBytes{
 
 } // namespace
 
-TEST(Charsets, DecodesRealBytesOfEachCharset) {
+TEST(Charsets, DecodesRealBytesAndFindsConvertersForLabels) {
     for (const auto& row : realBytes) {
         SCOPED_TRACE(row.label);
         EXPECT_TRUE(Charsets::encoding(row.label).has_value());
         EXPECT_EQ(Charsets::string(row.bytes, row.label), row.text);
     }
-}
-
-TEST(Charsets, EncodingForLabels) {
     const std::pair<std::optional<std::string_view>, std::optional<std::string>> rows[] = {
         {std::nullopt, std::nullopt}, {" \"\" ", std::nullopt}, {"x-no-such-charset", std::nullopt},
         {"US-ASCII", "UTF-8"},        {"ascii", "UTF-8"},       {"  utf-8 ", "UTF-8"},
@@ -125,4 +129,66 @@ TEST(Charsets, ConvertersAndDatesAreSafeOnManyThreads) {
         thread.join();
     }
     EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+TEST(MailDate, Parse) {
+    const std::pair<const char*, std::optional<int64_t>> rows[] = {
+        {"Tue, 5 Mar 2024 10:00:00 +0100 (CET)", utc(2024, 3, 5, 9, 0, 0)},
+        {"Tue, 5 Mar 24 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"5 Mar 49 10:00:00 +0000", utc(2049, 3, 5, 10, 0, 0)},
+        {"5 Mar 50 10:00:00 +0000", utc(1950, 3, 5, 10, 0, 0)},
+        {"Tue,  5 Mar 2024 10:00:00 GMT", utc(2024, 3, 5, 10, 0, 0)},
+        {"Tue, 5 Mar 2024 10:00:00 EST", utc(2024, 3, 5, 15, 0, 0)},
+        {"  Tue, 05 Mar 2024 23:59:59 +0530\r\n", utc(2024, 3, 5, 18, 29, 59)},
+        {"Mon, 5 Mar 2024 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"Tue, 5 Mar 124 10:00:00 +0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"Tue, 5 Mar 2024 10:00:00", utc(2024, 3, 5, 10, 0, 0)},
+        {"Thu,29 Apr 2012 10:00:00 +0200", utc(2012, 4, 29, 8, 0, 0)},
+        {"5 Mar 2024 10:00:00 Q", utc(2024, 3, 5, 10, 0, 0)},
+        {"Fri, 21 Nov 1997 09(comment):   55  :  06 -0600", utc(1997, 11, 21, 15, 55, 6)},
+        {"tuesday, 5 march 2024 10:00 -0000", utc(2024, 3, 5, 10, 0, 0)},
+        {"30 Jun 2012 23:59:60 +0000", utc(2012, 6, 30, 23, 59, 59)},
+        {"30 Feb 2024 10:00:00", std::nullopt},
+        {"5 Mar 2024 +0000", std::nullopt},
+        {"2024-03-05", std::nullopt},
+        {"Tue, 5 Mar 3609 10:00:00 +0000", std::nullopt},
+        {"Tue, 5 Mar 1500 10:00:00 +0000", std::nullopt},
+        {"Tue, 5 Mar 2024 10:00:00 +0000 xyz", std::nullopt},
+        {"(no date)", std::nullopt},
+    };
+    for (const auto& [input, seconds] : rows) {
+        auto date = MailDate::parse(input);
+        EXPECT_EQ(date ? std::optional(unixSeconds(*date)) : std::nullopt, seconds) << input;
+    }
+    Date date = dateFromUnix(utc(2024, 3, 5, 10, 0, 7));
+    EXPECT_EQ(MailDate::parse(MailDate::rfc5322(date)), date) << MailDate::rfc5322(date);
+}
+
+TEST(MailDate, EnglishMonthsReadUnderAnotherLocale) {
+    icu::Locale saved = icu::Locale::getDefault();
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale("de_DE"), status);
+    // Parsed on a fresh thread, whose formatters are made under the German default.
+    std::optional<Date> date;
+    std::thread([&] { date = MailDate::parse("Tue, 5 Mar 2024 10:00:00 +0000"); }).join();
+    icu::Locale::setDefault(saved, status);
+    ASSERT_TRUE(date.has_value());
+    EXPECT_EQ(unixSeconds(*date), utc(2024, 3, 5, 10, 0, 0));
+}
+
+TEST(MessageDate, DateFieldThenNewestReceived) {
+    const std::string relayed = "from a by b; Tue, 5 Mar 2024 10:00:00 +0000";
+    const std::string delivered = "from b by c (x; y); Wed, 6 Mar 2024 09:00:00 +0000 (UTC)";
+    const std::pair<std::vector<MIMEHeaderField>, std::optional<int64_t>> rows[] = {
+        {{{"Received", delivered}, {"Date", "4 Mar 2024 08:00 +0000"}}, utc(2024, 3, 4, 8, 0, 0)},
+        {{{"Received", relayed}, {"Received", delivered}, {"Date", "someday"}},
+         utc(2024, 3, 6, 9, 0, 0)},
+        {{{"Received", "from a by b"}, {"Received", relayed}}, utc(2024, 3, 5, 10, 0, 0)},
+        {{{"Subject", "x"}}, std::nullopt},
+    };
+    for (const auto& [fields, seconds] : rows) {
+        auto date = MessageDate::of(MIMEHeaders(fields));
+        EXPECT_EQ(date ? std::optional(unixSeconds(*date)) : std::nullopt, seconds)
+            << ::testing::PrintToString(fields);
+    }
 }
