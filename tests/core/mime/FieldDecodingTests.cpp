@@ -210,6 +210,7 @@ TEST(TransferDecoding, Base64) {
             {"aGk=aGk=\r\nbG8=", "hi"},
             {"aGVs\r\nbG8=\r\n\r\n_______________\r\nList footer\r\n", "hello"},
             {"aGVs\r\nbG8*!\n", "hel"},
+            {"aGVs\nbG8\n-- \nsig", "hello"},
             {"not: base64\naGk=", "hi"},
             {"AP8A/w==", std::string("\x00\xff\x00\xff", 4)},
             {"***\n", ""},
