@@ -330,7 +330,11 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         store.backUpNow();
         ASSERT_TRUE(waitFor(finished));
         ASSERT_EQ(store.backup().lastMessage, "203 new messages saved");
-        const std::string toastBefore = store.toast()->text.toStdString();
+        // A partial release shows no toast of its own (the backup's may have timed out since).
+        const auto toastNow = [&store] {
+            return store.toast() ? store.toast()->text.toStdString() : std::string();
+        };
+        const std::string toastBefore = toastNow();
 
         auto& cleanup = store.cleanup();
         QSignalSpy busy(&cleanup, &qs::CleanupModel::busyChanged);
@@ -363,7 +367,7 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         EXPECT_TRUE(advice.starts_with(c.advice) && advice.ends_with(c.adviceEnd)) << advice;
         ASSERT_TRUE(cleanup.result());
         EXPECT_TRUE(cleanup.result()->starts_with(std::to_string(released) + " messages"));
-        EXPECT_EQ(store.toast()->text.toStdString(), toastBefore);
+        EXPECT_TRUE(toastNow().empty() || toastNow() == toastBefore) << toastNow();
 
         std::vector<uint32_t> left;
         size_t marked = 0;
