@@ -18,6 +18,7 @@
 #include <QQuickWindow>
 #include <QTimer>
 #include <QtQml/qqml.h>
+#include <utility>
 
 namespace qs {
 
@@ -275,7 +276,8 @@ std::filesystem::path SnapshotRunner::scratchRoot() const {
 
 void SnapshotRunner::fillQuietVault() {
     namespace fs = std::filesystem;
-    if (store_.layout().root != vault_)
+    // Filled once, so that the light and the dark pictures show the same vault.
+    if (store_.layout().root != vault_ || std::exchange(quietFilled_, true))
         return;
     // A few messages of the real vault that nothing flags, so that the safety shelves are empty.
     int copied = 0;

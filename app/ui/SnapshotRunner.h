@@ -67,6 +67,7 @@ private:
     std::vector<Shot> shots_;
     size_t position_ = 0;
     bool waitingForScan_ = false;
+    bool quietFilled_ = false;
     QString pending_;
     QObject* guide_ = nullptr;
     QQuickWindow* settings_ = nullptr;
