@@ -21,9 +21,9 @@ bool MailScheme::registered() {
     return QWebEngineUrlScheme::schemeByName(name).name() == name;
 }
 
-QUrl MailScheme::serve(const QString& html) {
+QUrl MailScheme::serve(QByteArray html) {
     address_ = QUrl(QStringLiteral("%1:document/%2").arg(QLatin1String(name)).arg(++served_));
-    document_ = html.toUtf8();
+    document_ = std::move(html);
     return address_;
 }
 

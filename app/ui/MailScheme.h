@@ -21,8 +21,9 @@ public:
 
     explicit MailScheme(QObject* parent = nullptr) : QWebEngineUrlSchemeHandler(parent) {}
 
-    /// The address under which `html` is served next; it replaces any document not yet fetched.
-    QUrl serve(const QString& html);
+    /// The address under which `html` (UTF-8) is served next; it replaces any document not yet
+    /// fetched.
+    QUrl serve(QByteArray html);
 
     void requestStarted(QWebEngineUrlRequestJob* job) override;
 

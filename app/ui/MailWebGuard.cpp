@@ -9,6 +9,7 @@
 #include <QCryptographicHash>
 #include <QDesktopServices>
 #include <QQuickWebEngineProfile>
+#include <utility>
 
 namespace qs {
 
@@ -31,10 +32,10 @@ MailWebGuard::MailWebGuard(QObject* parent) : QObject(parent) {
 QString MailWebGuard::serve(const QString& document) {
     // The engine refuses a data: address over 2 MB; percent-encoding at most triples a byte.
     constexpr qsizetype limit = 2 * 1024 * 1024 - 64;
-    const QByteArray bytes = document.toUtf8();
+    QByteArray bytes = document.toUtf8();
     if (!scheme_ || bytes.size() * 3 < limit || bytes.toPercentEncoding().size() < limit)
         return {};
-    return scheme_->serve(document).toString();
+    return scheme_->serve(std::move(bytes)).toString();
 }
 
 void MailWebGuard::setWarnings(const QVariantList& warnings) {
