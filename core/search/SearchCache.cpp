@@ -1,6 +1,7 @@
 #include "search/SearchCache.h"
 
 #include "search/RankSets.h"
+#include "search/SearchCacheDelta.h"
 #include "search/SearchIndex.h"
 #include "support/AtomicFile.h"
 
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <span>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -147,13 +149,15 @@ struct SearchCache::Mapping {
     }
 };
 
-SearchCache::SearchCache(std::unique_ptr<Mapping> mapping) : mapping_(std::move(mapping)) {}
+SearchCache::SearchCache(std::unique_ptr<Mapping> mapping, std::unique_ptr<SearchCacheDelta> delta)
+    : mapping_(std::move(mapping)), delta_(std::move(delta)) {}
 SearchCache::~SearchCache() = default;
 SearchCache::SearchCache(SearchCache&&) noexcept = default;
 SearchCache& SearchCache::operator=(SearchCache&&) noexcept = default;
 
 size_t SearchCache::count() const {
-    return size_t(mapping_->header.recordCount);
+    size_t count = size_t(mapping_->header.recordCount);
+    return delta_ ? count - delta_->removedRanks.size() + delta_->added.count() : count;
 }
 
 std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
@@ -187,8 +191,15 @@ std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
         require(std::memcmp(h.magic, magic, sizeof magic) == 0 && h.version == version &&
                 h.pageSize == pageSize && h.fileSize == size);
         require(checksum({mapping->base, offsetof(Header, headerChecksum)}) == h.headerChecksum);
+        std::unique_ptr<SearchCacheDelta> delta;
         if (!(h.json == *stamp)) {
-            return std::nullopt;
+            auto read = SearchCacheDelta::read(SearchCacheDelta::beside(cache));
+            if (!read || !(read->json == *stamp) || !(read->baseJSON == h.json) ||
+                read->baseHeaderChecksum != h.headerChecksum || read->baseSlots != h.slotCount ||
+                (!read->removedRanks.empty() && read->removedRanks.back() >= h.recordCount)) {
+                return std::nullopt;
+            }
+            delta = std::make_unique<SearchCacheDelta>(std::move(*read));
         }
 
         const Section& sums = h.pageSums;
@@ -207,7 +218,7 @@ std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
         require(checksum({mapping->sums, size_t(sums.length)}) == h.pageSumsChecksum);
         mapping->verified = std::vector<std::atomic<uint64_t>>(size_t(dataEnd / pageSize / 64 + 1));
         ::madvise(base, size, MADV_RANDOM);
-        return SearchCache(std::move(mapping));
+        return SearchCache(std::move(mapping), std::move(delta));
     } catch (...) {
         return std::nullopt;
     }
@@ -246,11 +257,61 @@ std::optional<std::vector<uint32_t>> SearchCache::search(std::string_view query)
                     }
                 }
             });
+        if (delta_ && !found.empty()) {
+            for (uint32_t rank : delta_->removedRanks) {
+                found[rank >> 6] &= ~(uint64_t(1) << (rank & 63));
+            }
+        }
         RankSets::forEach(found, [&](uint32_t rank) { out.push_back(rank); });
         return out;
     } catch (...) {
         return std::nullopt;
     }
+}
+
+std::optional<SearchCache::Answer> SearchCache::find(std::string_view query,
+                                                     size_t limit) const noexcept {
+    try {
+        auto ranks = search(query);
+        if (!ranks) {
+            return std::nullopt;
+        }
+        std::vector<const MessageRecord*> added;
+        if (delta_) {
+            added = delta_->added.search(query);
+        }
+        Answer answer{ranks->size() + added.size(), merged(*ranks, added, limit)};
+        return answer;
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
+std::vector<MessageRecord> SearchCache::merged(const std::vector<uint32_t>& ranks,
+                                               const std::vector<const MessageRecord*>& added,
+                                               size_t limit) const {
+    size_t total = ranks.size() + added.size();
+    size_t wanted = limit == 0 ? total : std::min(limit, total);
+    std::vector<MessageRecord> out;
+    out.reserve(wanted);
+    std::optional<MessageRecord> next;
+    size_t i = 0;
+    size_t j = 0;
+    while (out.size() < wanted) {
+        if (!next && i < ranks.size()) {
+            next = mapping_->record(ranks[i]);
+        }
+        // On the same date the delta's record goes first: its slot is the later one.
+        if (j < added.size() && (!next || added[j]->date >= next->date)) {
+            out.push_back(*added[j++]);
+            out.back().id += int64_t(delta_->baseSlots);
+        } else {
+            out.push_back(std::move(*next));
+            next.reset();
+            ++i;
+        }
+    }
+    return out;
 }
 
 std::optional<MessageRecord> SearchCache::record(uint32_t rank) const noexcept {
@@ -266,17 +327,16 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
         const Mapping& m = *mapping_;
         const Header& h = m.header;
         auto count = size_t(h.recordCount);
-        // Slots keep the ids of index.json, tombstones between them included; a trailing run
-        // of tombstones and postings that only named tombstones are not in the cache, and no
-        // reader could tell them apart from absent ones. The bound on the slots keeps a
-        // damaged id from asking for a vast table.
+        // Slots keep the ids of index.json, tombstones included; postings that name tombstones
+        // are not in the cache, and no reader could tell them apart from absent ones. The
+        // bound on the slots keeps a damaged header from asking for a vast table.
+        uint64_t slots = h.slotCount;
+        require(slots >= count && slots < 4 * uint64_t(count) + 1024);
         std::vector<uint32_t> idOfRank(count);
-        uint64_t slots = 0;
         for (size_t rank = 0; rank < count; ++rank) {
             auto id = m.item<RecordEntry>(h.records, rank).id;
-            require(id >= 0 && uint64_t(id) < 4 * uint64_t(count) + 1024);
+            require(id >= 0 && uint64_t(id) < slots);
             idOfRank[rank] = uint32_t(id);
-            slots = std::max(slots, uint64_t(id) + 1);
         }
         // Fills the tokens and their postings (ascending ids) from the token sections.
         auto readPostings = [&m, &h, &idOfRank, count](
@@ -334,12 +394,27 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
         } joiner{tokenReader};
         index.records_.resize(size_t(slots));
         index.byPath_.reserve(count);
+        SearchCacheLayout::Base base{h.json,
+                                     h.headerChecksum,
+                                     slots,
+                                     std::vector<uint32_t>(size_t(slots), Base::noRank),
+                                     {}};
+        if (delta_) {
+            base.removedRanks = delta_->removedRanks;
+        }
+        auto removed = base.removedRanks.begin();
         for (size_t rank = 0; rank < count; ++rank) {
-            auto& slot = index.records_[idOfRank[rank]];
-            require(!slot);
+            auto id = idOfRank[rank];
+            require(base.rankOfId[id] == Base::noRank);
+            base.rankOfId[id] = uint32_t(rank);
+            if (removed != base.removedRanks.end() && *removed == rank) {
+                // Gone since the cache was written: a tombstone.
+                ++removed;
+                continue;
+            }
+            auto& slot = index.records_[id];
             slot = std::make_shared<MessageRecord>(m.record(uint32_t(rank)));
-            require(index.byPath_.assign(slot->path, idOfRank[rank], index.pathReader()) ==
-                    PathTable::npos);
+            require(index.byPath_.assign(slot->path, id, index.pathReader()) == PathTable::npos);
             if (rank % 4096 == 4095) {
                 m.release(h.records, (rank + 1) * sizeof(RecordEntry));
                 m.release(h.recordText, m.item<RecordEntry>(h.records, rank).textOffset);
@@ -357,9 +432,45 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
             order[n] = n;
         }
         index.sortedTokens_ = std::move(order);
+        if (delta_) {
+            applyDelta(*delta_, index);
+        }
+        // The cache was found to describe index.json as it is: a save can patch that file, and
+        // leave the cache in place with a delta beside it.
+        index.markSaved();
+        index.cacheBase_ = std::move(base);
         return index;
     } catch (...) {
         return std::nullopt;
+    }
+}
+
+void SearchCache::applyDelta(const SearchCacheDelta& delta, SearchIndex& index) {
+    const SearchIndex& added = delta.added;
+    auto baseSlots = uint32_t(index.records_.size());
+    for (const auto& r : added.records_) {
+        auto id = uint32_t(index.records_.size());
+        if (!r) {
+            index.records_.push_back(nullptr);
+            continue;
+        }
+        auto copy = std::make_shared<MessageRecord>(*r);
+        copy->id = id;
+        index.records_.push_back(std::move(copy));
+        require(index.byPath_.assign(index.records_.back()->path, id, index.pathReader()) ==
+                PathTable::npos);
+    }
+    // The delta's slots follow the file's, so its ids keep every posting list ascending.
+    for (uint32_t n = 0; n < added.tokens_.size(); ++n) {
+        bool isNew = false;
+        uint32_t number = index.tokens_.intern(added.tokens_.token(n), &isNew);
+        if (isNew) {
+            index.postings_.emplace_back();
+        }
+        auto& list = index.postings_[number];
+        for (uint32_t id : added.postings_[n]) {
+            list.push_back(baseSlots + id);
+        }
     }
 }
 
@@ -374,16 +485,32 @@ SearchIndex SearchCache::loadIndex(const std::filesystem::path& cache,
 }
 
 std::optional<std::vector<MessageRecord>> SearchCache::records() const {
-    std::vector<MessageRecord> out;
-    out.reserve(count());
-    for (uint32_t rank = 0; rank < count(); ++rank) {
-        auto r = record(rank);
-        if (!r) {
-            return std::nullopt;
+    try {
+        std::vector<uint32_t> ranks;
+        ranks.reserve(size_t(mapping_->header.recordCount));
+        auto removed =
+            delta_ ? std::span<const uint32_t>(delta_->removedRanks) : std::span<const uint32_t>();
+        for (uint32_t rank = 0, k = 0; rank < mapping_->header.recordCount; ++rank) {
+            if (k < removed.size() && removed[k] == rank) {
+                ++k;
+            } else {
+                ranks.push_back(rank);
+            }
         }
-        out.push_back(std::move(*r));
+        std::vector<const MessageRecord*> added;
+        if (delta_) {
+            // Newest first, and on the same date the later slot first, as the file's ranks go.
+            for (const auto& r : delta_->added.sharedRecords()) {
+                added.push_back(r.get());
+            }
+            std::stable_sort(added.begin(), added.end(), [](const auto* a, const auto* b) {
+                return a->date != b->date ? a->date > b->date : a->id > b->id;
+            });
+        }
+        return merged(ranks, added, 0);
+    } catch (...) {
+        return std::nullopt;
     }
-    return out;
 }
 
 std::optional<SearchCache::Answer> SearchCache::answer(const std::filesystem::path& cache,
@@ -392,20 +519,8 @@ std::optional<SearchCache::Answer> SearchCache::answer(const std::filesystem::pa
                                                        size_t limit) noexcept {
     for (bool rebuilt = false;; rebuilt = true) {
         if (auto opened = open(cache, json)) {
-            if (auto ranks = opened->search(query)) {
-                Answer answer{ranks->size(), {}};
-                size_t shown = limit == 0 ? ranks->size() : std::min(limit, ranks->size());
-                answer.shown.reserve(shown);
-                for (size_t i = 0; i < shown; ++i) {
-                    auto record = opened->record((*ranks)[i]);
-                    if (!record) {
-                        break;
-                    }
-                    answer.shown.push_back(std::move(*record));
-                }
-                if (answer.shown.size() == shown) {
-                    return answer;
-                }
+            if (auto found = opened->find(query, limit)) {
+                return found;
             }
         }
         if (rebuilt) {

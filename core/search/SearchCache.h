@@ -14,6 +14,8 @@
 
 namespace qs {
 
+struct SearchCacheDelta;
+
 /// A derived, disposable copy of index.json made for searching from a cold start: the sorted
 /// tokens with their postings and the records, in a fixed binary layout that is mapped, not
 /// read, so that one search touches only the pages it needs. It records the size, time and
@@ -40,8 +42,9 @@ public:
         return json.parent_path() / "index.cache";
     }
 
-    /// The cache at `cache` when it was derived from the index.json now at `json` and its
-    /// header and page table are whole; nothing otherwise. Never throws.
+    /// The cache at `cache` when it was derived from the index.json now at `json`, or from an
+    /// earlier one with a delta beside it that brings it up to `json`, and its header and
+    /// page table are whole; nothing otherwise. Never throws.
     static std::optional<SearchCache> open(const std::filesystem::path& cache,
                                            const std::filesystem::path& json) noexcept;
 
@@ -54,7 +57,7 @@ public:
     /// two at once on two threads; the cache is stamped once index.json is in place, and not
     /// kept when the save fails. Throws what the save throws; a failed cache write is left
     /// to the next reader to rebuild.
-    static void save(const SearchIndex& index, const std::filesystem::path& json);
+    static void save(SearchIndex& index, const std::filesystem::path& json);
 
     /// Loads index.json and writes its cache, stamped with the identity the JSON file had
     /// before the load (a save racing the load leaves the cache stale, not wrong).
@@ -68,11 +71,17 @@ public:
                                         const std::filesystem::path& json, std::string_view query,
                                         size_t limit) noexcept;
 
-    /// Ranks (positions newest first) of the live records matching every word of `query` as a
-    /// prefix, ascending; the same matches as `SearchIndex::search`. Nothing when damaged.
+    /// What `answer` finds: the matches of every word of `query` as a prefix, the same as
+    /// `SearchIndex::search` finds, and the first `limit` of them (0: all), newest first.
+    /// Nothing when damaged.
+    std::optional<Answer> find(std::string_view query, size_t limit) const noexcept;
+
+    /// Ranks (positions newest first) in the cache file of its records that match every word
+    /// of `query` as a prefix, ascending, less those a delta removed; the delta's own records
+    /// are not among them (`find` has all). Nothing when damaged.
     std::optional<std::vector<uint32_t>> search(std::string_view query) const noexcept;
 
-    /// The record of a rank below `count()`, or nothing when damaged or out of range.
+    /// The record of a rank of the cache file, or nothing when damaged or out of range.
     std::optional<MessageRecord> record(uint32_t rank) const noexcept;
 
     /// The whole index the cache was derived from, built without parsing index.json: the
@@ -93,15 +102,26 @@ public:
 
 private:
     struct Mapping;
-    explicit SearchCache(std::unique_ptr<Mapping> mapping);
+    SearchCache(std::unique_ptr<Mapping> mapping, std::unique_ptr<SearchCacheDelta> delta);
+
+    /// Adds the delta's slots and postings to `index`, built from the cache file.
+    /// Throws when damaged.
+    static void applyDelta(const SearchCacheDelta& delta, SearchIndex& index);
+
+    /// The file's records of `ranks` and the delta's `added` (each newest first) in one list,
+    /// newest first, at most `limit` (0: all). Throws when damaged.
+    std::vector<MessageRecord> merged(const std::vector<uint32_t>& ranks,
+                                      const std::vector<const MessageRecord*>& added,
+                                      size_t limit) const;
 
     /// `write`, with the stamp asked for once the rest is written; nothing is kept when
-    /// there is none.
-    static void
+    /// there is none. Returns what an index saved with the cache remembers of it.
+    static std::optional<SearchCacheLayout::Base>
     writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
                  const std::function<std::optional<SearchCacheLayout::FileStamp>()>& stampAtEnd);
 
     std::unique_ptr<Mapping> mapping_;
+    std::unique_ptr<SearchCacheDelta> delta_;
 };
 
 } // namespace qs

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace qs::SearchCacheLayout {
 
@@ -15,7 +16,7 @@ namespace qs::SearchCacheLayout {
 // pages it needs and still never trusts a damaged byte.
 
 inline constexpr char magic[8] = {'Q', 'S', 'S', 'E', 'A', 'R', 'C', 'H'};
-inline constexpr uint32_t version = 1;
+inline constexpr uint32_t version = 2;
 inline constexpr uint64_t pageSize = 4096;
 
 /// Identity of the index.json the cache was derived from: a rewrite changes the inode (the
@@ -43,6 +44,10 @@ struct Header {
     uint64_t fileSize;
     FileStamp json;
     uint64_t recordCount;
+    /// Slots of index.json, tombstones included: ids run below it.
+    uint64_t slotCount;
+    /// Every token of index.json, those whose ids all name tombstones included (with no
+    /// postings), so that an index loaded from the cache has the tokens of the file.
     uint64_t tokenCount;
     /// `tokenCount + 1` TokenEntry, sorted by token text; the last one only ends the postings.
     Section tokens;
@@ -92,5 +97,20 @@ static_assert(sizeof(RecordEntry) == 80);
 
 /// CRC-32 of `bytes`.
 uint32_t checksum(std::string_view bytes);
+
+/// What an index loaded from (or saved with) a cache remembers of that cache, so that its
+/// next save can leave the cache in place and write only a delta beside it.
+struct Base {
+    /// The cache's header identity: the index.json it was made from, and its checksum.
+    FileStamp json;
+    uint32_t headerChecksum = 0;
+    uint64_t slotCount = 0;
+    /// The cache's rank of each slot below `slots` (`noRank` for a tombstone).
+    std::vector<uint32_t> rankOfId;
+    /// Ranks of the cache that the index no longer holds, ascending.
+    std::vector<uint32_t> removedRanks;
+
+    static constexpr uint32_t noRank = UINT32_MAX;
+};
 
 } // namespace qs::SearchCacheLayout

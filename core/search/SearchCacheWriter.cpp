@@ -1,13 +1,16 @@
 // Writing the search cache: the reader's layout, built from an index in memory.
 #include "search/SearchCache.h"
+#include "search/SearchCacheDelta.h"
 #include "search/SearchIndex.h"
 #include "support/AtomicFile.h"
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <future>
 #include <string>
+#include <system_error>
 #include <thread>
 
 namespace qs {
@@ -96,17 +99,37 @@ void SearchCache::write(const SearchIndex& index, const std::filesystem::path& c
     writeStamped(index, cache, [&] { return std::optional(json); });
 }
 
-void SearchCache::save(const SearchIndex& index, const std::filesystem::path& json) {
+void SearchCache::save(SearchIndex& index, const std::filesystem::path& json) {
     if (json.has_parent_path()) {
         std::filesystem::create_directories(json.parent_path());
     }
     // Built here, before two threads read the index: it is a lazily filled cache.
     index.sortedTokens();
+    auto cache = beside(json);
+    if (auto delta = SearchCacheDelta::since(index, cache)) {
+        // A few changes: index.json is patched and the cache stays, with a delta beside it.
+        index.savedAs(index.writeFile(json), json);
+        try {
+            auto stamp = FileStamp::of(json);
+            if (!stamp) {
+                throw std::system_error(ENOENT, std::generic_category(), json.string());
+            }
+            delta->json = *stamp;
+            delta->write(SearchCacheDelta::beside(cache));
+            index.cacheBase_->removedRanks = std::move(delta->removedRanks);
+        } catch (...) {
+            // The next reader finds the cache stale and rebuilds it.
+            index.cacheBase_.reset();
+        }
+        return;
+    }
+
     std::promise<std::optional<FileStamp>> saved;
     auto stamp = saved.get_future();
+    std::optional<Base> written;
     auto writeCache = [&]() noexcept {
         try {
-            writeStamped(index, beside(json), [&] { return stamp.get(); });
+            written = writeStamped(index, cache, [&] { return stamp.get(); });
         } catch (...) {
             // Rebuilt from index.json by the next reader that finds it missing or stale.
         }
@@ -117,8 +140,9 @@ void SearchCache::save(const SearchIndex& index, const std::filesystem::path& js
     } catch (const std::system_error&) {
         // Written after the save instead.
     }
+    std::optional<IndexFileMap> map;
     try {
-        index.save(json);
+        map = index.writeFile(json);
         saved.set_value(FileStamp::of(json));
     } catch (...) {
         saved.set_value(std::nullopt);
@@ -132,10 +156,13 @@ void SearchCache::save(const SearchIndex& index, const std::filesystem::path& js
     } else {
         writeCache();
     }
+    index.savedAs(*map, json);
+    index.cacheBase_ = std::move(written);
 }
 
-void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
-                               const std::function<std::optional<FileStamp>()>& stampAtEnd) {
+std::optional<Base>
+SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path& cache,
+                          const std::function<std::optional<FileStamp>()>& stampAtEnd) {
     // Ranks: live records newest first, ties by the later slot first, as the index orders
     // its own results; tombstones get no rank and drop out of the postings.
     std::vector<std::pair<int64_t, uint32_t>> order;
@@ -167,9 +194,6 @@ void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::
                 ranks.push_back(rankOf[id]);
             }
         }
-        if (ranks.empty()) {
-            continue;
-        }
         std::sort(ranks.begin(), ranks.end());
         auto text = index.tokens_.token(number);
         append(tokens, TokenEntry{uint32_t(tokenText.size()), uint32_t(text.size()), postingCount});
@@ -197,6 +221,7 @@ void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::
     h.version = version;
     h.pageSize = uint32_t(pageSize);
     h.recordCount = order.size();
+    h.slotCount = index.records_.size();
     h.tokenCount = tokenCount;
     h.tokens = place(out, tokens);
     h.tokenText = place(out, tokenText);
@@ -242,7 +267,7 @@ void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::
     // The stamp last: it may be the identity of an index.json still being written meanwhile.
     auto json = stampAtEnd();
     if (!json) {
-        return;
+        return std::nullopt;
     }
     h.json = *json;
     h.pageSums = out.finish();
@@ -253,6 +278,10 @@ void SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::
     file.overwrite(0, {reinterpret_cast<const char*>(&h), sizeof h});
     // Disposable and checked on every open: no flush to the disk is worth its wait.
     file.commit(false);
+    // A delta made for the cache this one replaces applies to nothing now.
+    std::error_code ignored;
+    std::filesystem::remove(SearchCacheDelta::beside(cache), ignored);
+    return Base{h.json, h.headerChecksum, h.slotCount, std::move(rankOf), {}};
 }
 
 } // namespace qs

@@ -1,5 +1,6 @@
 #include "search/SearchIndex.h"
 
+#include "search/IndexFilePatch.h"
 #include "search/MappedFile.h"
 #include "search/RankSets.h"
 #include "search/SearchIndexCoder.h"
@@ -23,7 +24,9 @@ SearchIndex SearchIndex::load(const std::filesystem::path& path) noexcept {
         // neither copied nor zeroed first.
         MappedFile file(path, simdjson::SIMDJSON_PADDING);
         SearchIndex index;
-        SearchIndexCoder::decodePadded(file.bytes(), index);
+        if (SearchIndexCoder::decodePadded(file.bytes(), index)) {
+            index.markSaved();
+        }
         return index;
     } catch (...) {
         return SearchIndex();
@@ -45,14 +48,48 @@ std::string SearchIndex::encode() const {
     return SearchIndexCoder::encode(*this);
 }
 
-void SearchIndex::save(const std::filesystem::path& path) const {
+void SearchIndex::save(const std::filesystem::path& path) {
+    savedAs(writeFile(path), path);
+}
+
+void SearchIndex::savedAs(const IndexFileMap& map, const std::filesystem::path& path) {
+    markSaved();
+    try {
+        map.write(IndexFileMap::beside(path));
+    } catch (const std::exception&) {
+        // The next save writes the whole file instead of a patch.
+    }
+}
+
+IndexFileMap SearchIndex::writeFile(const std::filesystem::path& path) const {
     if (path.has_parent_path()) {
         std::filesystem::create_directories(path.parent_path());
     }
-    // Streamed: at a million records the text is over half a gigabyte, never worth holding.
-    AtomicFile::Stream file(path);
-    SearchIndexCoder::encode(*this, [&](std::string_view piece) { file.append(piece); });
-    file.commit();
+    std::optional<IndexFileMap> map;
+    if (savedValid_) {
+        if (auto old = IndexFileMap::read(IndexFileMap::beside(path))) {
+            map = IndexFilePatch::write(*this, *old, path);
+        }
+    }
+    if (!map) {
+        // Streamed: at a million records the text is over half a gigabyte, never worth holding.
+        map.emplace();
+        AtomicFile::Stream file(path);
+        SearchIndexCoder::encode(
+            *this, [&](std::string_view piece) { file.append(piece); }, &*map);
+        file.commit();
+    }
+    if (auto stamp = SearchCacheLayout::FileStamp::of(path)) {
+        map->json = *stamp;
+    }
+    return std::move(*map);
+}
+
+void SearchIndex::markSaved() {
+    savedSlots_ = uint32_t(records_.size());
+    savedTokens_ = uint32_t(tokens_.size());
+    removedSinceSave_.clear();
+    savedValid_ = true;
 }
 
 void SearchIndex::add(MessageRecord record, std::string_view text) {
@@ -75,7 +112,7 @@ void SearchIndex::add(MessageRecord record, std::string_view text) {
             list.push_back(id);
         }
     });
-    sortedTokens_.reset();
+    // The sorted tokens stay: tokens new since are merged in when next asked for.
     dateOrderValid_ = false;
 }
 
@@ -83,6 +120,9 @@ void SearchIndex::remove(std::string_view path) {
     uint32_t id = byPath_.erase(path, pathReader());
     if (id != PathTable::npos) {
         records_[id].reset();
+        if (id < savedSlots_) {
+            removedSinceSave_.push_back(id);
+        }
     }
 }
 
@@ -127,6 +167,21 @@ std::vector<std::string> SearchIndex::tokenize(std::string_view text) {
 }
 
 const std::vector<uint32_t>& SearchIndex::sortedTokens() const {
+    if (sortedTokens_ && sortedTokens_->size() < tokens_.size()) {
+        // Tokens are numbered as they come, so those past the sorted ones are the new ones:
+        // sorting only them and merging costs a pass, not a sort of every token.
+        auto& sorted = *sortedTokens_;
+        auto added = sorted.size();
+        for (auto n = uint32_t(added); n < tokens_.size(); ++n) {
+            sorted.push_back(n);
+        }
+        auto byText = [this](uint32_t a, uint32_t b) {
+            return tokens_.token(a) < tokens_.token(b);
+        };
+        std::sort(sorted.begin() + std::ptrdiff_t(added), sorted.end(), byText);
+        std::inplace_merge(sorted.begin(), sorted.begin() + std::ptrdiff_t(added), sorted.end(),
+                           byText);
+    }
     if (sortedTokens_) {
         return *sortedTokens_;
     }
@@ -270,6 +325,8 @@ void SearchIndex::compact() {
     postings_ = std::move(postings);
     sortedTokens_.reset();
     dateOrderValid_ = false;
+    savedValid_ = false;
+    cacheBase_.reset();
 }
 
 void SearchIndex::rebuildByPath() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "search/IndexFileMap.h"
 #include "search/MessageRecord.h"
 #include "search/PathTable.h"
 #include "search/TokenTable.h"
@@ -48,9 +49,11 @@ public:
     /// Never fails and reports nothing.
     static SearchIndex load(const std::filesystem::path& path) noexcept;
 
-    /// Writes the index as compact JSON, atomically, creating the parent folders.
+    /// Writes the index as compact JSON, atomically, creating the parent folders. When the
+    /// file still is the one this index was loaded from or last saved to, only what changed
+    /// since is written and the rest is copied (see IndexFileMap).
     /// Throws std::system_error or std::filesystem::filesystem_error.
-    void save(const std::filesystem::path& path) const;
+    void save(const std::filesystem::path& path);
 
     /// The JSON text that `save` writes.
     std::string encode() const;
@@ -126,6 +129,16 @@ public:
 private:
     friend class SearchIndexCoder;
     friend class SearchCache;
+    friend class IndexFilePatch;
+    friend struct SearchCacheDelta;
+
+    /// Writes index.json, patched when the map beside it allows, and returns the new file's
+    /// map (stamped). Changes nothing in the index: the cache writer reads it meanwhile.
+    IndexFileMap writeFile(const std::filesystem::path& path) const;
+    /// Notes that index.json now holds exactly this index.
+    void markSaved();
+    /// `markSaved`, and keeps `map` of the file beside it for the next save.
+    void savedAs(const IndexFileMap& map, const std::filesystem::path& path);
 
     std::span<const uint32_t> tokensWithPrefix(std::string_view prefix) const;
     const std::vector<uint32_t>& sortedTokens() const;
@@ -146,13 +159,25 @@ private:
     TokenTable tokens_;
     std::vector<std::vector<uint32_t>> postings_;
 
-    // Lazily built caches, dropped by add and compact (a removal leaves them valid, since
-    // tombstones are skipped at the end of a search).
+    // Lazily built caches: the sorted tokens, dropped by compact and brought up to date
+    // with the tokens added since when next used; the date order, dropped by add and compact
+    // (a removal leaves both valid, since tombstones are skipped at the end of a search).
     mutable std::optional<std::vector<uint32_t>> sortedTokens_;
     // rank_[id] is the slot's position in date order, newest first; byRank_ its inverse.
     mutable std::vector<uint32_t> rank_;
     mutable std::vector<uint32_t> byRank_;
     mutable bool dateOrderValid_ = false;
+
+    // What index.json held when the index was last read from it or saved to it: the first
+    // `savedSlots_` slots (less those removed since) and `savedTokens_` tokens. Not valid
+    // after a compaction, which moves every id, or for an index that wasn't loaded.
+    uint32_t savedSlots_ = 0;
+    uint32_t savedTokens_ = 0;
+    std::vector<uint32_t> removedSinceSave_;
+    bool savedValid_ = false;
+    // The search cache this index was loaded from or last saved with, while it can take a
+    // delta: none after a compaction.
+    std::optional<SearchCacheLayout::Base> cacheBase_;
 };
 
 } // namespace qs

@@ -259,6 +259,19 @@ MessageRecord readRecord(ondemand::object object) {
     return r;
 }
 
+// `"token":[id,...]`
+void writePosting(JSONWriter& w, std::string_view token, std::span<const uint32_t> ids) {
+    w.string(token);
+    w.raw(":[");
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (i > 0) {
+            w.raw(',');
+        }
+        w.unsignedInteger(ids[i]);
+    }
+    w.raw(']');
+}
+
 } // namespace
 
 std::string SearchIndexCoder::encode(const SearchIndex& index) {
@@ -274,22 +287,37 @@ std::string SearchIndexCoder::encode(const SearchIndex& index) {
 }
 
 void SearchIndexCoder::encode(const SearchIndex& index,
-                              const std::function<void(std::string_view)>& sink) {
+                              const std::function<void(std::string_view)>& sink,
+                              IndexFileMap* map) {
     std::string buffer;
     buffer.reserve(2 * flushBytes);
     JSONWriter w(buffer);
+    uint64_t handedOn = 0;
     auto flushWhenFull = [&] {
         if (buffer.size() >= flushBytes) {
             sink(buffer);
+            handedOn += buffer.size();
             buffer.clear();
         }
     };
+    auto here = [&] {
+        return handedOn + buffer.size();
+    };
+    if (map) {
+        map->recordStarts.clear();
+        map->recordStarts.reserve(index.records_.size());
+        map->postingEnds.clear();
+        map->postingEnds.reserve(index.tokens_.size());
+    }
     w.raw("{\"version\":");
     w.integer(version);
     w.raw(",\"records\":[");
     for (size_t i = 0; i < index.records_.size(); ++i) {
         if (i > 0) {
             w.raw(',');
+        }
+        if (map) {
+            map->recordStarts.push_back(here());
         }
         if (const auto& r = index.records_[i]) {
             writeRecord(w, *r);
@@ -298,27 +326,46 @@ void SearchIndexCoder::encode(const SearchIndex& index,
         }
         flushWhenFull();
     }
+    if (map) {
+        map->recordsEnd = here();
+    }
     w.raw("],\"postings\":{");
+    if (map) {
+        map->postingsOpen = here();
+    }
     bool first = true;
     for (uint32_t number : index.sortedTokens()) {
         if (!first) {
             w.raw(',');
         }
         first = false;
-        w.string(index.tokens_.token(number));
-        w.raw(":[");
-        const auto& list = index.postings_[number];
-        for (size_t i = 0; i < list.size(); ++i) {
-            if (i > 0) {
-                w.raw(',');
-            }
-            w.unsignedInteger(list[i]);
+        writePosting(w, index.tokens_.token(number), index.postings_[number]);
+        if (map) {
+            map->postingEnds.push_back(here() - 1);
         }
-        w.raw(']');
         flushWhenFull();
     }
     w.raw("}}");
     sink(buffer);
+}
+
+void SearchIndexCoder::appendRecord(std::string& out, const MessageRecord& record) {
+    JSONWriter w(out);
+    writeRecord(w, record);
+}
+
+void SearchIndexCoder::appendIDs(std::string& out, std::span<const uint32_t> ids) {
+    JSONWriter w(out);
+    for (uint32_t id : ids) {
+        w.raw(',');
+        w.unsignedInteger(id);
+    }
+}
+
+void SearchIndexCoder::appendPosting(std::string& out, std::string_view token,
+                                     std::span<const uint32_t> ids) {
+    JSONWriter w(out);
+    writePosting(w, token, ids);
 }
 
 bool SearchIndexCoder::decodePadded(std::string_view json, SearchIndex& index) noexcept {

@@ -1,5 +1,6 @@
 #include "support/AtomicFile.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -69,6 +70,38 @@ void Stream::overwrite(uint64_t offset, std::string_view bytes) {
         }
         bytes.remove_prefix(size_t(n));
         offset += uint64_t(n);
+    }
+}
+
+void Stream::appendFrom(int fd, uint64_t offset, uint64_t length) {
+    auto from = off_t(offset);
+    while (length > 0) {
+        ssize_t n = ::copy_file_range(fd, &from, fd_, nullptr, length, 0);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            break;
+        }
+        length -= uint64_t(n);
+    }
+    // Across file systems, or where the call is missing, the bytes go through memory.
+    std::string buffer;
+    while (length > 0) {
+        buffer.resize(size_t(std::min<uint64_t>(length, uint64_t(1) << 20)));
+        ssize_t n = ::pread(fd, buffer.data(), buffer.size(), from);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            if (n == 0) {
+                errno = EIO;
+            }
+            fail(path_.string());
+        }
+        append({buffer.data(), size_t(n)});
+        from += n;
+        length -= uint64_t(n);
     }
 }
 

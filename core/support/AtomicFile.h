@@ -33,6 +33,10 @@ public:
     /// Writes `bytes` at `offset` of what was appended so far (a header filled in last).
     void overwrite(uint64_t offset, std::string_view bytes);
 
+    /// Appends `length` bytes of the open file `fd` from `offset`, copied inside the kernel
+    /// where the file system allows (a large file patched, not rewritten from memory).
+    void appendFrom(int fd, uint64_t offset, uint64_t length);
+
     /// Flushes the file to the disk when `flush`, then renames it over the target.
     void commit(bool flush = true);
 

@@ -67,9 +67,9 @@ TEST_F(ScanTest, ReconcilesTheIndexAndTheCacheWithTheFiles) {
     const auto json = store.layout().indexURL();
     const auto cache = qs::SearchCache::beside(json);
     auto found = [&](const char* query) {
-        auto answer = qs::SearchCache::open(cache, json);
-        auto ranks = answer ? answer->search(query) : std::nullopt;
-        return ranks ? std::optional(ranks->size()) : std::nullopt;
+        auto opened = qs::SearchCache::open(cache, json);
+        auto answer = opened ? opened->find(query, 1) : std::nullopt;
+        return answer ? std::optional(answer->found) : std::nullopt;
     };
     EXPECT_GE(found("generated").value_or(0), 2'300u);
 

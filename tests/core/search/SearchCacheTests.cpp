@@ -1,8 +1,10 @@
+#include "search/IndexFilePatch.h"
 #include "search/SearchCache.h"
 #include "search/SearchIndex.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -153,6 +155,9 @@ TEST_F(SearchCacheTest, FindsWhatTheIndexFindsAndCarriesWholeRecords) {
 }
 
 TEST_F(SearchCacheTest, BuildsTheIndexOfIndexJsonWithoutParsingIt) {
+    // A trailing tombstone: slots the cache has no record for still count.
+    index_.remove("acct0/INBOX/399.eml");
+    index_.save(json_);
     SearchCache::rebuild(cache_, json_);
     auto fromJson = SearchIndex::load(json_);
     auto cache = SearchCache::open(cache_, json_);
@@ -160,12 +165,19 @@ TEST_F(SearchCacheTest, BuildsTheIndexOfIndexJsonWithoutParsingIt) {
     auto fromCache = cache->index();
     ASSERT_TRUE(fromCache);
     expectSameIndex(*fromCache, fromJson, "from the cache");
-    // It carries on as an index: a new record takes the slot after the last one.
+    EXPECT_EQ(fromCache->tokenCount(), fromJson.tokenCount());
+    // It carries on as an index: a new record takes the slot after the last one, and a save
+    // patches index.json as one from the file itself would.
     MessageRecord added;
     added.path = "acct9/INBOX/new.eml";
-    fromCache->add(added, "invoice");
-    fromJson.add(added, "invoice");
+    for (auto* index : {&*fromCache, &fromJson}) {
+        index->add(added, "invoice aardvark");
+        index->remove("acct1/INBOX/1.eml");
+    }
     expectSameIndex(*fromCache, fromJson, "after an add");
+    ASSERT_TRUE(
+        IndexFilePatch::write(*fromCache, *IndexFileMap::read(IndexFileMap::beside(json_)), json_));
+    expectSameIndex(SearchIndex::load(json_), fromJson, "patched from the cache's index");
 }
 
 TEST_F(SearchCacheTest, FollowsIndexJsonWhenItChanges) {
@@ -180,6 +192,62 @@ TEST_F(SearchCacheTest, FollowsIndexJsonWhenItChanges) {
     expectSameIndex(SearchCache::loadIndex(cache_, json_), index_, "stale cache");
     expectRightAnswers("after index.json changed");
     EXPECT_EQ(answered("freshly")->size(), 1u);
+}
+
+TEST_F(SearchCacheTest, AFewChangesLeaveTheCacheInPlaceWithADeltaBesideIt) {
+    SearchCache::save(index_, json_);
+    const std::string base = FileIO::read(cache_);
+    const fs::path delta = folder_.path() / "index.delta";
+    auto newest = [&] {
+        std::vector<std::string> paths;
+        auto records = index_.liveRecords();
+        std::ranges::sort(records, [](const auto& a, const auto& b) {
+            return a.date != b.date ? a.date > b.date : a.id > b.id;
+        });
+        for (const auto& r : records) {
+            paths.push_back(r.path);
+        }
+        return paths;
+    };
+    for (int round = 0; round < 2; ++round) {
+        auto when = "round " + std::to_string(round);
+        index_ = SearchCache::loadIndex(cache_, json_);
+        for (int i = 0; i < 5; ++i) {
+            MessageRecord added;
+            added.path =
+                "acct9/INBOX/new" + std::to_string(round) + "-" + std::to_string(i) + ".eml";
+            // Some on a date the cache's records have too: the later slot comes first.
+            added.date = dateFromUnix(1'600'000'000 + (i % 2 == 0 ? 0 : 7200 * (i + round)));
+            index_.add(added, "invoice arrived" + std::to_string(round));
+        }
+        index_.remove("acct" + std::to_string(round + 1) + "/INBOX/" + std::to_string(round + 1) +
+                      ".eml");
+        index_.remove("acct9/INBOX/new0-1.eml");
+        index_.add(*index_.record("acct2/INBOX/20.eml"), "invoice refiled");
+        SearchCache::save(index_, json_);
+
+        EXPECT_TRUE(FileIO::read(cache_) == base) << when << ": the cache is left as it was";
+        ASSERT_TRUE(fs::exists(delta)) << when;
+        expectRightAnswers(when);
+        auto cache = SearchCache::open(cache_, json_);
+        ASSERT_TRUE(cache) << when;
+        EXPECT_EQ(cache->count(), index_.count()) << when;
+        auto records = cache->records();
+        ASSERT_TRUE(records) << when;
+        std::vector<std::string> listed;
+        for (const auto& r : *records) {
+            listed.push_back(r.path);
+        }
+        EXPECT_EQ(listed, newest()) << when;
+        expectSameIndex(SearchCache::loadIndex(cache_, json_), SearchIndex::load(json_), when);
+    }
+    // A damaged delta is never believed: the cache is rebuilt whole, and the delta goes.
+    std::string bytes = FileIO::read(delta);
+    bytes[bytes.size() / 2] ^= 0x20;
+    std::ofstream(delta, std::ios::binary | std::ios::trunc) << bytes;
+    expectRightAnswers("damaged delta");
+    EXPECT_FALSE(fs::exists(delta));
+    EXPECT_FALSE(FileIO::read(cache_) == base);
 }
 
 TEST_F(SearchCacheTest, DamageOrTruncationIsRebuiltNeverBelieved) {

@@ -1,8 +1,12 @@
+#include "search/IndexFilePatch.h"
 #include "search/SearchIndex.h"
+#include "search/SearchIndexCoder.h"
+#include "support/AtomicFile.h"
 #include "support/FileIO.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -95,14 +99,11 @@ TEST(SearchIndexFile, DatesKeepWholeSecondsAndMtimeKeepsItsFraction) {
     EXPECT_EQ(loaded.slot(0)->mtime, 1709294400.25);
 }
 
-TEST(SearchIndexFile, SaveAndLoadPreserveEveryRecordAndPosting) {
-    test::TemporaryDirectory directory;
-    auto path = directory.path() / "vault" / ".quernstead" / "index.json";
-    SearchIndex index;
-    std::mt19937 random(7);
+// Adds records `from` up to `to` of random words, removing an earlier one every fifth.
+void addRandom(SearchIndex& index, int from, int to, std::mt19937& random) {
     const std::vector<std::string> words = {"invoice", "January", "résumé", "東京",    "Zoë",
                                             "meeting", "lunch",   "x²",     "ünïcödé", "report"};
-    for (int i = 0; i < 300; ++i) {
+    for (int i = from; i < to; ++i) {
         auto r = sampleRecord();
         r.path = "acct/INBOX/" + std::to_string(i % 7) + "/m" + std::to_string(i) + ".eml";
         r.subject = words[random() % words.size()] + " " + std::to_string(i);
@@ -123,6 +124,14 @@ TEST(SearchIndexFile, SaveAndLoadPreserveEveryRecordAndPosting) {
                          std::to_string(i / 2) + ".eml");
         }
     }
+}
+
+TEST(SearchIndexFile, SaveAndLoadPreserveEveryRecordAndPosting) {
+    test::TemporaryDirectory directory;
+    auto path = directory.path() / "vault" / ".quernstead" / "index.json";
+    SearchIndex index;
+    std::mt19937 random(7);
+    addRandom(index, 0, 300, random);
     index.save(path);
     auto loaded = SearchIndex::load(path);
     expectSameIndex(index, loaded);
@@ -141,9 +150,77 @@ TEST(SearchIndexFile, SaveAndLoadPreserveEveryRecordAndPosting) {
     }
     // Saving again replaces the file in one step and leaves no temporary file behind.
     loaded.save(path);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(path.parent_path()),
-                            std::filesystem::directory_iterator()),
-              1);
+    for (const auto& entry : std::filesystem::directory_iterator(path.parent_path())) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with(AtomicFile::temporaryPrefix));
+    }
+}
+
+TEST(SearchIndexFile, ASaveAfterChangesPatchesTheFileIntoWhatAWholeSaveWrites) {
+    test::TemporaryDirectory directory;
+    auto path = directory.path() / "index.json";
+    std::mt19937 random(11);
+    SearchIndex first;
+    addRandom(first, 0, 200, random);
+    first.save(path);
+    auto firstLive = [](const SearchIndex& index) {
+        return index.liveRecords().front().path;
+    };
+    auto lastLive = [](const SearchIndex& index) {
+        return index.liveRecords().back().path;
+    };
+    struct Change {
+        const char* name;
+        std::function<void(SearchIndex&)> apply;
+    };
+    const Change changes[] = {
+        {"nothing",
+         [](SearchIndex&) {
+         }},
+        {"new records, new tokens before and after all others",
+         [&](SearchIndex& index) {
+             addRandom(index, 200, 230, random);
+             auto r = sampleRecord();
+             r.path = "new.eml";
+             index.add(r, "00first 龥龥 meeting7");
+         }},
+        {"the first and the last slot removed",
+         [&](SearchIndex& index) {
+             index.remove(firstLive(index));
+             index.remove(lastLive(index));
+         }},
+        {"a file re-indexed, a new record removed again",
+         [&](SearchIndex& index) {
+             index.add(*index.record("acct/INBOX/3/m3.eml"), "again 00first");
+             auto r = sampleRecord();
+             r.path = "brief.eml";
+             index.add(r, "brief");
+             index.remove("brief.eml");
+         }},
+    };
+    for (const auto& change : changes) {
+        SCOPED_TRACE(change.name);
+        auto index = SearchIndex::load(path);
+        change.apply(index);
+        auto map = IndexFileMap::read(IndexFileMap::beside(path));
+        ASSERT_TRUE(map);
+        auto patched = IndexFilePatch::write(index, *map, path);
+        ASSERT_TRUE(patched);
+        EXPECT_EQ(FileIO::read(path), index.encode());
+        IndexFileMap whole;
+        SearchIndexCoder::encode(
+            index, [](std::string_view) {}, &whole);
+        EXPECT_EQ(*patched, whole);
+        patched->json = *SearchCacheLayout::FileStamp::of(path);
+        patched->write(IndexFileMap::beside(path));
+    }
+    // A file written by another hand since: the map no longer fits, and a whole save follows.
+    auto index = SearchIndex::load(path);
+    auto map = IndexFileMap::read(IndexFileMap::beside(path));
+    writeFile(path, index.encode());
+    EXPECT_FALSE(IndexFilePatch::write(index, *map, path));
+    index.remove(firstLive(index));
+    index.save(path);
+    EXPECT_EQ(FileIO::read(path), index.encode());
 }
 
 TEST(SearchIndexFile, InvalidUTF8IsReplacedSoTheFileStaysReadable) {
