@@ -2,6 +2,7 @@
 #include "safety/HostMemo.h"
 
 #include <gtest/gtest.h>
+#include <ranges>
 
 namespace qs {
 namespace {
@@ -59,53 +60,43 @@ TEST(DomainsTest, RegistrableDomain) {
     }
 }
 
-// Names that differ only in case, IDNA form, trailing dots or characters that lower to ASCII:
-// a memo that folded its keys would hand one's answer to another.
-const std::vector<std::string> kNames = [] {
-    std::string_view names =
-        "Shop.Example.COM|shop.example.com|shop.example.com.|www.shop.example.co.uk|"
-        "WWW.SHOP.EXAMPLE.CO.UK|xn--bcher-kva.example|b\u00FCcher.example|B\u00DCCHER.example|"
-        "\u212Aey.example.com|\u0130.co.uk|localhost||...|x.list-manage.com|X.LIST-MANAGE.COM|"
-        "list-manage.com.evil.example|notsendgrid.net|u1.ct.sendgrid.net|mailchimp.com.|"
-        "a.b.c.emltrk.com";
-    std::vector<std::string> out;
-    for (size_t at = 0, bar; at <= names.size(); at = bar + 1) {
-        bar = std::min(names.find('|', at), names.size());
-        out.emplace_back(names.substr(at, bar - at));
-    }
-    return out;
-}();
-
 TEST(HostMemoTest, GivesWhatThePlainFunctionsGive) {
+    // Names that differ only in case, IDNA form, trailing dots or characters that lower to
+    // ASCII: a memo that folded its keys would hand one's answer to another.
+    std::vector<std::string> names;
+    for (auto name : std::views::split(
+             std::string_view("Shop.Example.COM|shop.example.com|shop.example.com.|"
+                              "www.shop.example.co.uk|WWW.SHOP.EXAMPLE.CO.UK|xn--bcher-kva.example|"
+                              "b\u00FCcher.example|B\u00DCCHER.example|\u212Aey.example.com|"
+                              "\u0130.co.uk|localhost||...|x.list-manage.com|X.LIST-MANAGE.COM|"
+                              "list-manage.com.evil.example|notsendgrid.net|u1.ct.sendgrid.net|"
+                              "mailchimp.com.|a.b.c.emltrk.com"),
+             '|')) {
+        names.emplace_back(name.begin(), name.end());
+    }
     HostMemo memo;
     for (int round = 0; round < 2; ++round) {
-        for (const std::string& name : kNames) {
-            EXPECT_EQ(memo.registrable(name), Domains::registrable(name)) << name;
-            EXPECT_EQ(memo.isTrackerService(name), HostMemo().isTrackerService(name)) << name;
+        for (const std::string& a : names) {
+            EXPECT_EQ(memo.registrable(a), Domains::registrable(a)) << a;
+            EXPECT_EQ(memo.isTrackerService(a), HostMemo().isTrackerService(a)) << a;
+            for (const std::string& b : names) {
+                EXPECT_EQ(memo.sameRegistrable(a, b),
+                          Domains::registrable(a) == Domains::registrable(b))
+                    << a << " / " << b;
+            }
         }
     }
-    for (const std::string& a : kNames) {
-        for (const std::string& b : kNames) {
-            EXPECT_EQ(memo.sameRegistrable(a, b),
-                      Domains::registrable(a) == Domains::registrable(b))
-                << a << " / " << b;
-        }
-    }
-}
-
-TEST(HostMemoTest, StaysRightPastItsSize) {
-    HostMemo memo;
+    // Past its size, two new names at once: the first answer must survive the room made for
+    // the second.
+    HostMemo full;
     auto name = [](size_t i) {
         return "h" + std::to_string(i) + ".site" + std::to_string(i % 7) + ".co.uk";
     };
-    size_t count = HostMemo::kMaxEntries * 3 + 5;
     for (int round = 0; round < 2; ++round) {
-        for (size_t i = 0; i < count; ++i) {
-            ASSERT_EQ(memo.registrable(name(i)), Domains::registrable(name(i))) << name(i);
-            // Two new names at once when the memo is full: the first answer must survive the
-            // room made for the second.
-            ASSERT_TRUE(memo.sameRegistrable(name(i), "www." + name(i)));
-            ASSERT_FALSE(memo.sameRegistrable(name(i), name(i + 1)));
+        for (size_t i = 0; i < HostMemo::kMaxEntries * 3 + 5; ++i) {
+            ASSERT_EQ(full.registrable(name(i)), Domains::registrable(name(i))) << name(i);
+            ASSERT_TRUE(full.sameRegistrable(name(i), "www." + name(i)));
+            ASSERT_FALSE(full.sameRegistrable(name(i), name(i + 1)));
         }
     }
 }
