@@ -82,26 +82,6 @@ TEST(CorpusSafetyTest, EveryMessageIsJudged) {
     EXPECT_GE(withWarnings, 5u);
     EXPECT_LE(withWarnings, 60u);
     EXPECT_LE(flagged, messages.size() / 5);
-
-    auto report = [&](const char* name) {
-        const ParsedMessage& parsed = messages.at(name);
-        EXPECT_TRUE(parsed.htmlBody) << name;
-        return HTMLInspector::inspect(parsed.htmlBody.value_or(""));
-    };
-    EXPECT_GE(report("go-gmime/fixtures/yipit.eml").trackerCount, 1);
-    EXPECT_GE(report("go-gmime/fixtures/yipit.eml").remoteImageCount, 1);
-    EXPECT_GE(report("go-gmime/fixtures/benchmark.eml").trackerCount, 1);
-    EXPECT_FALSE(report("rspamd/messages/phishing1.eml").linkWarnings.empty());
-    EXPECT_FALSE(report("rspamd/messages/phishing2.eml").linkWarnings.empty());
-
-    auto trust = [&](const char* name) {
-        return ::testing::PrintToString(senderTrustFrom(messages.at(name).headers));
-    };
-    EXPECT_EQ(trust("blaze/001.mail"), "verified {dkim=pass, dmarc=pass, spf=pass}");
-    EXPECT_EQ(trust("blaze/003.mail"), "verified {dkim=pass, spf=pass}");
-    // List mail: the topmost field reports only ARC; the DMARC failure further down, added
-    // before the list relayed it, doesn't count.
-    EXPECT_EQ(trust("blaze/005.mail"), "unknown {}");
 }
 
 } // namespace
