@@ -7,18 +7,12 @@
 #include "support/Corpus.h"
 #include "support/Unicode.h"
 
-#include <algorithm>
 #include <set>
 
 #include <gtest/gtest.h>
 
 namespace qs {
 namespace {
-
-const std::vector<test::CorpusMessage>& corpus() {
-    static const std::vector<test::CorpusMessage> messages = test::corpusMessages();
-    return messages;
-}
 
 bool holdsUndecodedWord(std::string_view text) {
     for (size_t at = text.find("=?"); at != std::string_view::npos; at = text.find("=?", at + 2)) {
@@ -74,7 +68,7 @@ const std::set<std::string> kWithoutText = {
 
 TEST(Corpus, EveryMessageParsesIntoASaneResult) {
     size_t encodedSubjects = 0, dates = 0, parsedDates = 0, ordinary = 0;
-    for (const auto& message : corpus()) {
+    for (const auto& message : test::corpusMessages()) {
         ParsedMessage parsed = MIMEParser::parse(message.bytes);
         std::string problems;
         auto flag = [&](bool bad, const std::string& what) {
