@@ -222,8 +222,6 @@ void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& 
             std::string key = upper(criteria[i]);
             if (key == "DELETED" || key == "UNDELETED") {
                 matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
-            } else if (key == "SEEN" || key == "UNSEEN") {
-                matches = hasFlag(message, "\\Seen") == (key == "SEEN");
             } else if (key == "UID" && i + 1 < criteria.size()) {
                 matches = inSet(criteria[++i], message.uid, highest);
             } else if (key == "BEFORE" && i + 1 < criteria.size()) {
@@ -246,14 +244,12 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     auto asked = [&](const char* item) {
         return items.find(item) != std::string::npos;
     };
-    bool body = asked("BODY.PEEK[]") || asked("BODY[]");
+    bool body = asked("[]");
     bool firstBodies = body && ++bodyFetches_ == 1;
     if (firstBodies)
         connection.sendRaw(beforeFirstBodies);
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
-        if (asked("BODY[]") && !readOnly_ && !hasFlag(message, "\\Seen"))
-            message.flags.push_back("\\Seen");
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
         int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
@@ -288,20 +284,12 @@ void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
-        if (change.starts_with("FLAGS"))
-            message.flags = flags;
         for (const std::string& flag : flags) {
-            if (change.starts_with("+") && !hasFlag(message, flag)) {
-                message.flags.push_back(flag);
-            } else if (change.starts_with("-")) {
+            if (change.starts_with("-"))
                 std::erase_if(message.flags,
-                              [&](const std::string& f) { return upper(f) == upper(flag); });
-            }
-        }
-        if (!change.ends_with(".SILENT")) {
-            connection.send("* " + std::to_string(index + 1) + " FETCH (UID " +
-                            std::to_string(message.uid) + " FLAGS (" + joined(message.flags) +
-                            "))");
+                              [&](const auto& f) { return upper(f) == upper(flag); });
+            else if (!hasFlag(message, flag))
+                message.flags.push_back(flag);
         }
     }
     connection.send(command.tag + " OK Store completed");

@@ -42,18 +42,6 @@ std::string errorOf(Body&& body) {
     return "";
 }
 
-std::pair<int, uint16_t> boundLoopback(bool listening) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(listening ? ::listen(fd, 0) : 0, 0);
-    EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    return {fd, ntohs(address.sin_port)};
-}
-
 TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
     const std::tuple<const char*, std::string, std::set<std::string>> rows[] = {
         // greeting, error, capabilities
@@ -79,11 +67,11 @@ TEST(ClientGreeting, AcceptsOKAndPREAUTHAndRefusesTheRest) {
 TEST(ClientConnect, FailuresAndTheirTexts) {
     FakeIMAPServer plain("S: * OK [CAPABILITY IMAP4rev1] not encrypted\nX");
     FakeIMAPServer silent("stall\n---\nstall");
-    auto [closed, closedPort] = boundLoopback(false);
-    ::close(closed);
+    const uint16_t closedPort = test::Loopback::freePort();
     // A listener whose accept queue is full drops further SYNs, so a connection attempt to it
     // stays pending: that is the connect timeout on loopback.
-    auto [listener, fullPort] = boundLoopback(true);
+    uint16_t fullPort = 0;
+    const int listener = test::Loopback::listen(fullPort, 1, "full");
     std::vector<int> fillers;
     for (int i = 0; i < 4; ++i) {
         fillers.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
