@@ -146,44 +146,88 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
     const std::string& tag = command.tag;
     const std::vector<std::string>& args = command.arguments;
     const std::string& name = command.name;
+    const bool expunge = name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus);
     // Commands on a folder need one selected and their arguments; changes need it writable.
-    const bool changes =
-        name == "UID STORE" || name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus);
-    const size_t needed = name == "UID FETCH" ? 2 : name == "UID STORE" ? 3 : 0;
-    if ((changes || name == "UID SEARCH" || name == "UID FETCH") &&
-        (!selected() || args.size() < needed || (name == "UID EXPUNGE" && args.empty()))) {
+    const size_t needed = name == "UID FETCH"     ? 2
+                          : name == "UID STORE"   ? 3
+                          : name == "UID EXPUNGE" ? 1
+                                                  : 0;
+    Folder* folder = selected();
+    if ((expunge || name.starts_with("UID ")) && (!folder || args.size() < needed)) {
         connection.send(tag + " BAD No mailbox selected");
-    } else if (changes && readOnly_) {
+    } else if ((expunge || name == "UID STORE") && readOnly_) {
         connection.send(tag + " NO Mailbox is read-only");
     } else if (name == "CAPABILITY") {
         connection.send("* CAPABILITY " + capabilities());
         connection.send(tag + " OK CAPABILITY completed");
     } else if (name == "LOGIN") {
-        if (args.size() == 2 && args[0] == options_.user && args[1] == options_.password) {
-            signedIn_ = true;
-            selected_.clear();
-            connection.send(tag + " OK [CAPABILITY " + capabilities() + "] Logged in");
-        } else {
-            connection.send(tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
-        }
+        selected_.clear();
+        connection.send(args.size() == 2 && args[0] == options_.user && args[1] == options_.password
+                            ? tag + " OK [CAPABILITY " + capabilities() + "] Logged in"
+                            : tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
     } else if (name == "LIST") {
-        for (const auto& [folderName, folder] : folders_) {
-            connection.send("* LIST (" + joined(folder.attributes) + ") \"/\" \"" + folderName +
+        for (const auto& [folderName, listed] : folders_)
+            connection.send("* LIST (" + joined(listed.attributes) + ") \"/\" \"" + folderName +
                             "\"");
-        }
         connection.send(tag + " OK List completed");
     } else if (name == "SELECT" || name == "EXAMINE") {
-        select(connection, command, name == "EXAMINE");
+        selected_ = args.empty() ? "" : args[0];
+        readOnly_ = name == "EXAMINE";
+        if (!(folder = selected())) {
+            selected_.clear();
+            return connection.send(tag + " NO [NONEXISTENT] Mailbox doesn't exist");
+        }
+        connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
+        connection.send("* " + std::to_string(folder->messages.size()) + " EXISTS");
+        connection.send("* OK [UIDVALIDITY " + std::to_string(folder->uidValidity) + "] valid");
+        connection.send("* OK [UIDNEXT " + std::to_string(folder->uidNext) + "] next UID");
+        connection.send(tag + (readOnly_ ? " OK [READ-ONLY]" : " OK [READ-WRITE]") + " done");
     } else if (name == "UID SEARCH") {
-        search(connection, command);
+        uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+        std::string found;
+        for (const Message& message : folder->messages) {
+            bool matches = true;
+            for (size_t i = 0; i < args.size() && matches; ++i) {
+                std::string key = upper(args[i]);
+                if (key == "DELETED" || key == "UNDELETED")
+                    matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
+                else if (key == "UID" && i + 1 < args.size())
+                    matches = inSet(args[++i], message.uid, highest);
+                else if (key == "BEFORE" && i + 1 < args.size())
+                    matches = message.internalDate < searchDate(args[++i]);
+                else if (key != "ALL")
+                    return connection.send(tag + " BAD Unknown search criterion " + args[i]);
+            }
+            if (matches)
+                found += " " + std::to_string(message.uid);
+        }
+        connection.send("* SEARCH" + found);
+        connection.send(tag + " OK Search completed");
     } else if (name == "UID FETCH") {
         fetch(connection, command);
     } else if (name == "UID STORE") {
-        store(connection, command);
-    } else if (name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus)) {
-        expunge(connection, command, name == "UID EXPUNGE");
-    } else if (name == "NOOP") {
-        connection.send(tag + " OK NOOP completed");
+        std::istringstream words(args[2].starts_with('(') ? args[2].substr(1, args[2].size() - 2)
+                                                          : args[2]);
+        std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
+        for (size_t index : inSelected(args[0])) {
+            std::vector<std::string>& set = folder->messages[index].flags;
+            for (const std::string& flag : flags) {
+                if (args[1].starts_with("-"))
+                    std::erase_if(set, [&](const auto& f) { return upper(f) == upper(flag); });
+                else if (!hasFlag(folder->messages[index], flag))
+                    set.push_back(flag);
+            }
+        }
+        connection.send(tag + " OK Store completed");
+    } else if (expunge) {
+        std::vector<size_t> chosen = inSelected(name == "UID EXPUNGE" ? args[0] : "1:*");
+        for (auto index = chosen.rbegin(); index != chosen.rend(); ++index) {
+            if (hasFlag(folder->messages[*index], "\\Deleted")) {
+                connection.send("* " + std::to_string(*index + 1) + " EXPUNGE");
+                folder->messages.erase(folder->messages.begin() + std::ptrdiff_t(*index));
+            }
+        }
+        connection.send(tag + " OK Expunge completed");
     } else if (name == "LOGOUT") {
         connection.send("* BYE Logging out");
         connection.send(tag + " OK Logout completed");
@@ -191,51 +235,6 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
     } else {
         connection.send(tag + " BAD Unknown command");
     }
-}
-
-void FakeMailbox::select(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
-                         bool readOnly) {
-    selected_ = command.arguments.empty() ? "" : command.arguments[0];
-    Folder* folder = selected();
-    if (!folder) {
-        selected_.clear();
-        connection.send(command.tag + " NO [NONEXISTENT] Mailbox doesn't exist");
-        return;
-    }
-    readOnly_ = readOnly;
-    connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
-    connection.send("* " + std::to_string(folder->messages.size()) + " EXISTS");
-    connection.send("* OK [UIDVALIDITY " + std::to_string(folder->uidValidity) + "] UIDs valid");
-    connection.send("* OK [UIDNEXT " + std::to_string(folder->uidNext) + "] Predicted next UID");
-    connection.send(command.tag + (readOnly ? " OK [READ-ONLY]" : " OK [READ-WRITE]") +
-                    " Select completed");
-}
-
-void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    Folder* folder = selected();
-    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-    std::string found;
-    for (const Message& message : folder->messages) {
-        bool matches = true;
-        const std::vector<std::string>& criteria = command.arguments;
-        for (size_t i = 0; i < criteria.size() && matches; ++i) {
-            std::string key = upper(criteria[i]);
-            if (key == "DELETED" || key == "UNDELETED") {
-                matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
-            } else if (key == "UID" && i + 1 < criteria.size()) {
-                matches = inSet(criteria[++i], message.uid, highest);
-            } else if (key == "BEFORE" && i + 1 < criteria.size()) {
-                matches = message.internalDate < searchDate(criteria[++i]);
-            } else if (key != "ALL") {
-                connection.send(command.tag + " BAD Unknown search criterion " + criteria[i]);
-                return;
-            }
-        }
-        if (matches)
-            found += " " + std::to_string(message.uid);
-    }
-    connection.send("* SEARCH" + found);
-    connection.send(command.tag + " OK Search completed");
 }
 
 void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
@@ -274,38 +273,6 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     if (firstBodies)
         connection.sendRaw(afterFirstBodies);
     connection.send(command.tag + " OK Fetch completed");
-}
-
-void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    std::vector<Message>& messages = selected()->messages;
-    std::string change = upper(command.arguments[1]);
-    std::string list = command.arguments[2];
-    std::istringstream words(list.starts_with('(') ? list.substr(1, list.size() - 2) : list);
-    std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
-    for (size_t index : inSelected(command.arguments[0])) {
-        Message& message = messages[index];
-        for (const std::string& flag : flags) {
-            if (change.starts_with("-"))
-                std::erase_if(message.flags,
-                              [&](const auto& f) { return upper(f) == upper(flag); });
-            else if (!hasFlag(message, flag))
-                message.flags.push_back(flag);
-        }
-    }
-    connection.send(command.tag + " OK Store completed");
-}
-
-void FakeMailbox::expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
-                          bool byUID) {
-    std::vector<Message>& messages = selected()->messages;
-    std::vector<size_t> chosen = byUID ? inSelected(command.arguments[0]) : inSelected("1:*");
-    for (auto index = chosen.rbegin(); index != chosen.rend(); ++index) {
-        if (hasFlag(messages[*index], "\\Deleted")) {
-            connection.send("* " + std::to_string(*index + 1) + " EXPUNGE");
-            messages.erase(messages.begin() + static_cast<std::ptrdiff_t>(*index));
-        }
-    }
-    connection.send(command.tag + " OK Expunge completed");
 }
 
 } // namespace qs::test

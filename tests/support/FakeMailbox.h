@@ -78,11 +78,7 @@ public:
 private:
     void handle(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     std::string capabilities() const;
-    void select(FakeIMAPConnection& connection, const FakeIMAPCommand& command, bool readOnly);
-    void search(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
     void fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
-    void store(FakeIMAPConnection& connection, const FakeIMAPCommand& command);
-    void expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command, bool byUID);
     std::vector<size_t> inSelected(const std::string& set);
     Folder* selected();
 
@@ -91,7 +87,6 @@ private:
     std::map<std::string, Folder> folders_;
     std::string selected_;
     bool readOnly_ = true;
-    bool signedIn_ = false;
     int bodiesSent_ = 0;
     int bodyFetches_ = 0;
 };
