@@ -72,31 +72,10 @@ FakeIMAPCommand parseCommand(std::string line) {
             }
             ++i;
         } else {
-            // An atom, with [..] kept whole; or a list, to its closing parenthesis.
-            const bool list = line[i] == '(';
-            int depth = 0;
-            bool quoted = false;
-            for (; i < line.size(); ++i) {
-                const char c = line[i];
-                if (quoted) {
-                    quoted = c != '"';
-                    if (c == '\\')
-                        token += line[i++];
-                } else if (c == '"' && list) {
-                    quoted = true;
-                } else if (c == '(' || c == '[') {
-                    ++depth;
-                } else if (c == ')' || c == ']') {
-                    --depth;
-                } else if (depth == 0 && c == ' ') {
-                    break;
-                }
-                if (i < line.size())
-                    token += line[i];
-                if (list && depth == 0) {
-                    ++i;
-                    break;
-                }
+            // An atom, or a list as sent, to its closing parenthesis.
+            for (int depth = 0; i < line.size() && (depth > 0 || line[i] != ' '); ++i) {
+                depth += (line[i] == '(') - (line[i] == ')');
+                token += line[i];
             }
         }
         tokens.push_back(std::move(token));
@@ -216,10 +195,6 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
         }
         changed_.notify_all();
     };
-    // A `{n}` the client announced, and one the server agreed to with `+`; -1 for none.
-    // (Plain integers: GCC's uninitialised-use check misreads optionals here.)
-    long long pendingLiteral = -1;
-    long long armedLiteral = -1;
     for (const Step& step : steps) {
         std::string where = "scenario line " + std::to_string(step.lineNumber) + ": ";
         if (step.kind == 'S') {
@@ -231,23 +206,11 @@ void FakeIMAPServer::runScript(int fd, const std::vector<Step>& steps) {
                     listener_->wait({}, step.interval) != Loopback::Listener::timedOut)
                     return finish();
             }
-            if (step.text.starts_with('+'))
-                armedLiteral = pendingLiteral;
-            else if (!step.text.starts_with('*'))
-                pendingLiteral = -1;
         } else if (step.kind == 'C') {
-            std::optional<std::string> line =
-                reader.next(armedLiteral >= 0 ? std::optional(size_t(armedLiteral)) : std::nullopt);
-            if (line && armedLiteral >= 0) {
-                std::optional<std::string> rest = reader.next();
-                line = rest ? *line + *rest : rest;
-            }
-            armedLiteral = -1;
+            std::optional<std::string> line = reader.next();
             if (!line)
                 return finish(where + "expected `" + step.text + "`, but the client closed");
             note(received_, *line);
-            std::optional<size_t> announced = trailingLiteral(*line);
-            pendingLiteral = announced ? static_cast<long long>(*announced) : -1;
             if (*line != step.text)
                 return finish(where + "expected `" + step.text + "`, got `" + *line + "`");
         } else {

@@ -19,7 +19,7 @@ struct FakeIMAPCommand {
     std::string tag;
     /// Upper-cased; for UID commands both words: "UID FETCH".
     std::string name;
-    /// Atoms as sent, quoted strings and literals as their bytes, lists as raw text.
+    /// Atoms and lists as sent, quoted strings and literals as their bytes.
     std::vector<std::string> arguments;
     /// The whole command without the final CR LF.
     std::string line;
@@ -54,9 +54,8 @@ private:
 ///     stall                           goes silent; the connection stays open
 ///     X                               closes the connection
 ///
-/// After a client line ending in `{n}` and a server line starting with `+`, the next `C:` step
-/// takes the literal's n bytes and the rest of the line as one line. A mismatch is recorded in
-/// `failures()` and closes the connection, as does any client line after the last step.
+/// A literal and the rest of its line are one `C:` line. A mismatch is recorded in `failures()`
+/// and closes the connection, as does any client line after the last step.
 ///
 /// Programmable mode: every connection gets the greeting, then each complete command (literals
 /// answered with "+ go ahead") goes to the handler on the server thread (see FakeMailbox).

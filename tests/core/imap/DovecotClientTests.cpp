@@ -24,26 +24,23 @@ std::string message(const std::string& subject, const std::string& body) {
            "@example.org>\r\n\r\n" + body + "\r\n";
 }
 
-DovecotFixture& dovecot() {
-    return DovecotFixture::shared();
-}
-
 // Non-ASCII goes out as a literal, the space and quote quoted: a real server agrees.
 const std::string password = "s3cret \"wörd\"";
 
 TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
-    dovecot().addUser("reader", password);
-    dovecot().createFolder("reader", "Archive/2023");
-    dovecot().createFolder("reader", "Entwürfe");
-    dovecot().createFolder("reader", "Old \"Mail\"");
-    dovecot().setUIDValidity("reader", "Old \"Mail\"", 4242);
+    DovecotFixture& dovecot = DovecotFixture::shared();
+    dovecot.addUser("reader", password);
+    dovecot.createFolder("reader", "Archive/2023");
+    dovecot.createFolder("reader", "Entwürfe");
+    dovecot.createFolder("reader", "Old \"Mail\"");
+    dovecot.setUIDValidity("reader", "Old \"Mail\"", 4242);
     std::vector<std::string> sent = {message("one", "first"), message("two", "second"),
                                      message("three", "third")};
     const std::vector<Date> arrivals = {dateFromUnix(1'301'904'000), dateFromUnix(1'577'836'799),
                                         dateFromUnix(946'684'800)};
-    dovecot().deliverAll("reader", "INBOX", sent, arrivals);
+    dovecot.deliverAll("reader", "INBOX", sent, arrivals);
 
-    IMAPClient client(IMAPServer{"localhost", dovecot().imapsPort(), false}, 30s);
+    IMAPClient client(IMAPServer{"localhost", dovecot.imapsPort(), false}, 30s);
     client.connect();
     try {
         client.login("reader", "wrong");
@@ -77,7 +74,7 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
     }
 
     SelectInfo info = client.select("INBOX", true);
-    EXPECT_EQ(info, (SelectInfo{dovecot().uidValidity("reader", "INBOX"), 3, 4, true}));
+    EXPECT_EQ(info, (SelectInfo{dovecot.uidValidity("reader", "INBOX"), 3, 4, true}));
     EXPECT_EQ(client.uidSearch("ALL"), (std::vector<uint32_t>{1, 2, 3}));
     EXPECT_EQ(client.uidSearch("UID 2:*"), (std::vector<uint32_t>{2, 3}));
     EXPECT_TRUE(client.uidSearch("DELETED").empty());
@@ -97,7 +94,7 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
     });
     EXPECT_EQ(bodies, sent);
     // BODY.PEEK[] leaves the messages unread.
-    for (const auto& stored : dovecot().messages("reader", "INBOX")) {
+    for (const auto& stored : dovecot.messages("reader", "INBOX")) {
         EXPECT_TRUE(stored.flags.empty()) << ::testing::PrintToString(stored.flags);
     }
 
@@ -108,7 +105,7 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
     EXPECT_EQ(client.uidSearch("DELETED"), (std::vector<uint32_t>{2}));
     EXPECT_TRUE(client.expunge({2}));
     std::vector<uint32_t> left;
-    for (const auto& stored : dovecot().messages("reader", "INBOX")) {
+    for (const auto& stored : dovecot.messages("reader", "INBOX")) {
         left.push_back(stored.uid);
     }
     EXPECT_EQ(left, (std::vector<uint32_t>{1, 3}));
@@ -124,8 +121,8 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
             "line " + std::to_string(line) + " " + std::string(line % 70, 'a' + line % 26) + "\r\n";
     }
     delivered.push_back(message("large", large));
-    dovecot().createFolder("reader", "Corpus");
-    std::vector<uint32_t> stored = dovecot().deliverAll("reader", "Corpus", delivered);
+    dovecot.createFolder("reader", "Corpus");
+    std::vector<uint32_t> stored = dovecot.deliverAll("reader", "Corpus", delivered);
     client.select("Corpus", true);
     ASSERT_EQ(client.uidSearch("ALL"), stored);
     int64_t before = client.bytesRead();
