@@ -5,7 +5,6 @@
 #include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -47,7 +46,6 @@ listen = 127.0.0.1
 base_dir = @DIR@/run
 state_dir = @DIR@/state
 log_path = @DIR@/dovecot.log
-info_log_path = @DIR@/dovecot.log
 default_internal_user = dovecot
 default_login_user = dovenull
 first_valid_uid = 1
@@ -248,21 +246,16 @@ std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::s
     std::vector<std::string> lines =
         doveadm({"-f", "tab", "fetch", "-u", user, "uid flags", "mailbox", folder, "all"});
     std::vector<StoredMessage> result;
-    // The first line names the fields; then one tab-separated line per message.
+    // The first line names the fields; then the UID and the flags of each message.
     for (size_t i = 1; i < lines.size(); ++i) {
-        std::istringstream fields(lines[i]);
-        std::string uid, flags;
-        std::getline(fields, uid, '\t');
-        std::getline(fields, flags, '\t');
-        if (uid.empty())
+        std::istringstream words(lines[i]);
+        StoredMessage message;
+        if (!(words >> message.uid))
             continue;
-        StoredMessage message{static_cast<uint32_t>(std::stoul(uid)), {}};
-        std::istringstream words(flags);
-        for (std::string flag; words >> flag;) {
-            // \Recent belongs to doveadm's own session, not to the message.
+        // \Recent belongs to doveadm's own session, not to the message.
+        for (std::string flag; words >> flag;)
             if (flag != "\\Recent")
                 message.flags.push_back(flag);
-        }
         result.push_back(std::move(message));
     }
     return result;
