@@ -17,18 +17,7 @@
 namespace qs {
 namespace {
 
-IMAPValue atom(std::string text) {
-    return IMAPValue::atom(std::move(text));
-}
-IMAPValue str(std::string bytes) {
-    return IMAPValue::string(std::move(bytes));
-}
-IMAPValue nil() {
-    return IMAPValue::nil();
-}
-IMAPValue list(std::initializer_list<IMAPValue> items) {
-    return IMAPValue::list(std::vector<IMAPValue>(items));
-}
+using V = IMAPValue;
 IMAPResponse untagged(std::initializer_list<IMAPValue> values) {
     return IMAPResponse::Untagged{std::vector<IMAPValue>(values)};
 }
@@ -57,31 +46,34 @@ TEST(ParserTable, ParsesOrFailsWithItsText) {
         {"tAg.1+ ok x", Tagged{"tAg.1+", IMAPStatus::ok, std::nullopt, "x"}},
         {"* OK [UIDVALIDITY 3", UntaggedStatus{IMAPStatus::ok, "UIDVALIDITY 3", ""}},
         {"* PREAUTH hello", UntaggedStatus{IMAPStatus::preauth, std::nullopt, "hello"}},
-        {"* OK[x] y", untagged({atom("OK[x]"), atom("y")})},
-        {"* NIL nil \"NIL\" nIl", untagged({nil(), nil(), str("NIL"), nil()})},
-        {"* n\xC4\xB1l", untagged({nil()})},
-        {"* FLAGS(\\Seen)", untagged({atom("FLAGS"), list({atom("\\Seen")})})},
+        {"* OK[x] y", untagged({V::atom("OK[x]"), V::atom("y")})},
+        {"* NIL nil \"NIL\" nIl", untagged({V::nil(), V::nil(), V::string("NIL"), V::nil()})},
+        {"* n\xC4\xB1l", untagged({V::nil()})},
+        {"* FLAGS(\\Seen)", untagged({V::atom("FLAGS"), V::list({V::atom("\\Seen")})})},
         {"* LIST (\\HasNoChildren) \"/\" \"a\\\"b\"",
-         untagged({atom("LIST"), list({atom("\\HasNoChildren")}), str("/"), str("a\"b")})},
+         untagged({V::atom("LIST"), V::list({V::atom("\\HasNoChildren")}), V::string("/"),
+                   V::string("a\"b")})},
         {"* ((a) (b (c)) ())",
-         untagged({list({list({atom("a")}), list({atom("b"), list({atom("c")})}), list({})})})},
-        {"* a] b [c d", untagged({atom("a] b [c"), atom("d")})},
+         untagged({V::list({V::list({V::atom("a")}),
+                            V::list({V::atom("b"), V::list({V::atom("c")})}), V::list({})})})},
+        {"* a] b [c d", untagged({V::atom("a] b [c"), V::atom("d")})},
         {"* 1 FETCH (BODY[HEADER.FIELDS (SUBJECT)] {2}\r\nhi)",
-         untagged(
-             {atom("1"), atom("FETCH"), list({atom("BODY[HEADER.FIELDS (SUBJECT)]"), str("hi")})})},
-        {"* a{b\"c<d>", untagged({atom("a{b\"c<d>")})},
-        {"* A\tB", untagged({atom("A\tB")})},
+         untagged({V::atom("1"), V::atom("FETCH"),
+                   V::list({V::atom("BODY[HEADER.FIELDS (SUBJECT)]"), V::string("hi")})})},
+        {"* a{b\"c<d>", untagged({V::atom("a{b\"c<d>")})},
+        {"* A\tB", untagged({V::atom("A\tB")})},
         {"* \xFF"
          "a",
-         untagged({atom("\xEF\xBF\xBD"
-                        "a")})},
-        {"* \"a\\\\b\\x\\\"\"", untagged({str("a\\bx\"")})},
-        {"* \"\xE9\xFF\"", untagged({str("\xE9\xFF")})},
-        {"* X {11}\r\na\r\n{99}\r\nbc Y", untagged({atom("X"), str("a\r\n{99}\r\nbc"), atom("Y")})},
-        {"* X {3+}\r\nabc", untagged({atom("X"), str("abc")})},
-        {"* X {3}abc", untagged({atom("X"), str("abc")})},
-        {"* {003}\r\nabc", untagged({str("abc")})},
-        {"* ({1}\r\na {2}\r\nbc)", untagged({list({str("a"), str("bc")})})},
+         untagged({V::atom("\xEF\xBF\xBD"
+                           "a")})},
+        {"* \"a\\\\b\\x\\\"\"", untagged({V::string("a\\bx\"")})},
+        {"* \"\xE9\xFF\"", untagged({V::string("\xE9\xFF")})},
+        {"* X {11}\r\na\r\n{99}\r\nbc Y",
+         untagged({V::atom("X"), V::string("a\r\n{99}\r\nbc"), V::atom("Y")})},
+        {"* X {3+}\r\nabc", untagged({V::atom("X"), V::string("abc")})},
+        {"* X {3}abc", untagged({V::atom("X"), V::string("abc")})},
+        {"* {003}\r\nabc", untagged({V::string("abc")})},
+        {"* ({1}\r\na {2}\r\nbc)", untagged({V::list({V::string("a"), V::string("bc")})})},
         {"+   x  ", Continuation{"x  "}},
         {"+ \xFF", Continuation{"\xEF\xBF\xBD"}},
         {"", "empty response"},
@@ -112,12 +104,12 @@ TEST(ParserTable, ParsesOrFailsWithItsText) {
 
 TEST(ParserValue, AccessorsAndTokens) {
     // A lone 0xE9 isn't UTF-8; read as Latin-1 it is "é", never nothing; the bytes stay.
-    EXPECT_EQ(str("a\xE9\xFF").text(), "a\xC3\xA9\xC3\xBF");
-    EXPECT_EQ(str("\xE9").data(), "\xE9");
-    EXPECT_NE(atom("x"), str("x"));
-    EXPECT_NE(atom("NIL"), nil());
-    EXPECT_NE(list({}), nil());
-    EXPECT_NE(list({list({str("a")})}), list({list({str("b")})}));
+    EXPECT_EQ(V::string("a\xE9\xFF").text(), "a\xC3\xA9\xC3\xBF");
+    EXPECT_EQ(V::string("\xE9").data(), "\xE9");
+    EXPECT_NE(V::atom("x"), V::string("x"));
+    EXPECT_NE(V::atom("NIL"), V::nil());
+    EXPECT_NE(V::list({}), V::nil());
+    EXPECT_NE(V::list({V::list({V::string("a")})}), V::list({V::list({V::string("b")})}));
 
     auto values = IMAPResponseParser::tokens("(BODY[] {6}\r\nbody!! UID 4)");
     ASSERT_EQ(values.size(), 1u);
@@ -127,12 +119,12 @@ TEST(ParserValue, AccessorsAndTokens) {
     EXPECT_EQ(items[1].data(), "");
     EXPECT_EQ(items[3].takeData(), "4");
     EXPECT_EQ(values[0].takeData(), std::nullopt);
-    EXPECT_EQ(nil().takeData(), std::nullopt);
+    EXPECT_EQ(V::nil().takeData(), std::nullopt);
 
     // Read like an untagged body, but a leading `*` or `+` is just an atom here.
     EXPECT_EQ(IMAPResponseParser::tokens("* (b c) \"d\" {1}\r\ne NIL"),
-              (std::vector<IMAPValue>{atom("*"), list({atom("b"), atom("c")}), str("d"), str("e"),
-                                      nil()}));
+              (std::vector<IMAPValue>{V::atom("*"), V::list({V::atom("b"), V::atom("c")}),
+                                      V::string("d"), V::string("e"), V::nil()}));
     EXPECT_TRUE(IMAPResponseParser::tokens("   ").empty());
     EXPECT_THROW(IMAPResponseParser::tokens("a b)"), IMAPParseError);
 }
@@ -149,7 +141,7 @@ TEST(ParserValue, DeepNestingNeitherRecursesNorCrashes) {
         ++levels;
     }
     EXPECT_EQ(levels, depth);
-    EXPECT_EQ(*value, atom("x"));
+    EXPECT_EQ(*value, V::atom("x"));
     EXPECT_THROW(IMAPResponseParser::parse("* " + std::string(depth, '(') + "a (b) ((c)"),
                  IMAPParseError);
 }
@@ -330,15 +322,17 @@ const std::string kAwkward =
 TEST(ReaderSplit, EveryCutGivesTheWholeStreamsSequence) {
     const std::vector<Outcome> expected = {
         IMAPResponse::UntaggedStatus{IMAPStatus::ok, "CAPABILITY IMAP4rev1", "ready"},
-        untagged({atom("1"), atom("FETCH"),
-                  list({atom("UID"), atom("7"), atom("BODY[]"), str("ab\r\n{3}\r\n\r\ncd"),
-                        atom("FLAGS"), list({atom("\\Seen")})})}),
-        untagged({atom("2"), atom("FETCH"),
-                  list({atom("BODY[HEADER]"), str("}\r\n"), atom("BODY[TEXT]"), str("")})}),
+        untagged({V::atom("1"), V::atom("FETCH"),
+                  V::list({V::atom("UID"), V::atom("7"), V::atom("BODY[]"),
+                           V::string("ab\r\n{3}\r\n\r\ncd"), V::atom("FLAGS"),
+                           V::list({V::atom("\\Seen")})})}),
+        untagged({V::atom("2"), V::atom("FETCH"),
+                  V::list({V::atom("BODY[HEADER]"), V::string("}\r\n"), V::atom("BODY[TEXT]"),
+                           V::string("")})}),
         std::string("empty response"),
         std::string("unterminated list"),
         IMAPResponse::Continuation{"go on"},
-        untagged({atom("LIST"), list({}), str("/"), str("I\"\\x")}),
+        untagged({V::atom("LIST"), V::list({}), V::string("/"), V::string("I\"\\x")}),
         IMAPResponse::Tagged{"M0001", IMAPStatus::ok, "READ-ONLY", "done"},
     };
     ASSERT_EQ(feedInPieces(kAwkward, {}), expected);
