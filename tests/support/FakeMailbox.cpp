@@ -61,16 +61,12 @@ bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) 
     auto number = [&](const std::string& text) {
         return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
     };
-    for (size_t i = 0; i <= set.size();) {
-        size_t end = std::min(set.find(',', i), set.size());
-        std::string piece = set.substr(i, end - i);
-        i = end + 1;
-        if (piece.empty())
-            continue;
+    std::istringstream pieces(set);
+    for (std::string piece; std::getline(pieces, piece, ',');) {
         size_t colon = piece.find(':');
-        uint32_t first = number(piece.substr(0, colon));
+        uint32_t first = piece.empty() ? 0 : number(piece.substr(0, colon));
         uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-        if (uid >= std::min(first, last) && uid <= std::max(first, last))
+        if (!piece.empty() && uid >= std::min(first, last) && uid <= std::max(first, last))
             return true;
     }
     return false;

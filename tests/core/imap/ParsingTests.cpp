@@ -29,11 +29,8 @@ using Continuation = IMAPResponse::Continuation;
 using Outcome = std::variant<IMAPResponse, std::string>;
 using Row = std::pair<std::string, Outcome>;
 
-const std::string longTail(200, 'x');
-// 79 ASCII bytes then "éé": the 80-byte cut falls inside the first é.
-const std::string cutInsideUTF8 = "A1 " + std::string(76, 'y') + "\xC3\xA9\xC3\xA9";
-
 TEST(ParserTable, ParsesOrFailsWithItsText) {
+    const std::string longTail(200, 'x');
     const Row rows[] = {
         {"A1 OK [CAPABILITY IMAP4rev1 UIDPLUS] done",
          Tagged{"A1", IMAPStatus::ok, "CAPABILITY IMAP4rev1 UIDPLUS", "done"}},
@@ -81,7 +78,9 @@ TEST(ParserTable, ParsesOrFailsWithItsText) {
         {"A1 HELLO", "bad tagged response: A1 HELLO"},
         {"A1 OK\tx", "bad tagged response: A1 OK\tx"},
         {"A1 " + longTail, "bad tagged response: A1 " + longTail.substr(0, 77)},
-        {cutInsideUTF8, "bad tagged response: A1 " + std::string(76, 'y') + "\xEF\xBF\xBD"},
+        // 79 ASCII bytes then "éé": the 80-byte cut falls inside the first é.
+        {"A1 " + std::string(76, 'y') + "\xC3\xA9\xC3\xA9",
+         "bad tagged response: A1 " + std::string(76, 'y') + "\xEF\xBF\xBD"},
         {"* 1 X)", "unexpected character )"},
         {"* A\nB", "unexpected character \n"},
         {"* \"abc", "unterminated string"},
@@ -102,7 +101,7 @@ TEST(ParserTable, ParsesOrFailsWithItsText) {
     }
 }
 
-TEST(ParserValue, AccessorsAndTokens) {
+TEST(ParserValue, AccessorsTokensAndDeepNesting) {
     // A lone 0xE9 isn't UTF-8; read as Latin-1 it is "é", never nothing; the bytes stay.
     EXPECT_EQ(V::string("a\xE9\xFF").text(), "a\xC3\xA9\xC3\xBF");
     EXPECT_EQ(V::string("\xE9").data(), "\xE9");
@@ -127,9 +126,7 @@ TEST(ParserValue, AccessorsAndTokens) {
                                       V::string("d"), V::string("e"), V::nil()}));
     EXPECT_TRUE(IMAPResponseParser::tokens("   ").empty());
     EXPECT_THROW(IMAPResponseParser::tokens("a b)"), IMAPParseError);
-}
 
-TEST(ParserValue, DeepNestingNeitherRecursesNorCrashes) {
     // A server can send any nesting depth; reading and dropping it must not use the call stack.
     constexpr std::size_t depth = 200000;
     IMAPResponse response =
