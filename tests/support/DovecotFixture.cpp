@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -214,13 +215,10 @@ std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const 
         std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals.at(i));
         std::tm utc{};
         ::gmtime_r(&seconds, &utc);
-        // Month names by hand: strftime's %b follows the locale, which Qt programs set.
-        static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-        char date[40];
-        std::snprintf(date, sizeof date, "%02d-%s-%04d %02d:%02d:%02d +0000", utc.tm_mday,
-                      months[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
-        script += "A" + std::to_string(i) + " APPEND \"" + folder + "\" \"" + date + "\" {" +
+        std::ostringstream date; // month names from the classic locale, not the program's
+        date.imbue(std::locale::classic());
+        date << std::put_time(&utc, "%d-%b-%Y %H:%M:%S +0000");
+        script += "A" + std::to_string(i) + " APPEND \"" + folder + "\" \"" + date.str() + "\" {" +
                   std::to_string(messages[i].size()) + "+}\r\n" + messages[i] + "\r\n";
     }
     std::string output =

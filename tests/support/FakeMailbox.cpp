@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <ctime>
+#include <iomanip>
 #include <iterator>
 #include <sstream>
 
@@ -10,37 +11,30 @@ namespace qs::test {
 
 namespace {
 
-constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
 std::string upper(std::string text) {
     for (char& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
 }
 
+// Month names from the classic locale whatever the program's one is.
 std::string internalDate(int64_t seconds) {
     std::time_t time = static_cast<std::time_t>(seconds);
     std::tm parts{};
     ::gmtime_r(&time, &parts);
-    char text[40];
-    std::snprintf(text, sizeof text, "%02d-%s-%04d %02d:%02d:%02d +0000", parts.tm_mday,
-                  months[parts.tm_mon], parts.tm_year + 1900, parts.tm_hour, parts.tm_min,
-                  parts.tm_sec);
-    return text;
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    out << std::put_time(&parts, "%d-%b-%Y %H:%M:%S +0000");
+    return out.str();
 }
 
 // "5-Mar-2024" as the Unix seconds of its midnight in UTC; -1 when it doesn't read.
 int64_t searchDate(const std::string& text) {
     std::tm parts{};
-    char month[4] = {};
-    if (std::sscanf(text.c_str(), "%d-%3c-%d", &parts.tm_mday, month, &parts.tm_year) != 3)
-        return -1;
-    parts.tm_year -= 1900;
-    for (parts.tm_mon = 0; parts.tm_mon < 12; ++parts.tm_mon)
-        if (upper(month) == upper(months[parts.tm_mon]))
-            return static_cast<int64_t>(::timegm(&parts));
-    return -1;
+    std::istringstream in(text);
+    in.imbue(std::locale::classic());
+    in >> std::get_time(&parts, "%d-%b-%Y");
+    return in.fail() ? -1 : static_cast<int64_t>(::timegm(&parts));
 }
 
 bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
