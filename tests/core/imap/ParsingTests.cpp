@@ -252,7 +252,7 @@ std::string body(std::size_t size) {
     return out;
 }
 
-TEST(ReaderLiteral, ReceivedIntoItsAreaAsIntoAppend) {
+TEST(ReaderLiteral, ReceivedIntoItsAreaOrBeyondTheReserveLimit) {
     const std::string stream = "* OK hi\r\n* 1 FETCH (BODY[] {70000}\r\n" + body(70000) +
                                " BODY[TEXT] {3}\r\nabc)\r\n* 2 FETCH (UID 3)\r\nM1 OK\r\n";
     const std::vector<Outcome> expected = feedInPieces(stream, {});
@@ -277,9 +277,8 @@ TEST(ReaderLiteral, ReceivedIntoItsAreaAsIntoAppend) {
         EXPECT_EQ(out, expected) << "receives of at most " << most;
         EXPECT_EQ(reader.bufferedByteCount(), 0u);
     }
-}
 
-TEST(ReaderLiteral, AnnouncedBeyondTheReserveLimitOrCutOff) {
+    // Announced beyond the reserve limit, then cut off.
     const std::size_t size = IMAPResponseReader::literalReserveLimit + 12345;
     const std::string text = body(size);
     const std::string head = "* 3 FETCH (BODY[] {" + std::to_string(size) + "}\r\n";
