@@ -113,8 +113,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         if (master_ == 0) {
             // Dovecot goes with the test program, even when that one crashes.
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            int log = ::open((directory_ / "master.out").c_str(),
-                             O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            int log = ::open((directory_ / "dovecot.log").c_str(),
+                             O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
             ::dup2(log, 1);
             ::dup2(log, 2);
             ::execlp("dovecot", "dovecot", "-F", "-c", configFile_.c_str(),
@@ -129,12 +129,13 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
             if (::waitpid(master_, &status, WNOHANG) == master_) {
                 master_ = -1;
                 throw std::runtime_error("dovecot exited at start: " +
-                                         ScratchFiles::read(directory_ / "master.out") + log());
+                                         ScratchFiles::read(directory_ / "dovecot.log"));
             }
             if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_)))
                 break;
             if (std::chrono::steady_clock::now() > deadline)
-                throw std::runtime_error("dovecot did not start: " + log());
+                throw std::runtime_error("dovecot did not start: " +
+                                         ScratchFiles::read(directory_ / "dovecot.log"));
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     } catch (...) {
@@ -285,10 +286,6 @@ std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const st
     for (const auto& message : messages(user, folder))
         uids.push_back(message.uid);
     return uids;
-}
-
-std::string DovecotFixture::log() const {
-    return ScratchFiles::read(directory_ / "dovecot.log");
 }
 
 } // namespace qs::test

@@ -68,7 +68,6 @@ public:
     std::vector<uint32_t> renumber(const std::string& user, const std::string& folder);
 
 private:
-    std::string log() const;
     std::vector<std::string> doveadm(std::vector<std::string> arguments) const;
     void stop();
 

@@ -165,8 +165,6 @@ FakeIMAPServer::FakeIMAPServer(std::string greeting, Handler handler)
     listener_.emplace("fake IMAP server", [this](int fd) { serve(fd); });
 }
 
-FakeIMAPServer::~FakeIMAPServer() = default;
-
 void FakeIMAPServer::serve(int fd) {
     // Scenario lines go out one send each; don't let them wait for the client's ACKs.
     int one = 1;

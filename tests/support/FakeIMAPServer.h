@@ -67,7 +67,6 @@ public:
     explicit FakeIMAPServer(std::string_view scenario);
     /// Programmable mode: `greeting` (without CR LF) goes out on every new connection.
     FakeIMAPServer(std::string greeting, Handler handler);
-    ~FakeIMAPServer();
 
     FakeIMAPServer(const FakeIMAPServer&) = delete;
     FakeIMAPServer& operator=(const FakeIMAPServer&) = delete;

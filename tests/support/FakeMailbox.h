@@ -41,7 +41,6 @@ public:
     };
 
     explicit FakeMailbox(Options options);
-    FakeMailbox() : FakeMailbox(Options{}) {}
 
     std::string greeting() const;
     /// A handler for FakeIMAPServer. The mailbox must outlive the server.
