@@ -87,18 +87,18 @@ service imap-login {
 
 } // namespace
 
-DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
+DovecotFixture::DovecotFixture(const Options& options) {
     directory_ = ScratchFiles::makeSharedFolder("qs-dovecot-");
     try {
         CertificateAuthority ca =
-            options_.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
+            options.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
         caFile_ = ca.certificate;
-        issueServerCertificate(ca, directory_, options_.certificateHost);
+        issueServerCertificate(ca, directory_, options.certificateHost);
 
         for (const char* sub : {"run", "state", "home", "users"})
             fs::create_directories(directory_ / sub);
         imapsPort_ = Loopback::freePort();
-        imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
+        imapPort_ = options.plainListener ? Loopback::freePort() : 0;
 
         configFile_ = directory_ / "dovecot.conf";
         std::string config = configTemplate;

@@ -29,7 +29,7 @@ public:
         std::vector<std::string> flags;
     };
 
-    explicit DovecotFixture(Options options);
+    explicit DovecotFixture(const Options& options);
     DovecotFixture() : DovecotFixture(Options{}) {}
     ~DovecotFixture();
 
@@ -71,7 +71,6 @@ private:
     std::vector<std::string> doveadm(std::vector<std::string> arguments) const;
     void stop();
 
-    Options options_;
     std::filesystem::path directory_;
     std::filesystem::path configFile_;
     std::filesystem::path caFile_;

@@ -66,10 +66,6 @@ bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) 
     return false;
 }
 
-FakeMailbox::FakeMailbox(Options options) : options_(std::move(options)) {
-    folders_["INBOX"] = Folder{};
-}
-
 std::string FakeMailbox::capabilities() const {
     return options_.uidplus ? "IMAP4rev1 UIDPLUS" : "IMAP4rev1";
 }

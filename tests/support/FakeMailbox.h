@@ -40,7 +40,7 @@ public:
         std::vector<Message> messages;
     };
 
-    explicit FakeMailbox(Options options);
+    explicit FakeMailbox(Options options) : options_(std::move(options)) {}
 
     std::string greeting() const;
     /// A handler for FakeIMAPServer. The mailbox must outlive the server.
@@ -83,7 +83,7 @@ private:
 
     Options options_;
     mutable std::mutex mutex_;
-    std::map<std::string, Folder> folders_;
+    std::map<std::string, Folder> folders_{{"INBOX", {}}};
     std::string selected_;
     bool readOnly_ = true;
     int bodiesSent_ = 0;

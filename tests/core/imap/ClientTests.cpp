@@ -314,10 +314,9 @@ TEST(Commands, OneSessionOfEach) {
     ASSERT_EQ(mailboxes.size(), 4u);
     EXPECT_EQ(mailboxes[0], (IMAPMailbox{"INBOX", "INBOX", std::nullopt, {}}));
     EXPECT_TRUE(mailboxes[0].isSelectable());
-    EXPECT_EQ(mailboxes[1].attributes, std::vector<std::string>{"\\NOSELECT"});
+    EXPECT_EQ(mailboxes[1], (IMAPMailbox{"foo", "foo", "/", {"\\NOSELECT"}}));
     EXPECT_FALSE(mailboxes[1].isSelectable());
-    EXPECT_EQ(mailboxes[2].name, "Entw&APw-rfe");
-    EXPECT_EQ(mailboxes[2].displayName, "Entwürfe");
+    EXPECT_EQ(mailboxes[2], (IMAPMailbox{"Entw&APw-rfe", "Entwürfe", "/", {"\\HasNoChildren"}}));
     EXPECT_EQ(mailboxes[3], (IMAPMailbox{"Quoted name", "Quoted name", ".", {"\\Marked", "odd"}}));
     EXPECT_EQ(client.select("INBOX", true), (SelectInfo{1700000000, 5, 4392, true}));
     // Read-only follows only a grant upward.
@@ -479,10 +478,7 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
         bodies.push_back(std::move(*item.body));
     });
     EXPECT_EQ(bodies, sent);
-    // BODY.PEEK[] leaves the messages unread.
-    for (const auto& stored : dovecot.messages("reader", "INBOX")) {
-        EXPECT_TRUE(stored.flags.empty()) << ::testing::PrintToString(stored.flags);
-    }
+    EXPECT_TRUE(client.uidSearch("SEEN").empty()); // BODY.PEEK[] leaves them unread
 
     EXPECT_FALSE(client.select("INBOX", false).readOnly);
     client.markDeleted({2, 3});
@@ -490,11 +486,7 @@ TEST(DovecotClient, SignsInListsExaminesSearchesFetchesAndExpunges) {
     client.unmarkDeleted({3});
     EXPECT_EQ(client.uidSearch("DELETED"), (std::vector<uint32_t>{2}));
     EXPECT_TRUE(client.expunge({2}));
-    std::vector<uint32_t> left;
-    for (const auto& stored : dovecot.messages("reader", "INBOX")) {
-        left.push_back(stored.uid);
-    }
-    EXPECT_EQ(left, (std::vector<uint32_t>{1, 3}));
+    EXPECT_EQ(client.uidSearch("ALL"), (std::vector<uint32_t>{1, 3}));
 
     // Real-world messages and a 20 MB one come back byte for byte. Dovecot keeps CR LF text as
     // it came; bare CRs and NULs are Dovecot's to rewrite, not the client's to prove.

@@ -434,26 +434,21 @@ TEST(IMAPDate, ParsesStrictlyAndFormatsInTheDevicesZone) {
 }
 
 TEST(IMAPFetchItem, ReadsPairsAndSkipsWhatIsNoFetch) {
-    struct Row {
-        const char* name;
-        const char* line;
-        std::optional<IMAPFetchItem> expected;
-    } rows[] = {
-        {"keys in any case, the last of a repeat wins, a lone key ignored",
-         "1 fetch (uid 3 Uid 4 body[header] \"h\" UNKNOWN x RFC822.SIZE)",
+    const std::pair<const char*, std::optional<IMAPFetchItem>> rows[] = {
+        // Keys in any case, the last of a repeat wins, a lone key ignored.
+        {"1 fetch (uid 3 Uid 4 body[header] \"h\" UNKNOWN x RFC822.SIZE)",
          IMAPFetchItem{1, 4, std::nullopt, std::nullopt, {}, "h"}},
-        {"unreadable numbers and dates give nothing",
-         "2 FETCH (UID -1 RFC822.SIZE x INTERNALDATE \"x\")",
+        // Unreadable numbers and dates give nothing.
+        {"2 FETCH (UID -1 RFC822.SIZE x INTERNALDATE \"x\")",
          IMAPFetchItem{2, std::nullopt, std::nullopt, std::nullopt, {}, std::nullopt}},
-        {"NIL body", "3 FETCH (UID 1 BODY[] NIL)", IMAPFetchItem{3, 1, {}, {}, {}, std::nullopt}},
-        {"expunge", "3 EXPUNGE", std::nullopt},
-        {"no list", "3 FETCH UID", std::nullopt},
-        {"sequence quoted", "\"3\" FETCH (UID 1)", std::nullopt},
+        {"3 FETCH (UID 1 BODY[] NIL)", IMAPFetchItem{3, 1, {}, {}, {}, std::nullopt}},
+        {"3 EXPUNGE", std::nullopt},
+        {"3 FETCH UID", std::nullopt},
+        {"\"3\" FETCH (UID 1)", std::nullopt},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::vector<IMAPValue> values = IMAPResponseParser::tokens(row.line);
-        EXPECT_EQ(IMAPFetchItem::from(values), row.expected);
+    for (const auto& [line, expected] : rows) {
+        std::vector<IMAPValue> values = IMAPResponseParser::tokens(line);
+        EXPECT_EQ(IMAPFetchItem::from(values), expected) << line;
     }
 }
 
