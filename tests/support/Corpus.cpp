@@ -24,24 +24,6 @@ std::filesystem::path corpusRoot() {
     return std::filesystem::path(QS_CORPUS_DIR);
 }
 
-std::vector<std::string> corpusFiles() {
-    std::istringstream manifest(FileIO::read(corpusRoot() / "MANIFEST.tsv"));
-    std::vector<std::string> files;
-    std::string line;
-    std::getline(manifest, line); // the column names
-    while (std::getline(manifest, line)) {
-        std::string path = line.substr(0, line.find('\t'));
-        if (!path.empty() && !isLicence(path))
-            files.push_back(path);
-    }
-    return files;
-}
-
-bool isMbox(std::string_view relativePath) {
-    return relativePath.ends_with(".mbox") || relativePath.ends_with(".mbox.txt") ||
-           relativePath.ends_with("/mbox.rlug");
-}
-
 std::vector<std::string> splitMbox(std::string_view mbox) {
     if (mbox.starts_with("\xEF\xBB\xBF"))
         mbox.remove_prefix(3);
@@ -73,17 +55,23 @@ std::vector<std::string> splitMbox(std::string_view mbox) {
 }
 
 std::vector<CorpusMessage> corpusMessages() {
+    std::istringstream manifest(FileIO::read(corpusRoot() / "MANIFEST.tsv"));
     std::vector<CorpusMessage> messages;
-    for (const std::string& path : corpusFiles()) {
+    std::string line;
+    std::getline(manifest, line); // the column names
+    while (std::getline(manifest, line)) {
+        std::string path = line.substr(0, line.find('\t'));
+        if (path.empty() || isLicence(path))
+            continue;
         std::string bytes = FileIO::read(corpusRoot() / path);
-        if (!isMbox(path)) {
+        if (!path.ends_with(".mbox") && !path.ends_with(".mbox.txt") &&
+            !path.ends_with("/mbox.rlug")) {
             messages.push_back({path, std::move(bytes)});
             continue;
         }
         std::vector<std::string> members = splitMbox(bytes);
         for (size_t i = 0; i < members.size(); ++i) {
-            // A separator with nothing after it (a body line that merely looks like one, at
-            // the end of the file) is no message.
+            // A separator at the very end (a body line that merely looks like one) is no message.
             if (!members[i].empty())
                 messages.push_back({path + "#" + std::to_string(i + 1), std::move(members[i])});
         }

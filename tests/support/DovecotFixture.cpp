@@ -5,10 +5,10 @@
 #include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -47,7 +47,6 @@ listen = 127.0.0.1
 base_dir = @DIR@/run
 state_dir = @DIR@/state
 log_path = @DIR@/dovecot.log
-info_log_path = @DIR@/dovecot.log
 default_internal_user = dovecot
 default_login_user = dovenull
 first_valid_uid = 1
@@ -88,18 +87,18 @@ service imap-login {
 
 } // namespace
 
-DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
+DovecotFixture::DovecotFixture(const Options& options) {
     directory_ = ScratchFiles::makeSharedFolder("qs-dovecot-");
     try {
         CertificateAuthority ca =
-            options_.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
+            options.trusted ? trustedCA() : makeCA(directory_, "Untrusted Quernstead Test CA");
         caFile_ = ca.certificate;
-        issueServerCertificate(ca, directory_, options_.certificateHost);
+        issueServerCertificate(ca, directory_, options.certificateHost);
 
         for (const char* sub : {"run", "state", "home", "users"})
             fs::create_directories(directory_ / sub);
         imapsPort_ = Loopback::freePort();
-        imapPort_ = options_.plainListener ? Loopback::freePort() : 0;
+        imapPort_ = options.plainListener ? Loopback::freePort() : 0;
 
         configFile_ = directory_ / "dovecot.conf";
         std::string config = configTemplate;
@@ -114,8 +113,8 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
         if (master_ == 0) {
             // Dovecot goes with the test program, even when that one crashes.
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            int log = ::open((directory_ / "master.out").c_str(),
-                             O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            int log = ::open((directory_ / "dovecot.log").c_str(),
+                             O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
             ::dup2(log, 1);
             ::dup2(log, 2);
             ::execlp("dovecot", "dovecot", "-F", "-c", configFile_.c_str(),
@@ -130,12 +129,13 @@ DovecotFixture::DovecotFixture(Options options) : options_(std::move(options)) {
             if (::waitpid(master_, &status, WNOHANG) == master_) {
                 master_ = -1;
                 throw std::runtime_error("dovecot exited at start: " +
-                                         ScratchFiles::read(directory_ / "master.out") + log());
+                                         ScratchFiles::read(directory_ / "dovecot.log"));
             }
             if (accepts(imapsPort_) && (imapPort_ == 0 || accepts(imapPort_)))
                 break;
             if (std::chrono::steady_clock::now() > deadline)
-                throw std::runtime_error("dovecot did not start: " + log());
+                throw std::runtime_error("dovecot did not start: " +
+                                         ScratchFiles::read(directory_ / "dovecot.log"));
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     } catch (...) {
@@ -200,13 +200,8 @@ void DovecotFixture::createFolder(const std::string& user, const std::string& fo
 
 uint32_t DovecotFixture::deliver(const std::string& user, const std::string& folder,
                                  const std::string& message, std::optional<Arrival> arrival) {
-    if (arrival)
-        return deliverAll(user, folder, {message}, {*arrival}).front();
-    runChecked({"doveadm", "-c", configFile_.string(), "save", "-u", user, "-m", folder}, message);
-    std::vector<StoredMessage> stored = messages(user, folder);
-    if (stored.empty())
-        throw std::runtime_error("doveadm save left " + folder + " empty");
-    return stored.back().uid;
+    return deliverAll(user, folder, {message}, {arrival.value_or(std::chrono::system_clock::now())})
+        .front();
 }
 
 std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const std::string& folder,
@@ -214,80 +209,52 @@ std::vector<uint32_t> DovecotFixture::deliverAll(const std::string& user, const 
                                                  std::vector<Arrival> arrivals) {
     if (arrivals.empty())
         arrivals.assign(messages.size(), std::chrono::system_clock::now());
-    bool ascii = std::ranges::all_of(folder, [](unsigned char c) { return c >= 0x20 && c < 0x7f; });
-    if (arrivals.size() != messages.size() || !ascii) {
-        // Non-ASCII names would need modified UTF-7 on the wire; no test needs them here.
-        throw std::invalid_argument(
-            "deliverAll to " + folder + ": " + std::to_string(arrivals.size()) + " arrivals for " +
-            std::to_string(messages.size()) + " messages, or a name that isn't plain ASCII");
-    }
-    std::string quoted = "\"";
-    for (char c : folder)
-        quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
-    quoted += '"';
     // Dovecot takes a message's received date from APPEND's date-time only (doveadm save has
     // no such option). LITERAL+ lets the whole session go in as one script.
     std::string script;
     for (size_t i = 0; i < messages.size(); ++i) {
-        std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals[i]);
+        std::time_t seconds = std::chrono::system_clock::to_time_t(arrivals.at(i));
         std::tm utc{};
         ::gmtime_r(&seconds, &utc);
-        // Month names by hand: strftime's %b follows the locale, which Qt programs set.
-        static constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-        char date[40];
-        std::snprintf(date, sizeof date, "%02d-%s-%04d %02d:%02d:%02d +0000", utc.tm_mday,
-                      months[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
-        script += "A" + std::to_string(i) + " APPEND " + quoted + " \"" + date + "\" {" +
+        std::ostringstream date; // month names from the classic locale, not the program's
+        date.imbue(std::locale::classic());
+        date << std::put_time(&utc, "%d-%b-%Y %H:%M:%S +0000");
+        script += "A" + std::to_string(i) + " APPEND \"" + folder + "\" \"" + date.str() + "\" {" +
                   std::to_string(messages[i].size()) + "+}\r\n" + messages[i] + "\r\n";
     }
-    script += "Z LOGOUT\r\n";
     std::string output =
-        runChecked({"doveadm", "-c", configFile_.string(), "exec", "imap", "-u", user}, script);
+        runChecked({"doveadm", "-c", configFile_.string(), "exec", "imap", "-u", user},
+                   script + "Z LOGOUT\r\n");
     // Each append answers "A<i> OK [APPENDUID <validity> <uid>] ...".
     std::vector<uint32_t> uids;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
-        std::string tag = "A" + std::to_string(uids.size()) + " ";
-        if (!line.starts_with(tag))
-            continue;
-        std::istringstream words(line.substr(tag.size()));
-        std::string status, code, validity, uid;
-        words >> status >> code >> validity >> uid;
-        if (status != "OK" || code != "[APPENDUID" || uid.empty())
-            throw std::runtime_error("APPEND to " + folder + " failed: " + output);
-        uids.push_back(static_cast<uint32_t>(std::stoul(uid)));
+        std::istringstream words(line);
+        std::string tag, status, code, validity, uid;
+        words >> tag >> status >> code >> validity >> uid;
+        if (tag == "A" + std::to_string(uids.size()) && status == "OK" && code == "[APPENDUID")
+            uids.push_back(static_cast<uint32_t>(std::stoul(uid)));
     }
-    if (uids.size() != messages.size()) {
-        throw std::runtime_error("APPEND to " + folder + " stored " + std::to_string(uids.size()) +
-                                 " of " + std::to_string(messages.size()) + " messages: " + output);
-    }
+    if (uids.size() != messages.size())
+        throw std::runtime_error("APPEND to " + folder + " failed: " + output);
     return uids;
 }
 
 std::vector<DovecotFixture::StoredMessage> DovecotFixture::messages(const std::string& user,
                                                                     const std::string& folder) {
-    std::vector<std::string> lines = doveadm(
-        {"-f", "tab", "fetch", "-u", user, "uid flags size.physical", "mailbox", folder, "all"});
+    std::vector<std::string> lines =
+        doveadm({"-f", "tab", "fetch", "-u", user, "uid flags", "mailbox", folder, "all"});
     std::vector<StoredMessage> result;
-    // The first line names the fields; then one tab-separated line per message.
+    // The first line names the fields; then the UID and the flags of each message.
     for (size_t i = 1; i < lines.size(); ++i) {
-        std::istringstream fields(lines[i]);
-        std::string uid, flags, size;
-        std::getline(fields, uid, '\t');
-        std::getline(fields, flags, '\t');
-        std::getline(fields, size, '\t');
-        if (uid.empty())
-            continue;
+        std::istringstream words(lines[i]);
         StoredMessage message;
-        message.uid = static_cast<uint32_t>(std::stoul(uid));
-        message.size = std::stoull(size);
-        std::istringstream words(flags);
-        for (std::string flag; words >> flag;) {
-            // \Recent belongs to doveadm's own session, not to the message.
+        if (!(words >> message.uid))
+            continue;
+        // \Recent belongs to doveadm's own session, not to the message.
+        for (std::string flag; words >> flag;)
             if (flag != "\\Recent")
                 message.flags.push_back(flag);
-        }
         result.push_back(std::move(message));
     }
     return result;
@@ -319,10 +286,6 @@ std::vector<uint32_t> DovecotFixture::renumber(const std::string& user, const st
     for (const auto& message : messages(user, folder))
         uids.push_back(message.uid);
     return uids;
-}
-
-std::string DovecotFixture::log() const {
-    return ScratchFiles::read(directory_ / "dovecot.log");
 }
 
 } // namespace qs::test

@@ -11,14 +11,9 @@
 namespace qs::test {
 
 /// A private, real Dovecot on 127.0.0.1 for integration tests: its own configuration, TLS
-/// certificate, users and Maildir storage in a temporary folder, on free ports. A test program
-/// normally starts one through `shared()` and gives each test its own user or folder.
-///
-/// A `trusted` fixture's certificate comes from the program's test CA, which SSL_CERT_FILE
-/// names (so a client's "system trust" trusts it and nothing else); an untrusted one's from a
-/// CA of its own. Users live in a passwd-file under nobody's ids (Dovecot won't serve mail owned
-/// by root); the separator is "/". Helpers drive `doveadm` and throw std::runtime_error with
-/// its output when it fails. The server stops with the fixture, or with the test program.
+/// certificate, users and Maildir storage in a temporary folder, on free ports. A trusted
+/// fixture's certificate comes from the program's test CA (see trustedCA); an untrusted one's
+/// from a CA of its own. Helpers drive `doveadm` and throw std::runtime_error with its output.
 class DovecotFixture {
 public:
     struct Options {
@@ -32,12 +27,9 @@ public:
     struct StoredMessage {
         uint32_t uid = 0;
         std::vector<std::string> flags;
-        uint64_t size = 0;
-        bool operator==(const StoredMessage&) const = default;
     };
 
-    /// Starts the server; throws std::runtime_error with Dovecot's log when it doesn't come up.
-    explicit DovecotFixture(Options options);
+    explicit DovecotFixture(const Options& options);
     DovecotFixture() : DovecotFixture(Options{}) {}
     ~DovecotFixture();
 
@@ -52,27 +44,23 @@ public:
     uint16_t imapPort() const { return imapPort_; }
     const std::filesystem::path& directory() const { return directory_; }
     const std::filesystem::path& configFile() const { return configFile_; }
-    /// The CA certificate the server's certificate was issued by.
     const std::filesystem::path& caFile() const { return caFile_; }
 
-    /// Adds a user, or changes the password of one.
     void addUser(const std::string& user, const std::string& password);
-    /// Creates a folder by its UTF-8 name, with parents ("A/B/C"); existing folders are fine.
+    /// By its UTF-8 name, with parents ("A/B/C"); existing folders are fine.
     void createFolder(const std::string& user, const std::string& folder);
     /// When a message reached the server (its INTERNALDATE), to the second.
     using Arrival = std::chrono::system_clock::time_point;
 
-    /// Stores a message and returns its UID; with an `arrival`, the folder's name must be ASCII.
     uint32_t deliver(const std::string& user, const std::string& folder, const std::string& message,
                      std::optional<Arrival> arrival = std::nullopt);
-    /// Appends messages in one IMAP session (ASCII folder names only) and returns their UIDs;
-    /// `arrivals`, when given, has one for each message.
+    /// Appends messages (arriving now, or at `arrivals`) to an ASCII-named folder in one IMAP
+    /// session and returns their UIDs.
     std::vector<uint32_t> deliverAll(const std::string& user, const std::string& folder,
                                      const std::vector<std::string>& messages,
                                      std::vector<Arrival> arrivals = {});
     /// The folder's messages in UID order, with their flags (\Recent left out).
     std::vector<StoredMessage> messages(const std::string& user, const std::string& folder);
-    /// The folder's UIDVALIDITY, and a way to change it as a server that rebuilt its index.
     uint32_t uidValidity(const std::string& user, const std::string& folder);
     void setUIDValidity(const std::string& user, const std::string& folder, uint32_t value);
     /// Renumbers a folder as a migrated server: new UIDs (returned in the old order) and a new
@@ -80,11 +68,9 @@ public:
     std::vector<uint32_t> renumber(const std::string& user, const std::string& folder);
 
 private:
-    std::string log() const;
     std::vector<std::string> doveadm(std::vector<std::string> arguments) const;
     void stop();
 
-    Options options_;
     std::filesystem::path directory_;
     std::filesystem::path configFile_;
     std::filesystem::path caFile_;

@@ -4,11 +4,8 @@
 #include "support/Corpus.h"
 #include "support/Subprocess.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <fstream>
-#include <sys/stat.h>
 
 namespace qs::test {
 
@@ -70,12 +67,9 @@ void seedFolders(const fs::path& directory, const fs::path& config, const std::s
             std::ofstream(file, std::ios::binary) << message.bytes;
             // Dovecot takes a Maildir file's modification time as the message's INTERNALDATE.
             if (message.arrival) {
-                const timespec times[2] = {{static_cast<time_t>(*message.arrival), 0},
-                                           {static_cast<time_t>(*message.arrival), 0}};
-                if (::utimensat(AT_FDCWD, file.c_str(), times, 0) != 0) {
-                    throw fs::filesystem_error("utimensat", file,
-                                               std::error_code(errno, std::generic_category()));
-                }
+                fs::last_write_time(
+                    file, std::chrono::file_clock::from_sys(
+                              std::chrono::sys_seconds{std::chrono::seconds{*message.arrival}}));
             }
         }
     }

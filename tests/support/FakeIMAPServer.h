@@ -19,7 +19,7 @@ struct FakeIMAPCommand {
     std::string tag;
     /// Upper-cased; for UID commands both words: "UID FETCH".
     std::string name;
-    /// Atoms as sent, quoted strings and literals as their bytes, lists as raw text.
+    /// Atoms and lists as sent, quoted strings and literals as their bytes.
     std::vector<std::string> arguments;
     /// The whole command without the final CR LF.
     std::string line;
@@ -28,9 +28,7 @@ struct FakeIMAPCommand {
 /// The server side of one accepted connection, for programmable handlers.
 class FakeIMAPConnection {
 public:
-    /// Sends `line` and CR LF.
     void send(std::string_view line) { sendRaw(std::string(line) + "\r\n"); }
-    /// Sends `bytes` exactly as given.
     void sendRaw(std::string_view bytes);
     /// Closes the connection after the handler returns.
     void close() { closeRequested_ = true; }
@@ -43,30 +41,24 @@ private:
     bool closeRequested_ = false;
 };
 
-/// A fake IMAP server on 127.0.0.1, plain TCP, on a thread of its own, for tests that drive the
-/// client through an exact exchange. It knows nothing of IMAP beyond lines and `{n}` literals;
-/// everything the client sends is recorded.
+/// A fake IMAP server on 127.0.0.1, plain TCP, on a thread of its own. It knows nothing of IMAP
+/// beyond lines and `{n}` literals; every client line is recorded.
 ///
 /// Scripted mode: one step per line, run in order on the first connection; `---` starts the
 /// script of the next connection (connections beyond the last script are closed at once):
 ///
-///     # comment
-///     S: * OK ready                   sends the text and CR LF; `$TAG` is the client's last tag
-///     C: M0001 LOGIN "joe" "secret"   expects exactly this client line (tag `*`: any tag)
-///     B: * 1 FETCH (BODY[] {5}\r\nhel sends bytes as given; escapes \r \n \t \\ \xHH
+///     S: * OK ready                   sends the text and CR LF
+///     C: M0001 LOGIN "joe" "secret"   expects exactly this client line
+///     B: * 1 FETCH (BODY[] {5}\r\nhel sends bytes as given; escapes \r \n and \\ only
 ///     trickle 20: * OK slow           sends the text and CR LF one byte every 20 ms
 ///     stall                           goes silent; the connection stays open
 ///     X                               closes the connection
 ///
-/// After a client line ending in `{n}` and a server line starting with `+`, the next `C:` step
-/// takes the literal's n bytes and the rest of the line as one line. A mismatch is recorded in
-/// `failures()` and closes the connection; after the last step any further client line is a
-/// failure. Tests end with `EXPECT_TRUE(server.waitUntilDone())`.
+/// A literal and the rest of its line are one `C:` line. A mismatch is recorded in `failures()`
+/// and closes the connection, as does any client line after the last step.
 ///
 /// Programmable mode: every connection gets the greeting, then each complete command (literals
 /// answered with "+ go ahead") goes to the handler on the server thread (see FakeMailbox).
-///
-/// Destroying the server stops its thread at once, stalls included.
 class FakeIMAPServer {
 public:
     using Handler = std::function<void(FakeIMAPConnection&, const FakeIMAPCommand&)>;
@@ -75,7 +67,6 @@ public:
     explicit FakeIMAPServer(std::string_view scenario);
     /// Programmable mode: `greeting` (without CR LF) goes out on every new connection.
     FakeIMAPServer(std::string greeting, Handler handler);
-    ~FakeIMAPServer();
 
     FakeIMAPServer(const FakeIMAPServer&) = delete;
     FakeIMAPServer& operator=(const FakeIMAPServer&) = delete;
@@ -84,24 +75,19 @@ public:
 
     /// Every client line so far, without line ends.
     std::vector<std::string> received() const { return locked(received_); }
-    /// Scenario mismatches and protocol surprises, with the step's line number.
     std::vector<std::string> failures() const { return locked(failures_); }
     int connectionCount() const { return locked(connections_); }
-    /// True when every script has run to its end and nothing failed.
-    bool ok() const;
-    /// Waits until every script has run to its end (or failed), at most `limit`. Returns ok().
+    /// Waits until every script has run to its end (or failed), at most `limit`; true when all
+    /// ran and nothing failed.
     bool waitUntilDone(std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
 
 private:
     struct Step {
-        enum class Kind { send, expect, stall, close };
-        Kind kind;
+        char kind; // 'S'end, 'C' expect, 's'tall, 'X' close
         std::string text;
-        /// For a trickle: the pause after each byte, in milliseconds.
-        int interval = 0;
+        int interval = 0; // a trickle's pause after each byte, in ms
         int lineNumber = 0;
     };
-    class Reader;
 
     template <typename T>
     T locked(const T& value) const {
@@ -112,7 +98,6 @@ private:
     void runScript(int fd, const std::vector<Step>& steps);
     void runHandler(int fd);
     void note(std::vector<std::string>& list, std::string line);
-    bool pause(int milliseconds);
 
     std::vector<std::vector<Step>> scripts_;
     std::string greeting_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <ctime>
+#include <iomanip>
 #include <iterator>
 #include <sstream>
 
@@ -10,37 +11,30 @@ namespace qs::test {
 
 namespace {
 
-constexpr const char* months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
 std::string upper(std::string text) {
     for (char& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
 }
 
+// Month names from the classic locale whatever the program's one is.
 std::string internalDate(int64_t seconds) {
     std::time_t time = static_cast<std::time_t>(seconds);
     std::tm parts{};
     ::gmtime_r(&time, &parts);
-    char text[40];
-    std::snprintf(text, sizeof text, "%02d-%s-%04d %02d:%02d:%02d +0000", parts.tm_mday,
-                  months[parts.tm_mon], parts.tm_year + 1900, parts.tm_hour, parts.tm_min,
-                  parts.tm_sec);
-    return text;
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    out << std::put_time(&parts, "%d-%b-%Y %H:%M:%S +0000");
+    return out.str();
 }
 
 // "5-Mar-2024" as the Unix seconds of its midnight in UTC; -1 when it doesn't read.
 int64_t searchDate(const std::string& text) {
     std::tm parts{};
-    char month[4] = {};
-    if (std::sscanf(text.c_str(), "%d-%3c-%d", &parts.tm_mday, month, &parts.tm_year) != 3)
-        return -1;
-    parts.tm_year -= 1900;
-    for (parts.tm_mon = 0; parts.tm_mon < 12; ++parts.tm_mon)
-        if (upper(month) == upper(months[parts.tm_mon]))
-            return static_cast<int64_t>(::timegm(&parts));
-    return -1;
+    std::istringstream in(text);
+    in.imbue(std::locale::classic());
+    in >> std::get_time(&parts, "%d-%b-%Y");
+    return in.fail() ? -1 : static_cast<int64_t>(::timegm(&parts));
 }
 
 bool hasFlag(const FakeMailbox::Message& message, const std::string& flag) {
@@ -61,23 +55,15 @@ bool FakeMailbox::inSet(const std::string& set, uint32_t uid, uint32_t highest) 
     auto number = [&](const std::string& text) {
         return text == "*" ? highest : static_cast<uint32_t>(std::stoul(text));
     };
-    for (size_t i = 0; i <= set.size();) {
-        size_t end = std::min(set.find(',', i), set.size());
-        std::string piece = set.substr(i, end - i);
-        i = end + 1;
-        if (piece.empty())
-            continue;
+    std::istringstream pieces(set);
+    for (std::string piece; std::getline(pieces, piece, ',');) {
         size_t colon = piece.find(':');
-        uint32_t first = number(piece.substr(0, colon));
+        uint32_t first = piece.empty() ? 0 : number(piece.substr(0, colon));
         uint32_t last = colon == std::string::npos ? first : number(piece.substr(colon + 1));
-        if (uid >= std::min(first, last) && uid <= std::max(first, last))
+        if (!piece.empty() && uid >= std::min(first, last) && uid <= std::max(first, last))
             return true;
     }
     return false;
-}
-
-FakeMailbox::FakeMailbox(Options options) : options_(std::move(options)) {
-    folders_["INBOX"] = Folder{};
 }
 
 std::string FakeMailbox::capabilities() const {
@@ -146,44 +132,88 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
     const std::string& tag = command.tag;
     const std::vector<std::string>& args = command.arguments;
     const std::string& name = command.name;
+    const bool expunge = name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus);
     // Commands on a folder need one selected and their arguments; changes need it writable.
-    const bool changes =
-        name == "UID STORE" || name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus);
-    const size_t needed = name == "UID FETCH" ? 2 : name == "UID STORE" ? 3 : 0;
-    if ((changes || name == "UID SEARCH" || name == "UID FETCH") &&
-        (!selected() || args.size() < needed || (name == "UID EXPUNGE" && args.empty()))) {
+    const size_t needed = name == "UID FETCH"     ? 2
+                          : name == "UID STORE"   ? 3
+                          : name == "UID EXPUNGE" ? 1
+                                                  : 0;
+    Folder* folder = selected();
+    if ((expunge || name.starts_with("UID ")) && (!folder || args.size() < needed)) {
         connection.send(tag + " BAD No mailbox selected");
-    } else if (changes && readOnly_) {
+    } else if ((expunge || name == "UID STORE") && readOnly_) {
         connection.send(tag + " NO Mailbox is read-only");
     } else if (name == "CAPABILITY") {
         connection.send("* CAPABILITY " + capabilities());
         connection.send(tag + " OK CAPABILITY completed");
     } else if (name == "LOGIN") {
-        if (args.size() == 2 && args[0] == options_.user && args[1] == options_.password) {
-            signedIn_ = true;
-            selected_.clear();
-            connection.send(tag + " OK [CAPABILITY " + capabilities() + "] Logged in");
-        } else {
-            connection.send(tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
-        }
+        selected_.clear();
+        connection.send(args.size() == 2 && args[0] == options_.user && args[1] == options_.password
+                            ? tag + " OK [CAPABILITY " + capabilities() + "] Logged in"
+                            : tag + " NO [AUTHENTICATIONFAILED] Authentication failed.");
     } else if (name == "LIST") {
-        for (const auto& [folderName, folder] : folders_) {
-            connection.send("* LIST (" + joined(folder.attributes) + ") \"/\" \"" + folderName +
+        for (const auto& [folderName, listed] : folders_)
+            connection.send("* LIST (" + joined(listed.attributes) + ") \"/\" \"" + folderName +
                             "\"");
-        }
         connection.send(tag + " OK List completed");
     } else if (name == "SELECT" || name == "EXAMINE") {
-        select(connection, command, name == "EXAMINE");
+        selected_ = args.empty() ? "" : args[0];
+        readOnly_ = name == "EXAMINE";
+        if (!(folder = selected())) {
+            selected_.clear();
+            return connection.send(tag + " NO [NONEXISTENT] Mailbox doesn't exist");
+        }
+        connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
+        connection.send("* " + std::to_string(folder->messages.size()) + " EXISTS");
+        connection.send("* OK [UIDVALIDITY " + std::to_string(folder->uidValidity) + "] valid");
+        connection.send("* OK [UIDNEXT " + std::to_string(folder->uidNext) + "] next UID");
+        connection.send(tag + (readOnly_ ? " OK [READ-ONLY]" : " OK [READ-WRITE]") + " done");
     } else if (name == "UID SEARCH") {
-        search(connection, command);
+        uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
+        std::string found;
+        for (const Message& message : folder->messages) {
+            bool matches = true;
+            for (size_t i = 0; i < args.size() && matches; ++i) {
+                std::string key = upper(args[i]);
+                if (key == "DELETED" || key == "UNDELETED")
+                    matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
+                else if (key == "UID" && i + 1 < args.size())
+                    matches = inSet(args[++i], message.uid, highest);
+                else if (key == "BEFORE" && i + 1 < args.size())
+                    matches = message.internalDate < searchDate(args[++i]);
+                else if (key != "ALL")
+                    return connection.send(tag + " BAD Unknown search criterion " + args[i]);
+            }
+            if (matches)
+                found += " " + std::to_string(message.uid);
+        }
+        connection.send("* SEARCH" + found);
+        connection.send(tag + " OK Search completed");
     } else if (name == "UID FETCH") {
         fetch(connection, command);
     } else if (name == "UID STORE") {
-        store(connection, command);
-    } else if (name == "EXPUNGE" || (name == "UID EXPUNGE" && options_.uidplus)) {
-        expunge(connection, command, name == "UID EXPUNGE");
-    } else if (name == "NOOP") {
-        connection.send(tag + " OK NOOP completed");
+        std::istringstream words(args[2].starts_with('(') ? args[2].substr(1, args[2].size() - 2)
+                                                          : args[2]);
+        std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
+        for (size_t index : inSelected(args[0])) {
+            std::vector<std::string>& set = folder->messages[index].flags;
+            for (const std::string& flag : flags) {
+                if (args[1].starts_with("-"))
+                    std::erase_if(set, [&](const auto& f) { return upper(f) == upper(flag); });
+                else if (!hasFlag(folder->messages[index], flag))
+                    set.push_back(flag);
+            }
+        }
+        connection.send(tag + " OK Store completed");
+    } else if (expunge) {
+        std::vector<size_t> chosen = inSelected(name == "UID EXPUNGE" ? args[0] : "1:*");
+        for (auto index = chosen.rbegin(); index != chosen.rend(); ++index) {
+            if (hasFlag(folder->messages[*index], "\\Deleted")) {
+                connection.send("* " + std::to_string(*index + 1) + " EXPUNGE");
+                folder->messages.erase(folder->messages.begin() + std::ptrdiff_t(*index));
+            }
+        }
+        connection.send(tag + " OK Expunge completed");
     } else if (name == "LOGOUT") {
         connection.send("* BYE Logging out");
         connection.send(tag + " OK Logout completed");
@@ -193,67 +223,18 @@ void FakeMailbox::handle(FakeIMAPConnection& connection, const FakeIMAPCommand& 
     }
 }
 
-void FakeMailbox::select(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
-                         bool readOnly) {
-    selected_ = command.arguments.empty() ? "" : command.arguments[0];
-    Folder* folder = selected();
-    if (!folder) {
-        selected_.clear();
-        connection.send(command.tag + " NO [NONEXISTENT] Mailbox doesn't exist");
-        return;
-    }
-    readOnly_ = readOnly;
-    connection.send("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft)");
-    connection.send("* " + std::to_string(folder->messages.size()) + " EXISTS");
-    connection.send("* OK [UIDVALIDITY " + std::to_string(folder->uidValidity) + "] UIDs valid");
-    connection.send("* OK [UIDNEXT " + std::to_string(folder->uidNext) + "] Predicted next UID");
-    connection.send(command.tag + (readOnly ? " OK [READ-ONLY]" : " OK [READ-WRITE]") +
-                    " Select completed");
-}
-
-void FakeMailbox::search(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    Folder* folder = selected();
-    uint32_t highest = folder->messages.empty() ? 0 : folder->messages.back().uid;
-    std::string found;
-    for (const Message& message : folder->messages) {
-        bool matches = true;
-        const std::vector<std::string>& criteria = command.arguments;
-        for (size_t i = 0; i < criteria.size() && matches; ++i) {
-            std::string key = upper(criteria[i]);
-            if (key == "DELETED" || key == "UNDELETED") {
-                matches = hasFlag(message, "\\Deleted") == (key == "DELETED");
-            } else if (key == "SEEN" || key == "UNSEEN") {
-                matches = hasFlag(message, "\\Seen") == (key == "SEEN");
-            } else if (key == "UID" && i + 1 < criteria.size()) {
-                matches = inSet(criteria[++i], message.uid, highest);
-            } else if (key == "BEFORE" && i + 1 < criteria.size()) {
-                matches = message.internalDate < searchDate(criteria[++i]);
-            } else if (key != "ALL") {
-                connection.send(command.tag + " BAD Unknown search criterion " + criteria[i]);
-                return;
-            }
-        }
-        if (matches)
-            found += " " + std::to_string(message.uid);
-    }
-    connection.send("* SEARCH" + found);
-    connection.send(command.tag + " OK Search completed");
-}
-
 void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
     std::vector<Message>& messages = selected()->messages;
     std::string items = upper(command.arguments[1]);
     auto asked = [&](const char* item) {
         return items.find(item) != std::string::npos;
     };
-    bool body = asked("BODY.PEEK[]") || asked("BODY[]");
+    bool body = asked("[]");
     bool firstBodies = body && ++bodyFetches_ == 1;
     if (firstBodies)
         connection.sendRaw(beforeFirstBodies);
     for (size_t index : inSelected(command.arguments[0])) {
         Message& message = messages[index];
-        if (asked("BODY[]") && !readOnly_ && !hasFlag(message, "\\Seen"))
-            message.flags.push_back("\\Seen");
         std::string line =
             "* " + std::to_string(index + 1) + " FETCH (UID " + std::to_string(message.uid);
         int64_t size = message.reportedSize.value_or(static_cast<int64_t>(message.body.size()));
@@ -278,46 +259,6 @@ void FakeMailbox::fetch(FakeIMAPConnection& connection, const FakeIMAPCommand& c
     if (firstBodies)
         connection.sendRaw(afterFirstBodies);
     connection.send(command.tag + " OK Fetch completed");
-}
-
-void FakeMailbox::store(FakeIMAPConnection& connection, const FakeIMAPCommand& command) {
-    std::vector<Message>& messages = selected()->messages;
-    std::string change = upper(command.arguments[1]);
-    std::string list = command.arguments[2];
-    std::istringstream words(list.starts_with('(') ? list.substr(1, list.size() - 2) : list);
-    std::vector<std::string> flags{std::istream_iterator<std::string>(words), {}};
-    for (size_t index : inSelected(command.arguments[0])) {
-        Message& message = messages[index];
-        if (change.starts_with("FLAGS"))
-            message.flags = flags;
-        for (const std::string& flag : flags) {
-            if (change.starts_with("+") && !hasFlag(message, flag)) {
-                message.flags.push_back(flag);
-            } else if (change.starts_with("-")) {
-                std::erase_if(message.flags,
-                              [&](const std::string& f) { return upper(f) == upper(flag); });
-            }
-        }
-        if (!change.ends_with(".SILENT")) {
-            connection.send("* " + std::to_string(index + 1) + " FETCH (UID " +
-                            std::to_string(message.uid) + " FLAGS (" + joined(message.flags) +
-                            "))");
-        }
-    }
-    connection.send(command.tag + " OK Store completed");
-}
-
-void FakeMailbox::expunge(FakeIMAPConnection& connection, const FakeIMAPCommand& command,
-                          bool byUID) {
-    std::vector<Message>& messages = selected()->messages;
-    std::vector<size_t> chosen = byUID ? inSelected(command.arguments[0]) : inSelected("1:*");
-    for (auto index = chosen.rbegin(); index != chosen.rend(); ++index) {
-        if (hasFlag(messages[*index], "\\Deleted")) {
-            connection.send("* " + std::to_string(*index + 1) + " EXPUNGE");
-            messages.erase(messages.begin() + static_cast<std::ptrdiff_t>(*index));
-        }
-    }
-    connection.send(command.tag + " OK Expunge completed");
 }
 
 } // namespace qs::test

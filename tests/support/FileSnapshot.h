@@ -11,12 +11,10 @@
 
 namespace qs::test {
 
-/// Every regular file below a folder, by relative path, with its bytes and modification time:
-/// equal snapshots prove that nothing was written.
+/// Every regular file below a folder with its bytes and modification time, by relative path.
 using FileSnapshot = std::map<std::string, std::pair<std::string, std::filesystem::file_time_type>>;
 
-/// The files below `root` (none when it is missing), leaving out every path that has a part
-/// named `skipped` (a file such as the vault's lock, or a whole folder such as its records).
+/// Leaves out every path that has a part named `skipped`.
 inline FileSnapshot snapshotFiles(const std::filesystem::path& root,
                                   std::string_view skipped = {}) {
     FileSnapshot files;

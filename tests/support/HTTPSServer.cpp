@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 namespace qs::test {
@@ -100,20 +101,15 @@ void HTTPSServer::answer(int connection) {
         head.append(buffer, size_t(got));
     }
     Request request;
-    const size_t lineEnd = head.find("\r\n");
-    const std::string line = head.substr(0, lineEnd);
-    const size_t space = line.find(' ');
-    request.path = line.substr(space + 1, line.find(' ', space + 1) - space - 1);
-    for (size_t at = lineEnd + 2; at < head.size();) {
-        const size_t end = head.find("\r\n", at);
-        const std::string field = head.substr(at, end - at);
-        at = end + 2;
-        const size_t colon = field.find(':');
-        if (field.empty() || colon == std::string::npos)
-            break;
-        std::string name = field.substr(0, colon);
+    std::istringstream lines(head);
+    std::string line;
+    std::getline(lines, line);
+    request.path = line.substr(line.find(' ') + 1, line.rfind(' ') - line.find(' ') - 1);
+    while (std::getline(lines, line) && line.find(':') != std::string::npos) {
+        std::string name = line.substr(0, line.find(':'));
         std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
-        request.headers[name] = field.substr(field.find_first_not_of(' ', colon + 1));
+        request.headers[name] = line.substr(line.find_first_not_of(' ', name.size() + 1));
+        request.headers[name].pop_back(); // the CR
     }
     Response response{404, "not here", std::nullopt};
     {

@@ -15,10 +15,8 @@ typedef struct ssl_ctx_st SSL_CTX;
 
 namespace qs::test {
 
-/// An HTTPS server on 127.0.0.1 with canned responses by path (404 for the rest), a record of
-/// the requests, and a way to stop a response half-way until the test lets it go on. Its
-/// certificate comes from the trusted test CA, so a client's real check passes. One connection
-/// at a time, each closed after its response.
+/// An HTTPS server on 127.0.0.1, certified by the trusted test CA, with canned responses by path
+/// (404 for the rest) and a record of the requests; one connection at a time.
 class HTTPSServer {
 public:
     struct Response {
@@ -29,7 +27,6 @@ public:
     };
     struct Request {
         std::string path;
-        /// Header names in lower case.
         std::map<std::string, std::string> headers;
     };
 
@@ -39,10 +36,8 @@ public:
     HTTPSServer& operator=(const HTTPSServer&) = delete;
 
     void route(const std::string& path, Response response);
-    /// "https://127.0.0.1:{port}{path}".
     std::string url(const std::string& path) const;
     std::vector<Request> requests() const;
-    /// Lets every held response finish.
     void release();
 
 private:

@@ -84,18 +84,11 @@ void IMAPRelay::relay(int client) {
                 std::unique_lock guard(lock_);
                 stopped_ = true;
                 changed_.notify_all();
-                if (action_ == Action::cut) {
-                    cut = true;
-                    break;
-                }
-                changed_.wait(guard, [this] { return letGo_ || closing_; });
-                if (closing_) {
-                    cut = true;
-                    break;
-                }
+                if (action_ == Action::hold)
+                    changed_.wait(guard, [this] { return letGo_ || closing_; });
+                cut = action_ == Action::cut || closing_;
             }
-            if (!Loopback::sendAll(server, line))
-                cut = true;
+            cut = cut || !Loopback::sendAll(server, line);
         }
         if (cut)
             break;

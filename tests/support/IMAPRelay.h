@@ -13,18 +13,16 @@
 
 namespace qs::test {
 
-/// A plain TCP relay on 127.0.0.1 in front of a real IMAP server's plain port, passing every
-/// byte through, except that it can stop one chosen client command: hold it until `letGo`, or
-/// cut the connection instead. That stops a real server at an exact point of a conversation.
-/// A command is known by the words after its tag ("UID EXPUNGE" matches "M9 UID EXPUNGE 1:5"),
-/// counted over all connections from `arm` on.
+/// A plain TCP relay in front of a real IMAP server's plain port that can stop one chosen client
+/// command, to stop a real server at an exact point of a conversation. A command is known by
+/// the words after its tag ("UID EXPUNGE" matches "M9 UID EXPUNGE 1:5"), counted over all
+/// connections from `arm` on.
 class IMAPRelay {
 public:
-    /// `cut` closes both sides; the server never sees the command.
+    /// `hold` until `letGo`; `cut` closes both sides, the server never sees the command.
     enum class Action { hold, cut };
 
     explicit IMAPRelay(uint16_t serverPort);
-    /// Closes every connection; a held command goes nowhere.
     ~IMAPRelay();
 
     IMAPRelay(const IMAPRelay&) = delete;
@@ -34,9 +32,7 @@ public:
 
     /// Stops the `occurrence`-th (from 1) command named `command`, replacing an earlier arming.
     void arm(std::string command, int occurrence, Action action);
-    /// Waits until the armed command was held or cut; false after `limit`.
     bool waitUntilStopped(std::chrono::milliseconds limit);
-    /// Passes a held command on to the server.
     void letGo();
 
 private:

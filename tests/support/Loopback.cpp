@@ -17,37 +17,20 @@ namespace qs::test::Loopback {
 namespace {
 
 sockaddr_in address(std::uint16_t port) {
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    result.sin_port = htons(port);
-    return result;
-}
-
-// Bound to a free port and, with a backlog, listening; -1 on failure with errno set.
-int bound(std::uint16_t& port, int backlog) {
-    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in where = address(0);
-    socklen_t length = sizeof where;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&where), length) != 0 ||
-        (backlog > 0 && ::listen(fd, backlog) != 0) ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&where), &length) != 0) {
-        int error = errno;
-        if (fd >= 0)
-            ::close(fd);
-        errno = error;
-        return -1;
-    }
-    port = ntohs(where.sin_port);
-    return fd;
+    return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
 } // namespace
 
 int listen(std::uint16_t& port, int backlog, std::string_view who) {
-    int fd = bound(port, backlog);
-    if (fd < 0)
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in where = address(0);
+    socklen_t length = sizeof where;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&where), length) != 0 ||
+        (backlog > 0 && ::listen(fd, backlog) != 0) ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&where), &length) != 0)
         throw std::runtime_error(std::string(who) + ": cannot listen: " + std::strerror(errno));
+    port = ntohs(where.sin_port);
     return fd;
 }
 
@@ -63,10 +46,7 @@ int connect(std::uint16_t port) {
 
 std::uint16_t freePort() {
     std::uint16_t port = 0;
-    int fd = bound(port, 0);
-    if (fd < 0)
-        throw std::runtime_error(std::string("no free port: ") + std::strerror(errno));
-    ::close(fd);
+    ::close(listen(port, 0, "freePort"));
     return port;
 }
 

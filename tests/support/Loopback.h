@@ -8,22 +8,20 @@
 
 namespace qs::test {
 
-/// Plain TCP on 127.0.0.1 for the test servers: sockets are close-on-exec, and a failure to
-/// listen throws std::runtime_error starting with `who`.
+/// Plain TCP on 127.0.0.1 for the test servers, sockets close-on-exec.
 namespace Loopback {
 
-/// A socket listening on a free port, which `port` receives.
+/// Listening on a free port, which `port` receives; throws std::runtime_error naming `who`.
 int listen(std::uint16_t& port, int backlog, std::string_view who);
-/// A socket connected to `port`, or -1 when nothing accepts there.
+/// -1 when nothing accepts there.
 int connect(std::uint16_t port);
-/// A port that was free a moment ago, for a server that can't take port 0 itself.
+/// A port that was free a moment ago.
 std::uint16_t freePort();
-/// Sends all of `bytes`; false once the peer is gone.
+/// False once the peer is gone.
 bool sendAll(int fd, std::string_view bytes);
 
-/// The accepting side of a test server: a thread that hands each connection on a free port to
-/// `serve`, one at a time (`serve` owns the socket), until `stop`. The owner stops it before
-/// anything `serve` uses goes away.
+/// A thread that hands each connection on a free port to `serve`, one at a time (`serve` owns
+/// the socket), until `stop`, which the owner calls before anything `serve` uses goes away.
 class Listener {
 public:
     Listener(std::string_view who, std::function<void(int)> serve);
@@ -32,13 +30,13 @@ public:
     Listener& operator=(const Listener&) = delete;
 
     std::uint16_t port() const { return port_; }
-    /// Wakes every `wait` for good, and joins the accepting thread.
+    /// Wakes every `wait` for good.
     void stop();
 
     static constexpr int timedOut = -1;
     static constexpr int stopped = -2;
-    /// The index of the first of `fds` that can be read (or has hung up); `timedOut` after
-    /// `milliseconds` (-1: no limit); `stopped` once stopping.
+    /// The index of the first of `fds` that can be read (or has hung up), `timedOut` after
+    /// `milliseconds` (-1: never) or `stopped`.
     int wait(std::initializer_list<int> fds, int milliseconds = -1) const;
 
 private:

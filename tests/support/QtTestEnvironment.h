@@ -1,8 +1,7 @@
 #pragma once
 
-// The Qt side of a test program that GoogleTest drives: one application object for the whole
-// program, and a private home so settings, Documents and keyrings of the machine are never
-// touched.
+// One application object for a GoogleTest program, and a private home so that the machine's
+// settings, Documents and keyrings are never touched.
 
 #include "support/TemporaryDirectory.h"
 

@@ -1,8 +1,7 @@
 #pragma once
 
-// The main window as tests and benchmarks drive it: loaded for a store, shown, its items found
-// by object name, and waits that run a real event loop. QTest::qWaitFor sleeps between rounds,
-// and the web engine's many round trips through the interface thread would each pay that sleep.
+// The main window as tests and benchmarks drive it. Waits run a real event loop: QTest::qWaitFor
+// sleeps between rounds, and each of the web engine's many round trips would pay that sleep.
 
 #include "model/AppStore.h"
 #include "ui/QuernsteadApp.h"
@@ -20,8 +19,7 @@
 
 namespace qs::test {
 
-/// Items of a window's visual tree, popups included, by object name: items made by loaders
-/// hang there, not always among QObject children.
+/// By object name in the visual tree, popups included: items made by loaders hang there.
 inline QList<QQuickItem*> itemsNamed(QQuickItem* from, const QString& name) {
     QList<QQuickItem*> found;
     if (from->objectName() == name)
@@ -35,8 +33,7 @@ inline QQuickItem* itemNamed(QQuickWindow& window, const QString& name) {
     return itemsNamed(window.contentItem(), name).value(0);
 }
 
-/// The main window of `store` loaded into `engine` and shown, at `size` when one is given; null
-/// if it didn't load.
+/// Null if it didn't load.
 inline QQuickWindow* showMainWindow(QQmlApplicationEngine& engine, AppStore& store,
                                     QSize size = {}) {
     QuernsteadApp::load(engine, store);
@@ -48,8 +45,8 @@ inline QQuickWindow* showMainWindow(QQmlApplicationEngine& engine, AppStore& sto
     return window;
 }
 
-/// Does `start` and waits for the message view to finish the load it began; true when the page
-/// loaded. The end of an earlier load (a link refused in the view) doesn't count.
+/// Does `start` and waits for the message view to finish the load it began (not an earlier one,
+/// such as a link refused in the view); true when the page loaded.
 inline bool loadPage(QObject& view, const std::function<void()>& start,
                      int timeoutMilliseconds = 10'000) {
     QSignalSpy loads(&view, SIGNAL(loadingChanged(QWebEngineLoadingInfo)));

@@ -5,9 +5,9 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace qs::test {
@@ -36,32 +36,26 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
     ::close(in[0]);
     ::close(out[1]);
 
-    // Feed the input and drain the output together, so neither side can block the other.
-    ProcessResult result;
-    size_t written = 0;
-    int inFd = in[1];
-    for (;;) {
-        if (inFd >= 0 && written == input.size()) {
-            ::close(inFd);
-            inFd = -1;
-        }
-        pollfd fds[2] = {{out[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
-        if (::poll(fds, inFd >= 0 ? 2 : 1, -1) < 0)
-            continue; // interrupted
-        if (fds[1].revents & (POLLOUT | POLLERR | POLLHUP)) {
-            ssize_t n = ::write(inFd, input.data() + written, input.size() - written);
-            written = n < 0 ? input.size() : written + static_cast<size_t>(n);
-        }
-        if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
-            char chunk[65536];
-            ssize_t n = ::read(out[0], chunk, sizeof chunk);
-            if (n == 0 || (n < 0 && errno != EINTR))
+    // Fed from a thread of its own, so that neither side can block the other.
+    std::thread feeder([&, fd = in[1]] {
+        for (size_t written = 0; written < input.size();) {
+            ssize_t n = ::write(fd, input.data() + written, input.size() - written);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
                 break;
-            result.output.append(chunk, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+            written += size_t(n);
         }
+        ::close(fd);
+    });
+    ProcessResult result;
+    char chunk[65536];
+    for (ssize_t n; (n = ::read(out[0], chunk, sizeof chunk)) != 0;) {
+        if (n < 0 && errno != EINTR)
+            break;
+        result.output.append(chunk, size_t(std::max<ssize_t>(n, 0)));
     }
-    if (inFd >= 0)
-        ::close(inFd);
+    feeder.join();
     ::close(out[0]);
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {

@@ -5,8 +5,7 @@
 
 namespace qs::test {
 
-/// A fresh, empty folder below the system's temporary folder, removed with everything in it
-/// when the object goes away.
+/// A fresh, empty temporary folder, removed with everything in it when the object goes.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
@@ -22,12 +21,10 @@ private:
 
 namespace ScratchFiles {
 
-/// A new folder below the temporary folder that every user may read: servers running under
-/// another uid (Dovecot's workers) read their configuration and chain from it.
+/// A new temporary folder every user may read, for servers running under another uid.
 std::filesystem::path makeSharedFolder(const char* prefix);
-/// Writes `text` whole; throws std::runtime_error when it can't.
 void write(const std::filesystem::path& path, const std::string& text);
-/// The file's bytes, empty when it can't be read (a log that was never written).
+/// Empty when the file can't be read (a log that was never written).
 std::string read(const std::filesystem::path& path);
 
 } // namespace ScratchFiles

@@ -1,8 +1,7 @@
 #pragma once
 
-// The web engine of the reader, started as the tests need it: before the application object,
-// without GPU, and as root without its sandbox (which refuses to run as root). Never done so
-// in the shipped program.
+// The reader's web engine as tests need it: before the application object, without GPU, and as
+// root without its sandbox (which refuses to run as root). Never so in the shipped program.
 
 #include "ui/MailScheme.h"
 
