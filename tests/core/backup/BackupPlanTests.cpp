@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <future>
 #include <numeric>
@@ -47,18 +46,6 @@ TEST(BackupPlan, Chunked) {
     EXPECT_EQ(qs::BackupPlan::chunked(range(5), 2), (Batches{{1, 2}, {3, 4}, {5}}));
     EXPECT_TRUE(qs::BackupPlan::chunked({}, 500).empty());
     EXPECT_EQ(qs::BackupPlan::chunked({4, 5}, 0), (Batches{{4}, {5}}));
-}
-
-TEST(FilingWorker, RunsJobsInOrderAndTheDestructorFinishesThem) {
-    std::vector<int> order;
-    {
-        qs::FilingWorker worker(10);
-        for (int i = 0; i < 100; ++i) {
-            worker.post(1, [&order, i] { order.push_back(i); });
-        }
-    }
-    ASSERT_EQ(order.size(), 100u);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
 // `post` returns once the unfinished weight is within the budget.

@@ -74,17 +74,11 @@ protected:
         }
     }
 
-    std::map<std::uint32_t, std::string> inbox() const {
-        std::map<std::uint32_t, std::string> messages;
-        for (const auto& held : mail.messages("INBOX")) {
-            messages[held.uid] = held.body;
-        }
-        return messages;
-    }
-
+    // UIDs run from 1 wherever this is used.
     void expectSavedFilesWhole() {
+        auto held = mail.messages("INBOX");
         for (const auto& [uid, path] : state("INBOX").files) {
-            EXPECT_EQ(FileIO::read(layout.url(path)), inbox().at(std::stoul(uid))) << path;
+            EXPECT_EQ(FileIO::read(layout.url(path)), held.at(std::stoul(uid) - 1).body) << path;
         }
     }
 
@@ -228,14 +222,14 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
                        "UID FETCH 41:80" + meta + " BODY.PEEK[])",
                        "UID FETCH 81:100" + meta + " BODY.PEEK[])", "LOGOUT"}));
     EXPECT_EQ(summary.newMessages, 100);
-    auto held = inbox();
+    auto held = mail.messages("INBOX");
     std::vector<std::int64_t> upTo{0};
-    for (const auto& [uid, bytes] : held) {
-        upTo.push_back(upTo.back() + static_cast<std::int64_t>(bytes.size()));
-        EXPECT_EQ(FileIO::read(layout.url(summary.files.at(uid - 1))), bytes);
+    for (const auto& message : held) {
+        upTo.push_back(upTo.back() + std::ssize(message.body));
+        EXPECT_EQ(FileIO::read(layout.url(summary.files.at(message.uid - 1))), message.body);
     }
     const std::int64_t total = upTo[100];
-    const auto secondSize = static_cast<std::int64_t>(held[2].size());
+    const auto secondSize = std::ssize(held[1].body);
     const std::int64_t told = total - secondSize;
     EXPECT_EQ(summary.bytes, total);
     EXPECT_EQ(messageFiles(layout.root).size(), 100u);
@@ -263,79 +257,75 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     EXPECT_EQ(filed.files.at("1"), "Acct/INBOX/2024/2024-03-05 m1 1.eml");
     EXPECT_EQ(filed.sizes->at("2"), secondSize);
 
-    auto before = test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName);
+    auto before = messageFiles(layout.root);
     auto again = backUp();
     EXPECT_EQ(again.newMessages, 0);
     EXPECT_EQ(takeCommands(), (Strings{"LOGIN joe pw", "LIST  *", "EXAMINE INBOX",
                                        "UID SEARCH UID 101:*", "LOGOUT"}));
     EXPECT_EQ(reports.back().completed, (std::map<std::string, int>{{"INBOX", 0}}));
-    EXPECT_EQ(test::snapshotFiles(layout.root, ArchiveLayout::metaDirectoryName), before);
+    EXPECT_EQ(messageFiles(layout.root), before);
 }
 
-class BodyCutShort : public RunnerWithFake, public testing::WithParamInterface<bool> {};
-
-TEST_P(BodyCutShort, KeepsFinishedBatchesAndResumes) {
-    const bool stall = GetParam();
-    fill("INBOX", 100);
-    mail.dropInBody = 50;
-    mail.stallInBody = stall;
-    timeout = 0.3;
-    try {
-        backUp();
-        FAIL() << "the run should have failed";
-    } catch (const IMAPError& error) {
-        EXPECT_EQ(error.kind(), stall ? IMAPError::Kind::timeout : IMAPError::Kind::closed);
-    }
-    auto filed = state("INBOX");
-    EXPECT_EQ(filed.highestUID, 40u);
-    EXPECT_EQ(filed.files.size(), 40u);
-    EXPECT_FALSE(filed.lastRun.has_value());
-    // Bodies 41 to 49 reached the disk before the fault, unrecorded.
-    EXPECT_EQ(messageFiles(layout.root).size(), 49u);
-
-    mail.dropInBody.reset();
-    EXPECT_EQ(backUp().newMessages, 60);
-    EXPECT_EQ(commandsNamed("UID SEARCH").back(), "UID SEARCH UID 41:*");
-    EXPECT_EQ(messageFiles(layout.root).size(), 100u);
-    EXPECT_EQ(state("INBOX").files.size(), 100u);
-    expectSavedFilesWhole();
-}
-
-INSTANTIATE_TEST_SUITE_P(DropOrStall, BodyCutShort, testing::Bool());
-
-// An unasked-for answer is ignored; one that would exhaust memory ends the run first.
-struct HostileCase {
+// A connection cut or stalled keeps the batches saved before it; an unasked-for answer is
+// ignored; one that would exhaust memory ends the run first. The next run files the rest.
+struct FaultCase {
     const char* name;
-    std::string before;                          // sent ahead of the first batch's bodies
-    std::string after;                           // sent after them
-    std::map<std::uint32_t, std::uint64_t> told; // RFC822.SIZE told instead of the true one
+    std::uint32_t messages;
+    size_t batch;
+    std::optional<int> dropInBody;
+    bool stall;
+    std::string before;     // sent ahead of the first batch's bodies
+    std::string after;      // sent after them
+    std::int64_t toldFirst; // RFC822.SIZE told for UID 1 instead of the true one; 0: the true one
     std::optional<std::string> error;
+    size_t saved;
+    size_t onDisk; // bodies 41 to 49 reach the disk before a cut, unrecorded
 };
 
-class HostileAnswers : public RunnerWithFake, public testing::WithParamInterface<HostileCase> {};
+class ServerFault : public RunnerWithFake, public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(HostileAnswers, AreIgnoredOrEndTheRunBeforeMemoryGoes) {
-    fill("INBOX", 3);
-    mail.edit("INBOX", [](FakeMailbox::Folder& f) {
+TEST_P(ServerFault, KeepsWhatWasSavedAndTheNextRunFilesTheRest) {
+    const FaultCase& row = GetParam();
+    fill("INBOX", row.messages);
+    mail.edit("INBOX", [&](FakeMailbox::Folder& f) {
         f.messages[0].body = message(1, 200'000);
-        for (const auto& [uid, size] : GetParam().told) {
-            f.messages[uid - 1].reportedSize = static_cast<std::int64_t>(size);
+        if (row.toldFirst) {
+            f.messages[0].reportedSize = row.toldFirst;
         }
     });
-    mail.beforeFirstBodies = GetParam().before;
-    mail.afterFirstBodies = GetParam().after;
+    mail.dropInBody = row.dropInBody;
+    mail.stallInBody = row.stall;
+    mail.beforeFirstBodies = row.before;
+    mail.afterFirstBodies = row.after;
+    timeout = 0.3;
     std::optional<std::string> error;
     try {
-        backUp(1);
+        backUp(row.batch);
     } catch (const IMAPParseError& parse) {
         error = parse.description();
+    } catch (const IMAPError& imap) {
+        error = imap.kind() == IMAPError::Kind::timeout  ? "timeout"
+                : imap.kind() == IMAPError::Kind::closed ? "closed"
+                                                         : imap.what();
     }
-    EXPECT_EQ(error, GetParam().error);
+    EXPECT_EQ(error, row.error);
     auto saved = state("INBOX");
-    EXPECT_EQ(saved.files.size(), error ? 0u : 3u);
-    EXPECT_EQ(saved.highestUID, error ? 0u : 3u);
+    EXPECT_EQ(saved.files.size(), row.saved);
+    EXPECT_EQ(saved.highestUID, row.saved);
+    EXPECT_EQ(saved.lastRun.has_value(), !error);
     expectSavedFilesWhole();
-    EXPECT_EQ(messageFiles(layout.root).size(), saved.files.size());
+    EXPECT_EQ(messageFiles(layout.root).size(), row.onDisk);
+
+    mail.dropInBody.reset();
+    mail.beforeFirstBodies = mail.afterFirstBodies = "";
+    mail.edit("INBOX", [](FakeMailbox::Folder& f) { f.messages[0].reportedSize.reset(); });
+    takeCommands();
+    EXPECT_EQ(backUp(row.batch).newMessages, static_cast<int>(row.messages - row.saved));
+    EXPECT_EQ(commandsNamed("UID SEARCH"),
+              Strings{"UID SEARCH UID " + std::to_string(row.saved + 1) + ":*"});
+    EXPECT_EQ(messageFiles(layout.root).size(), row.messages);
+    EXPECT_EQ(state("INBOX").files.size(), row.messages);
+    expectSavedFilesWhole();
 }
 
 std::string forged(std::uint32_t uid) {
@@ -344,14 +334,16 @@ std::string forged(std::uint32_t uid) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(
-    Server, HostileAnswers,
+    Server, ServerFault,
     testing::Values(
-        HostileCase{"UnrequestedUID", forged(3), {}, {}, {}},
-        HostileCase{"SecondBodyForTheSameUID", {}, forged(1), {}, {}},
-        HostileCase{"HugeLiteral", "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ", {}, {},
-                    "bad literal"},
-        HostileCase{"BodyFarAboveTheToldSize", {}, {}, {{1, 1000}}, "bad literal"}),
-    [](const testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
+        FaultCase{"Drop", 100, 40, 50, false, {}, {}, 0, "closed", 40, 49},
+        FaultCase{"Stall", 100, 40, 50, true, {}, {}, 0, "timeout", 40, 49},
+        FaultCase{"UnrequestedUID", 3, 1, {}, false, forged(3), {}, 0, {}, 3, 3},
+        FaultCase{"SecondBodyForTheSameUID", 3, 1, {}, false, {}, forged(1), 0, {}, 3, 3},
+        FaultCase{"HugeLiteral", 3, 1, {}, false,
+                  "* 1 FETCH (UID 1 BODY[] {10000000000000}\r\nFrom: ", {}, 0, "bad literal", 0, 0},
+        FaultCase{"BodyFarAboveTheToldSize", 3, 1, {}, false, {}, {}, 1000, "bad literal", 0, 0}),
+    [](const testing::TestParamInfo<FaultCase>& info) { return std::string(info.param.name); });
 // clang-format on
 
 TEST_F(RunnerWithFake, GreatestPossibleUIDIsNotAskedPast) {
@@ -425,16 +417,15 @@ TEST_F(RunnerWithFake, BlockedSyncFileThrowsAndLeavesWholeMessages) {
     }
 }
 
-TEST(FilesBySize, WalksEMLFilesAtAnyDepth) {
-    test::TemporaryDirectory directory;
-    ArchiveLayout layout{directory.path()};
-    fs::create_directories(directory.path() / "A/F/2024/deep");
+// Neither a temporary file nor another kind of file is taken for a filed message.
+TEST_F(RunnerWithFake, FilesBySizeWalksEMLFilesAtAnyDepth) {
     for (const auto& [name, bytes] : {std::pair{"x.eml", "abc"},
                                       {"deep/y.EML", "xyz"},
                                       {"z.eml", "four"},
                                       {"note.txt", "abc"},
                                       {".qs-tmp-1-0-w.eml", "abc"}}) {
-        std::ofstream(directory.path() / "A/F/2024" / name) << bytes;
+        fs::create_directories((layout.url("A/F/2024") / name).parent_path());
+        std::ofstream(layout.url("A/F/2024") / name) << bytes;
     }
     EXPECT_EQ(BackupRunner::filesBySize(layout, "A/F"),
               (std::map<std::uint64_t, Strings>{{3, {"A/F/2024/deep/y.EML", "A/F/2024/x.eml"}},

@@ -1,4 +1,3 @@
-// The whole path against a real Dovecot over TLS (with UIDPLUS).
 #include "backup/BackupRunner.h"
 #include "cleanup/Cleaner.h"
 #include "support/DovecotFixture.h"
@@ -9,8 +8,6 @@
 #include "vault/VaultLock.h"
 
 #include <gtest/gtest.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -25,17 +22,13 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     const int64_t old = 1577836800;              // 1 Jan 2020
     const int64_t recent = 1700000000;           // Nov 2023
     const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
-    std::vector<std::string> mail = test::corpusMail(40, {200, 200'000, true, true, false});
-    ASSERT_EQ(mail.size(), 40u);
+    std::vector<std::string> mail = test::corpusMail(30, {200, 200'000, true, true, false});
+    ASSERT_EQ(mail.size(), 30u);
     std::vector<test::SeedMessage> inbox;
     for (size_t i = 0; i < 30; ++i) {
         inbox.push_back({mail[i], i < 20 ? old + static_cast<int64_t>(i) * 86400 : recent});
     }
-    std::vector<test::SeedMessage> renumbered;
-    for (size_t i = 30; i < 40; ++i) {
-        renumbered.push_back({mail[i], old});
-    }
-    test::seedFolders(dovecot, "cleanup", {{"INBOX", inbox}, {"Renumbered", renumbered}});
+    test::seedFolders(dovecot, "cleanup", {{"INBOX", inbox}});
 
     test::TemporaryDirectory directory;
     ArchiveLayout layout{directory.path() / "vault"};
@@ -44,8 +37,8 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     account.label = "Cleanup";
     account.username = "cleanup";
     account.server = {"127.0.0.1", dovecot.imapsPort(), false};
-    account.folders = {"INBOX", "Renumbered"};
-    ASSERT_EQ(BackupRunner(layout, account, "secret").run({}).newMessages, 40);
+    account.folders = {"INBOX"};
+    ASSERT_EQ(BackupRunner(layout, account, "secret").run({}).newMessages, 30);
 
     // One copy lost from the vault: that message can't be proven and must stay.
     FolderState filed = layout.loadSync(account).folders.at("INBOX");
@@ -62,17 +55,6 @@ TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     EXPECT_TRUE(plan.serverSupportsUIDPlus);
     EXPECT_EQ(plan.uidValidity, filed.uidValidity);
     EXPECT_EQ(plan.otherDeletedOnServer, 0);
-
-    CleanupPlan other = cleaner.plan("Renumbered", limit);
-    ASSERT_EQ(other.verified().size(), 10u);
-    dovecot.setUIDValidity("cleanup", "Renumbered", other.uidValidity + 1000);
-    try {
-        cleaner.execute(other);
-        ADD_FAILURE() << "no error";
-    } catch (const CleanupError& error) {
-        EXPECT_EQ(error, CleanupError::uidValidityChanged());
-    }
-    EXPECT_EQ(dovecot.messages("cleanup", "Renumbered").size(), 10u);
 
     std::vector<std::pair<int64_t, int64_t>> progress;
     EXPECT_EQ(cleaner.execute(

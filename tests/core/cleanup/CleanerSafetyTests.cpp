@@ -48,7 +48,7 @@ struct Scenario {
     }
 
     void markByAnotherClient(uint32_t uid) {
-        if (uid != 0) {
+        {
             std::lock_guard lock(mutex);
             otherMarks.insert(uid);
         }
@@ -87,9 +87,8 @@ struct Scenario {
             markByAnotherClient(uid);
             break;
         case 5:
-            if (coin(0.3)) {
-                world.mailbox.edit("INBOX", [](FakeMailbox::Folder& f) { ++f.uidValidity; });
-            }
+            world.mailbox.edit("INBOX",
+                               [&](FakeMailbox::Folder& f) { f.uidValidity += coin(0.3); });
             break;
         }
     }
@@ -144,9 +143,7 @@ TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
             scenario.damage();
         }
         std::set<uint32_t> verified;
-        for (const CleanupItem& item : plan.verified()) {
-            verified.insert(item.uid);
-        }
+        std::ranges::for_each(plan.verified(), [&](auto& item) { verified.insert(item.uid); });
 
         // Without UIDPLUS no client can help a mark set inside a chunk's STORE..EXPUNGE.
         std::stop_source stop;

@@ -50,33 +50,32 @@ struct Released {
 
 // With UIDPLUS another client's mark is no obstacle, and the marked message stays.
 TEST(CleanerExecute, ReleasesEveryProvenMessageChunkByChunk) {
+    using Strings = std::vector<std::string>;
     for (bool uidplus : {true, false}) {
         Released release(uidplus);
+        const CleanupWorld& world = release.world;
         if (uidplus) {
             release.markOutside();
         }
         ASSERT_EQ(release.plan.verified().size(), 450u);
         EXPECT_EQ(release.run(), std::nullopt);
         EXPECT_EQ(release.returned, 450);
-        EXPECT_EQ(release.world.onServer(), std::vector<uint32_t>{release.outside});
+        EXPECT_EQ(world.onServer(), std::vector<uint32_t>{release.outside});
         EXPECT_EQ(release.progress, (std::vector<std::pair<int64_t, int64_t>>{
                                         {0, 450}, {200, 450}, {400, 450}, {450, 450}}));
-        EXPECT_EQ(release.world.sent("SELECT"), std::vector<std::string>{"SELECT \"INBOX\""});
-        EXPECT_EQ(release.world.sent("UID STORE"),
-                  (std::vector<std::string>{"UID STORE 1:200 +FLAGS.SILENT (\\Deleted)",
-                                            "UID STORE 201:400 +FLAGS.SILENT (\\Deleted)",
-                                            "UID STORE 401:450 +FLAGS.SILENT (\\Deleted)"}));
-        if (uidplus) {
-            EXPECT_EQ(release.world.sent("UID EXPUNGE"),
-                      (std::vector<std::string>{"UID EXPUNGE 1:200", "UID EXPUNGE 201:400",
-                                                "UID EXPUNGE 401:450"}));
-            EXPECT_TRUE(release.world.sent("EXPUNGE").empty());
-        } else {
-            EXPECT_EQ(release.world.sent("EXPUNGE").size(), 3u);
-            // The survey's, one before the run and one before each chunk.
-            EXPECT_EQ(release.world.sent("UID SEARCH DELETED").size(), 1u + 1u + 3u);
+        EXPECT_EQ(world.sent("SELECT"), Strings{"SELECT \"INBOX\""});
+        const std::string ranges[] = {"1:200", "201:400", "401:450"};
+        Strings stores, expunges;
+        for (const auto& range : ranges) {
+            stores.push_back("UID STORE " + range + " +FLAGS.SILENT (\\Deleted)");
+            expunges.push_back("UID EXPUNGE " + range);
         }
-        EXPECT_EQ(release.world.sent("LOGOUT").size(), 2u) << "survey and release";
+        EXPECT_EQ(world.sent("UID STORE"), stores);
+        EXPECT_EQ(world.sent("UID EXPUNGE"), uidplus ? expunges : Strings{});
+        EXPECT_EQ(world.sent("EXPUNGE").size(), uidplus ? 0u : 3u);
+        // Without UIDPLUS: the survey's, one before the run and one before each chunk.
+        EXPECT_EQ(world.sent("UID SEARCH DELETED").size(), uidplus ? 1u : 1u + 1u + 3u);
+        EXPECT_EQ(world.sent("LOGOUT").size(), 2u) << "survey and release";
     }
 }
 
