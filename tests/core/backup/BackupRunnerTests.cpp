@@ -1,11 +1,16 @@
+#include "backup/BackupPlan.h"
 #include "backup/BackupRunner.h"
+#include "backup/FilingWorker.h"
 #include "imap/IMAPError.h"
 #include "imap/IMAPParseError.h"
 #include "support/AtomicFile.h"
 #include "support/Cancellation.h"
+#include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
 #include "support/FakeMailbox.h"
 #include "support/FileIO.h"
 #include "support/FileSnapshot.h"
+#include "support/IMAPRelay.h"
 #include "support/TemporaryDirectory.h"
 #include "vault/VaultBusyError.h"
 #include "vault/VaultLock.h"
@@ -13,8 +18,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <fstream>
+#include <future>
 #include <mutex>
+#include <numeric>
+#include <set>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +38,7 @@ using qs::test::FakeIMAPCommand;
 using qs::test::FakeIMAPConnection;
 using qs::test::FakeMailbox;
 using Strings = std::vector<std::string>;
+using test::DovecotFixture;
 
 constexpr std::int64_t marchFifth = 1709632800;
 
@@ -46,6 +61,8 @@ protected:
     MailAccount account;
     double timeout = 10;
     std::vector<BackupProgress> reports;
+    bool fake = true;
+    std::string password = "pw";
 
     void SetUp() override {
         account.id = UUID::random();
@@ -85,10 +102,13 @@ protected:
     // Whatever the filing thread's timing, a batch is reported only once the state records it.
     BackupSummary backUp(size_t batchCount = 40, const BackupRunner::Progress& also = {},
                          std::stop_token stop = {}) {
-        test::FakeIMAPServer server(mail.greeting(), mail.handler());
+        std::optional<test::FakeIMAPServer> server;
         auto copy = account;
-        copy.server.port = server.port();
-        BackupRunner backup(layout, copy, "pw");
+        if (fake) {
+            server.emplace(mail.greeting(), mail.handler());
+            copy.server.port = server->port();
+        }
+        BackupRunner backup(layout, copy, password);
         backup.batchCount = batchCount;
         backup.timeout = timeout;
         std::vector<BackupProgress> collected;
@@ -431,6 +451,242 @@ TEST_F(RunnerWithFake, FilesBySizeWalksEMLFilesAtAnyDepth) {
               (std::map<std::uint64_t, Strings>{{3, {"A/F/2024/deep/y.EML", "A/F/2024/x.eml"}},
                                                 {4, {"A/F/2024/z.eml"}}}));
     EXPECT_TRUE(BackupRunner::filesBySize(layout, "missing").empty());
+}
+
+// No NUL bytes or bare CRs, which a server may rewrite, and nothing very large.
+const test::CorpusMailFilter plainMail{1, 400'000, false, true, true};
+
+class RunnerWithDovecot : public RunnerWithFake {
+protected:
+    void makeUser(const std::string& user, std::uint16_t port, bool plain) {
+        fake = false;
+        password = "secret";
+        account.label = "Mail of " + user;
+        account.username = user;
+        account.server = {"127.0.0.1", port, plain};
+    }
+
+    // Each UID's file holds its message; `uids` (from 1 when empty) as given.
+    void expectFiled(const std::string& mailbox, const std::vector<std::string>& messages,
+                     std::vector<std::uint32_t> uids = {}) {
+        auto filed = state(mailbox);
+        for (size_t n = uids.size(); n < messages.size(); ++n) {
+            uids.push_back(static_cast<std::uint32_t>(n + 1));
+        }
+        ASSERT_EQ(filed.files.size(), messages.size()) << mailbox;
+        std::set<std::string> paths;
+        for (size_t n = 0; n < uids.size(); ++n) {
+            auto path = filed.files.at(std::to_string(uids[n]));
+            paths.insert(path);
+            EXPECT_EQ(FileIO::read(layout.url(path)), messages[n]) << mailbox << " " << path;
+        }
+        EXPECT_EQ(paths.size(), messages.size()) << mailbox;
+    }
+};
+
+// Killed by SIGKILL after three saved batches, completed by the next run; a third finds nothing.
+TEST_F(RunnerWithDovecot, KilledRunCompletedThenRerunFindsNothing) {
+    DovecotFixture& dovecot = DovecotFixture::shared();
+    dovecot.addUser("full", "secret");
+    makeUser("full", dovecot.imapsPort(), false);
+    auto corpus = test::corpusMail(300, plainMail);
+    ASSERT_EQ(corpus.size(), 300u);
+    std::map<std::string, std::vector<std::string>> folders{
+        {"INBOX", {corpus.begin(), corpus.begin() + 200}},
+        {"Sent", {corpus.begin() + 200, corpus.begin() + 240}},
+        {"Archive/2024", {corpus.begin() + 240, corpus.begin() + 270}},
+        {"Entw&APw-rfe", {corpus.begin() + 270, corpus.end()}}};
+    test::seedFolders(dovecot, "full", folders);
+    account.folders = {"INBOX", "Sent", "Archive/2024", "Entw&APw-rfe"};
+
+    int pipeFds[2];
+    ASSERT_EQ(::pipe(pipeFds), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        try {
+            backUp(5, [&](const BackupProgress& report) {
+                if (!report.newFiles.empty()) {
+                    (void)!::write(pipeFds[1], "x", 1);
+                }
+            });
+        } catch (...) {
+            ::_exit(2);
+        }
+        ::_exit(0);
+    }
+    ::close(pipeFds[1]);
+    char byte = 0;
+    for (int batches = 0; batches < 3; ++batches) {
+        ASSERT_EQ(::read(pipeFds[0], &byte, 1), 1) << "the child ended early";
+    }
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ::close(pipeFds[0]);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    auto interrupted = state("INBOX");
+    const auto saved = static_cast<int>(interrupted.files.size());
+    EXPECT_GE(saved, 15);
+    EXPECT_LT(saved, 200);
+    EXPECT_FALSE(interrupted.lastRun.has_value());
+
+    std::vector<BackupProgress> reports;
+    auto summary = backUp(40, [&](const BackupProgress& report) { reports.push_back(report); });
+    EXPECT_EQ(summary.newMessages, 300 - saved);
+    for (const auto& [name, messages] : folders) {
+        expectFiled(name, messages);
+    }
+    EXPECT_EQ(state("Archive/2024").directory, "Mail of full/Archive - 2024");
+    EXPECT_EQ(state("Entw&APw-rfe").directory, "Mail of full/Entwürfe");
+    EXPECT_EQ(
+        reports.back().completed,
+        (std::map<std::string, int>{
+            {"INBOX", 200 - saved}, {"Sent", 40}, {"Archive/2024", 30}, {"Entw&APw-rfe", 30}}));
+    auto files = messageFiles(layout.root); // the 300 recorded files and nothing else
+    EXPECT_EQ(files.size(), 300u);
+    // No message gained a flag, \Seen included. doveadm speaks UTF-8 names.
+    for (const auto& [name, messages] : folders) {
+        auto stored = dovecot.messages("full", name == "Entw&APw-rfe" ? "Entwürfe" : name);
+        EXPECT_EQ(stored.size(), messages.size()) << name;
+        for (const auto& message : stored) {
+            EXPECT_TRUE(message.flags.empty()) << name << " UID " << message.uid;
+        }
+    }
+
+    EXPECT_EQ(backUp().newMessages, 0);
+    EXPECT_EQ(messageFiles(layout.root), files);
+}
+
+// A folder truly renumbered, its backup cut after each batch in turn, then finished: the files
+// in the vault are recognised, none written again or lost; two identical messages keep two.
+TEST_F(RunnerWithDovecot, RenumberedFolderCutAtEveryBatchBoundaryIsRelinkedWhole) {
+    static DovecotFixture plain(DovecotFixture::Options{true, {}, true});
+    plain.addUser("relink", "secret");
+    test::IMAPRelay relay(plain.imapPort());
+    makeUser("relink", relay.port(), true);
+    auto corpus = test::corpusMail(19, plainMail);
+    corpus.push_back(corpus[0]);
+    test::seedFolders(plain, "relink", {{"INBOX", corpus}});
+    ASSERT_EQ(backUp(4).newMessages, 20);
+    auto before = messageFiles(layout.root);
+
+    // Cut after `batches` of the five body fetches; 0 is a run that isn't cut at all.
+    for (int batches = 0; batches < 5; ++batches) {
+        SCOPED_TRACE(batches);
+        auto uids = plain.renumber("relink", "INBOX");
+        ASSERT_EQ(uids.size(), 20u);
+        if (batches > 0) {
+            relay.arm("UID FETCH", 2 + batches, test::IMAPRelay::Action::cut);
+            EXPECT_THROW(backUp(4), IMAPError);
+            auto cut = state("INBOX");
+            EXPECT_TRUE(cut.relinking);
+            EXPECT_EQ(cut.files.size(), size_t(4 * batches));
+        }
+        relay.arm("nothing", 1, test::IMAPRelay::Action::cut);
+        auto summary = backUp(4);
+        EXPECT_EQ(summary.newMessages, 0);
+        EXPECT_EQ(summary.relinked, 20 - 4 * batches);
+        EXPECT_EQ(summary.bytes, 0);
+        EXPECT_EQ(messageFiles(layout.root), before);
+        auto relinked = state("INBOX");
+        EXPECT_FALSE(relinked.relinking);
+        EXPECT_EQ(relinked.highestUID, uids.back());
+        EXPECT_EQ(relinked.sizes->size(), 20u);
+        expectFiled("INBOX", corpus, uids);
+    }
+}
+
+using Batches = std::vector<std::vector<std::uint32_t>>;
+using Sizes = std::unordered_map<std::uint32_t, std::int64_t>;
+
+std::vector<std::uint32_t> range(std::uint32_t count) {
+    std::vector<std::uint32_t> uids(count);
+    std::iota(uids.begin(), uids.end(), 1);
+    return uids;
+}
+
+// Unknown sizes weigh 50,000.
+TEST(BackupPlan, BatchesCloseOnCountOrBytesAndNeverComeEmpty) {
+    struct Row {
+        std::vector<std::uint32_t> uids;
+        Sizes sizes;
+        size_t count;
+        std::int64_t bytes;
+        Batches expected;
+    };
+    const Row rows[] = {
+        {range(5), {{3, 9'000'000}, {5, 7'000'000}}, 40, 6'000'000, {{1, 2}, {3}, {4}, {5}}},
+        {range(5), {}, 40, 100'000, {{1, 2}, {3, 4}, {5}}},
+        {range(4), {}, 40, 149'999, {{1, 2}, {3, 4}}},
+        {{9, 3, 7}, {}, 2, 6'000'000, {{9, 3}, {7}}},
+        {{}, {}, 40, 6'000'000, {}},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(qs::BackupPlan::batches(row.uids, row.sizes, row.count, row.bytes), row.expected)
+            << row.bytes;
+    }
+}
+
+TEST(BackupPlan, Chunked) {
+    EXPECT_EQ(qs::BackupPlan::chunked(range(5), 2), (Batches{{1, 2}, {3, 4}, {5}}));
+    EXPECT_TRUE(qs::BackupPlan::chunked({}, 500).empty());
+    EXPECT_EQ(qs::BackupPlan::chunked({4, 5}, 0), (Batches{{4}, {5}}));
+}
+
+// `post` returns once the unfinished weight is within the budget.
+TEST(FilingWorker, PostKeepsTheUnfinishedWeightWithinTheBudget) {
+    qs::FilingWorker worker(10);
+    std::promise<void> release;
+    auto gate = release.get_future().share();
+    worker.post(4, [gate] { gate.wait(); }); // 4 unfinished: back at once
+    worker.post(4, [] {});                   // 8: back at once, though the first still runs
+    std::atomic<bool> released{false};
+    std::atomic<bool> returnedEarly{false};
+    std::thread poster([&] {
+        worker.post(4, [] {}); // 12: must wait for the first job
+        returnedEarly = !released.load();
+    });
+    released = true;
+    release.set_value();
+    poster.join();
+    EXPECT_FALSE(returnedEarly);
+
+    std::atomic<bool> heavyDone{false};
+    worker.post(25, [&] { heavyDone = true; });
+    EXPECT_TRUE(heavyDone);
+    worker.finish();
+}
+
+// Budget 0: each post waits, so the failure shows at once; otherwise later jobs are dropped.
+TEST(FilingWorker, FirstFailureDropsLaterJobsAndIsThrownUnchanged) {
+    for (size_t budget : {0, 1000}) {
+        std::vector<int> ran;
+        std::vector<std::string> thrown;
+        qs::FilingWorker worker(budget);
+        auto post = [&](std::function<void()> job) {
+            try {
+                worker.post(1, std::move(job));
+            } catch (const std::runtime_error& error) {
+                thrown.push_back(error.what());
+            }
+        };
+        post([&] { ran.push_back(1); });
+        post([] { throw std::runtime_error("disk full"); });
+        EXPECT_EQ(thrown.size(), budget == 0 ? 1u : 0u);
+        for (int i = 0; i < 50; ++i) {
+            post([&] { ran.push_back(3); });
+        }
+        EXPECT_TRUE(budget != 0 || thrown.size() == 51u);
+        try {
+            worker.finish();
+            ADD_FAILURE() << "finish should throw";
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "disk full");
+        }
+        EXPECT_EQ(ran, std::vector<int>{1}) << budget;
+    }
 }
 
 } // namespace
