@@ -1,8 +1,26 @@
-#include "CleanupWorld.h"
+#include "backup/BackupRunner.h"
+#include "cleanup/Cleaner.h"
 #include "cleanup/CleanupError.h"
 #include "imap/IMAPDate.h"
+#include "mime/MIMEParser.h"
+#include "support/DovecotFixture.h"
+#include "support/DovecotSeed.h"
+#include "support/FakeIMAPServer.h"
+#include "support/FakeMailbox.h"
+#include "support/FileIO.h"
+#include "support/FileSnapshot.h"
+#include "support/TemporaryDirectory.h"
+#include "vault/ArchiveLayout.h"
+#include "vault/VaultLock.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <set>
 
 namespace {
 
@@ -10,10 +28,104 @@ namespace fs = std::filesystem;
 using namespace qs;
 using Status = CleanupItem::Status;
 using Strings = std::vector<std::string>;
-using test::CleanupWorld;
+using test::DovecotFixture;
 using test::FakeIMAPCommand;
 using test::FakeIMAPConnection;
 using test::FakeMailbox;
+
+// A fake server's INBOX and a vault holding copies of it, either side open to change.
+struct CleanupWorld {
+    static constexpr int64_t oldDate = 1704067200, newDate = 1735689600, limitDate = 1717200000;
+    static constexpr const char* folderDirectory = "Test/INBOX";
+
+    explicit CleanupWorld(bool uidplus)
+        : layout{directory.path() / "vault"}, mailbox(FakeMailbox::Options{uidplus, "user", "pw"}),
+          server(std::make_unique<test::FakeIMAPServer>(mailbox.greeting(), mailbox.handler())) {
+        account.id = UUID::random();
+        account.label = "Test";
+        account.username = "user";
+        account.server = {"127.0.0.1", server->port(), true};
+        account.folders = {"INBOX"};
+        account.knownFolders = {{"INBOX", "Inbox", "/", {}}};
+        folder = {"INBOX", folderDirectory, 1, 0, {}, {}, {}, false};
+    }
+
+    static std::string message(int n, size_t padding = 0) {
+        auto number = std::to_string(n);
+        return "From: Sender <sender@example.org>\r\nTo: user@example.org\r\nSubject: Message " +
+               number + "\r\nMessage-ID: <" + number + "@example.org>\r\n\r\nBody " + number +
+               std::string(padding, '.') + "\r\n";
+    }
+
+    /// A message on the server; `filed`: copied to `pathOf`, and in the sync state if `recorded`.
+    uint32_t add(const std::string& body, int64_t date = oldDate, bool filed = true,
+                 bool recorded = true) {
+        uint32_t uid = mailbox.add("INBOX", body, {}, date);
+        if (filed) {
+            std::filesystem::create_directories(layout.url(pathOf(uid)).parent_path());
+            std::ofstream(layout.url(pathOf(uid)), std::ios::binary) << body;
+            if (recorded) {
+                folder.files[std::to_string(uid)] = pathOf(uid);
+            }
+        }
+        folder.highestUID = std::max(folder.highestUID, uid);
+        return uid;
+    }
+
+    void addMany(int count) {
+        for (int i = 0; i < count; ++i) {
+            add(message(i, static_cast<size_t>(i % 7)));
+        }
+    }
+
+    void saveSync() {
+        AccountSyncState state;
+        state.folders["INBOX"] = folder;
+        layout.saveSync(state, account);
+    }
+
+    std::string pathOf(uint32_t uid) const {
+        return std::string(folderDirectory) + "/Message " + std::to_string(uid) + ".eml";
+    }
+
+    Cleaner cleaner(int64_t chunkSize = 200) const {
+        Cleaner result(layout, account, "pw");
+        result.chunkSize = chunkSize;
+        result.timeout = 10;
+        return result;
+    }
+    CleanupPlan plan() const { return cleaner().plan("INBOX", dateFromUnix(limitDate)); }
+
+    /// The client lines so far that start with `command`, untagged.
+    std::vector<std::string> sent(std::string_view command) const {
+        std::vector<std::string> lines;
+        for (const std::string& line : server->received()) {
+            auto untagged = line.substr(std::min(line.find(' '), line.size() - 1) + 1);
+            if (untagged.starts_with(command)) {
+                lines.push_back(untagged);
+            }
+        }
+        return lines;
+    }
+
+    std::vector<uint32_t> onServer() const { return mailbox.uids("INBOX"); }
+    std::vector<uint32_t> markedOnServer() const {
+        std::vector<uint32_t> marked;
+        for (const FakeMailbox::Message& message : mailbox.messages("INBOX")) {
+            if (std::ranges::count(message.flags, "\\Deleted") > 0) {
+                marked.push_back(message.uid);
+            }
+        }
+        return marked;
+    }
+
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout;
+    MailAccount account;
+    FakeMailbox mailbox;
+    std::unique_ptr<test::FakeIMAPServer> server;
+    FolderState folder;
+};
 
 TEST(CleanupItem, KeptReasonNamesWhyAMessageStays) {
     struct Row {
@@ -425,6 +537,236 @@ TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
             EXPECT_EQ(world.server->connectionCount(), connections + (row.connects ? 1 : 0));
         }
     }
+}
+
+// Randomised: no message leaves the server unless, at its EXPUNGE, its vault copy has the
+// server's exact size and reads as mail, whatever damage either side took before and during.
+
+using Message = FakeMailbox::Message;
+
+bool hasDeleted(const Message& message) {
+    return std::ranges::count(message.flags, "\\Deleted");
+}
+
+struct Scenario {
+    explicit Scenario(std::mt19937& random) : random(random), world(coin(0.5)) {}
+
+    bool coin(double p) { return std::bernoulli_distribution(p)(random); }
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }
+
+    uint32_t anyUID() {
+        auto uids = world.onServer();
+        return uids.empty() ? 0 : uids[static_cast<size_t>(pick(0, std::ssize(uids) - 1))];
+    }
+
+    void edit(uint32_t uid, const std::function<void(Message&)>& change) {
+        world.mailbox.edit("INBOX", [&](FakeMailbox::Folder& folder) {
+            std::ranges::for_each(folder.messages, [&](Message& m) {
+                if (m.uid == uid) {
+                    change(m);
+                }
+            });
+        });
+    }
+
+    void markByAnotherClient(uint32_t uid) {
+        {
+            std::lock_guard lock(mutex);
+            otherMarks.insert(uid);
+        }
+        edit(uid, [](Message& m) {
+            if (!hasDeleted(m)) {
+                m.flags.push_back("\\Deleted");
+            }
+        });
+    }
+
+    void damage() {
+        uint32_t uid = anyUID();
+        fs::path file = world.layout.url(world.pathOf(uid));
+        bool present = uid != 0 && fs::exists(file);
+        switch (uid == 0 ? -1 : pick(0, 5)) {
+        case 0:
+            fs::remove(file);
+            break;
+        case 1:
+            if (present) {
+                fs::resize_file(
+                    file, static_cast<uintmax_t>(pick(0, static_cast<int>(fs::file_size(file)))));
+            }
+            break;
+        case 2: // same length, not mail
+            if (present) {
+                std::ofstream(file, std::ios::binary) << std::string(fs::file_size(file), 'x');
+            }
+            break;
+        case 3: // the server's copy changed
+            edit(uid, [&](Message& m) {
+                m.body = CleanupWorld::message(pick(100, 999), static_cast<size_t>(pick(0, 3)));
+            });
+            break;
+        case 4:
+            markByAnotherClient(uid);
+            break;
+        case 5:
+            world.mailbox.edit("INBOX",
+                               [&](FakeMailbox::Folder& f) { f.uidValidity += coin(0.3); });
+            break;
+        }
+    }
+
+    // Before the server acts on an EXPUNGE: whatever is about to go must be proven right now.
+    void checkExpunge(const FakeIMAPCommand& command, const std::set<uint32_t>& verified) {
+        for (const Message& message : world.mailbox.messages("INBOX")) {
+            if (!hasDeleted(message) ||
+                (command.name == "UID EXPUNGE" &&
+                 !FakeMailbox::inSet(command.arguments[0], message.uid, 0))) {
+                continue;
+            }
+            auto file = world.layout.url(world.pathOf(message.uid));
+            std::error_code error;
+            bool proven = verified.contains(message.uid) &&
+                          std::cmp_equal(fs::file_size(file, error),
+                                         message.reportedSize.value_or(std::ssize(message.body))) &&
+                          !error && MIMEParser::looksValid(FileIO::read(file));
+            std::lock_guard lock(mutex);
+            ++checked;
+            unproven += proven ? 0 : 1;
+        }
+    }
+
+    std::mt19937& random;
+    CleanupWorld world;
+    std::mutex mutex;
+    std::set<uint32_t> otherMarks;
+    int64_t checked = 0, unproven = 0;
+};
+
+TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
+    constexpr int scenarios = 300;
+    std::mt19937 random(20261122);
+    int64_t released = 0;
+    for (int index = 0; index < scenarios; ++index) {
+        SCOPED_TRACE(index);
+        Scenario scenario(random);
+        CleanupWorld& world = scenario.world;
+        const bool uidplus = world.mailbox.greeting().find("UIDPLUS") != std::string::npos;
+        for (int i = 0, count = scenario.pick(0, 10); i < count; ++i) {
+            world.add(CleanupWorld::message(i, static_cast<size_t>(scenario.pick(0, 3))),
+                      scenario.coin(0.8) ? CleanupWorld::oldDate : CleanupWorld::newDate,
+                      scenario.coin(0.85), scenario.coin(0.8));
+        }
+        world.saveSync();
+        for (int i = scenario.pick(0, 2); i > 0; --i) {
+            scenario.damage();
+        }
+        CleanupPlan plan = world.plan();
+        for (int i = scenario.pick(0, 3); i > 0; --i) {
+            scenario.damage();
+        }
+        std::set<uint32_t> verified;
+        std::ranges::for_each(plan.verified(), [&](auto& item) { verified.insert(item.uid); });
+
+        // Without UIDPLUS no client can help a mark set inside a chunk's STORE..EXPUNGE.
+        std::stop_source stop;
+        int commands = 0;
+        int markAt = scenario.coin(0.4) ? scenario.pick(0, 14) : -1;
+        int stopAt = scenario.coin(0.15) ? scenario.pick(0, 14) : -1;
+        world.mailbox.intercept = [&](FakeIMAPConnection&, const FakeIMAPCommand& command) {
+            int at = commands++;
+            bool inChunk = command.name == "UID STORE" || command.name == "EXPUNGE";
+            if (at == markAt && (uidplus || !inChunk)) {
+                scenario.markByAnotherClient(scenario.anyUID());
+            }
+            if (at == stopAt) {
+                stop.request_stop();
+            }
+            if (command.name == "EXPUNGE" || command.name == "UID EXPUNGE") {
+                scenario.checkExpunge(command, verified);
+            }
+            return false;
+        };
+
+        const size_t before = world.onServer().size();
+        int64_t gone = -1;
+        try {
+            gone = world.cleaner(scenario.pick(0, 4)).execute(plan, {}, stop.get_token());
+        } catch (const CleanupError& error) {
+            gone = error.released();
+        }
+        world.mailbox.intercept = nullptr;
+
+        EXPECT_EQ(static_cast<int64_t>(before - world.onServer().size()), gone);
+        for (uint32_t uid : world.markedOnServer()) {
+            EXPECT_TRUE(scenario.otherMarks.contains(uid)) << "UID " << uid << " left marked";
+        }
+        EXPECT_EQ(scenario.unproven, 0);
+        EXPECT_EQ(scenario.checked, gone);
+        released += scenario.checked;
+    }
+    EXPECT_GT(released, scenarios);
+}
+
+TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
+    DovecotFixture& dovecot = DovecotFixture::shared();
+    dovecot.addUser("cleanup", "secret");
+    const int64_t old = 1577836800;              // 1 Jan 2020
+    const int64_t recent = 1700000000;           // Nov 2023
+    const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
+    std::vector<std::string> mail = test::corpusMail(30, {200, 200'000, true, true, false});
+    ASSERT_EQ(mail.size(), 30u);
+    std::vector<test::SeedMessage> inbox;
+    for (size_t i = 0; i < 30; ++i) {
+        inbox.push_back({mail[i], i < 20 ? old + static_cast<int64_t>(i) * 86400 : recent});
+    }
+    test::seedFolders(dovecot, "cleanup", {{"INBOX", inbox}});
+
+    test::TemporaryDirectory directory;
+    ArchiveLayout layout{directory.path() / "vault"};
+    MailAccount account;
+    account.id = UUID::random();
+    account.label = "Cleanup";
+    account.username = "cleanup";
+    account.server = {"127.0.0.1", dovecot.imapsPort(), false};
+    account.folders = {"INBOX"};
+    ASSERT_EQ(BackupRunner(layout, account, "secret").run({}).newMessages, 30);
+
+    // One copy lost from the vault: that message can't be proven and must stay.
+    FolderState filed = layout.loadSync(account).folders.at("INBOX");
+    fs::remove(layout.url(filed.files.at("5")));
+    auto vaultBefore = test::snapshotFiles(layout.root, VaultLock::fileName);
+    std::string syncBefore = FileIO::read(layout.syncURL(account));
+
+    Cleaner cleaner(layout, account, "secret");
+    cleaner.chunkSize = 7;
+    CleanupPlan plan = cleaner.plan("INBOX", limit);
+    ASSERT_EQ(plan.items.size(), 20u) << plan;
+    EXPECT_EQ(plan.verified().size(), 19u) << plan;
+    EXPECT_EQ(plan.items[4].status, Status::notBackedUp());
+    EXPECT_TRUE(plan.serverSupportsUIDPlus);
+    EXPECT_EQ(plan.uidValidity, filed.uidValidity);
+    EXPECT_EQ(plan.otherDeletedOnServer, 0);
+
+    std::vector<std::pair<int64_t, int64_t>> progress;
+    EXPECT_EQ(cleaner.execute(
+                  plan, [&](int64_t done, int64_t total) { progress.emplace_back(done, total); }),
+              19);
+    EXPECT_EQ(progress.front(), (std::pair<int64_t, int64_t>{0, 19}));
+    EXPECT_EQ(progress.back(), (std::pair<int64_t, int64_t>{19, 19}));
+    EXPECT_EQ(progress.size(), 1u + 3u) << "chunks of 7, 7 and 5";
+
+    std::vector<uint32_t> left;
+    for (const auto& message : dovecot.messages("cleanup", "INBOX")) {
+        left.push_back(message.uid);
+        EXPECT_TRUE(message.flags.empty()) << "UID " << message.uid;
+    }
+    EXPECT_EQ(left, (std::vector<uint32_t>{5, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30}));
+    EXPECT_EQ(test::snapshotFiles(layout.root, VaultLock::fileName), vaultBefore);
+    EXPECT_EQ(FileIO::read(layout.syncURL(account)), syncBefore);
+
+    CleanupPlan again = cleaner.survey("INBOX", limit);
+    ASSERT_EQ(again.items.size(), 1u);
+    EXPECT_EQ(again.items[0].uid, 5u);
 }
 
 } // namespace
