@@ -127,7 +127,7 @@ struct CleanupWorld {
     FolderState folder;
 };
 
-TEST(CleanupItem, KeptReasonNamesWhyAMessageStays) {
+TEST(CleanupWords, TellWhyAMessageStaysAndWhatLeftAndWhatStayed) {
     struct Row {
         Status status;
         std::optional<std::string> reason;
@@ -142,14 +142,7 @@ TEST(CleanupItem, KeptReasonNamesWhyAMessageStays) {
         CleanupItem item{7, 1234, std::nullopt, "a.eml", row.status};
         EXPECT_EQ(item.keptReason(), row.reason) << row.status;
     }
-}
-
-TEST(CleanupError, TextsTellWhatLeftAndWhatStayed) {
-    struct Row {
-        CleanupError error;
-        std::string text;
-    };
-    const Row rows[] = {
+    const std::pair<CleanupError, std::string> errors[] = {
         {CleanupError::otherDeletedMessages(3),
          "This server can only remove all messages marked for deletion at once, and 3 other "
          "message(s) in the folder are already marked. Nothing was deleted."},
@@ -168,9 +161,9 @@ TEST(CleanupError, TextsTellWhatLeftAndWhatStayed) {
         {CleanupError::nothingVerified(),
          "No message in the selection has a verified copy in your vault. Nothing was deleted."},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.error.description(), row.text);
-        EXPECT_STREQ(row.error.what(), row.text.c_str());
+    for (const auto& [error, text] : errors) {
+        EXPECT_EQ(error.description(), text);
+        EXPECT_STREQ(error.what(), text.c_str());
     }
     EXPECT_NE(CleanupError::stopped(1, 2), CleanupError::stopped(1, 2, "x"));
 }
@@ -476,9 +469,9 @@ TEST(CleanerExecute, EveryEarlyEndCountsExactly) {
 }
 
 TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
-    using Change = std::function<void(CleanupWorld&, CleanupPlan&)>;
+    using Change = std::function<void(CleanupWorld&)>;
     auto onServer = [](std::function<void(FakeMailbox::Folder&)> change) -> Change {
-        return [=](CleanupWorld& world, CleanupPlan&) {
+        return [=](CleanupWorld& world) {
             world.mailbox.edit("INBOX", change);
         };
     };
@@ -500,7 +493,7 @@ TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
         {"folder renumbered", onServer([](auto& f) { f.uidValidity = 9; }),
          CleanupError::uidValidityChanged(), all, true},
         {"every file deleted",
-         [](auto& world, auto&) { fs::remove_all(world.layout.url(world.folderDirectory)); },
+         [](auto& world) { fs::remove_all(world.layout.url(world.folderDirectory)); },
          nothing, all, false},
     };
     // clang-format on
@@ -512,7 +505,7 @@ TEST(CleanerExecute, WhatChangedSinceTheSurveyStays) {
             world.saveSync();
             CleanupPlan plan = world.plan();
             ASSERT_EQ(plan.verified().size(), 8u);
-            row.change(world, plan);
+            row.change(world);
             int connections = world.server->connectionCount();
             const auto expectedTotal = static_cast<int64_t>(world.onServer().size()) -
                                        static_cast<int64_t>(row.staying.size());
