@@ -30,10 +30,6 @@ void put(const fs::path& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-size_t countFiles(const fs::path& folder) {
-    return qs::test::snapshotFiles(folder).size();
-}
-
 qs::MailAccount account() {
     qs::MailAccount account;
     account.id = *qs::UUID::parse("0a1b2c3d-4e5f-4a6b-8c7d-8e9fa0b1c2d3");
@@ -92,7 +88,7 @@ TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFileAndDamageLoadsAsEmpty) {
     state.folders["INBOX"].highestUID = 4;
     layout.saveSync(state, account());
     EXPECT_EQ(layout.loadSync(account()), state);
-    EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
+    EXPECT_EQ(qs::test::snapshotFiles(layout.metaDirectory()).size(), 1u);
 
     auto valid = state.encode();
     for (const auto& text : {std::string(), valid.substr(0, valid.size() / 2), std::string("[]")}) {
@@ -124,7 +120,7 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
     EXPECT_EQ(layout.write(sameLength, relative, date), second);
     EXPECT_EQ(layout.write("short", relative, date, qs::ArchiveLayout::Durability::deferred),
               "Home/INBOX/2024/2024-01-01 Hi 5 (4).eml");
-    EXPECT_EQ(countFiles(dir.path()), 4u);
+    EXPECT_EQ(qs::test::snapshotFiles(dir.path()).size(), 4u);
 
     EXPECT_EQ(qs::FileIO::read(layout.url(second)), sameLength);
     EXPECT_EQ(qs::FileIO::read(layout.url(third)), thirdLength);
@@ -160,7 +156,7 @@ TEST(ArchiveLayoutFailure, FailuresThrowTheSystemErrorAndKeepWhatWasThere) {
     fs::create_directories(layout.syncURL(other) / "inside");
     EXPECT_THROW(layout.saveSync(old, other), std::system_error);
     EXPECT_EQ(layout.loadSync(account()), old);
-    EXPECT_EQ(countFiles(layout.metaDirectory()), 1u);
+    EXPECT_EQ(qs::test::snapshotFiles(layout.metaDirectory()).size(), 1u);
 }
 
 // A disk full mid-message, by a file size limit in a child (which re-runs this test from the
@@ -178,7 +174,7 @@ TEST(ArchiveLayoutFailure, AWriteThatFailsPartWayLeavesNothing) {
             try {
                 qs::ArchiveLayout{dir.path()}.write(std::string(100'000, 'x'), "A/m 1.eml", {});
             } catch (const std::system_error&) {
-                clean = countFiles(dir.path()) == 0;
+                clean = qs::test::snapshotFiles(dir.path()).empty();
             }
             fs::remove_all(dir.path());
             std::exit(clean ? 0 : 1);
