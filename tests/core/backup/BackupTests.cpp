@@ -285,8 +285,7 @@ TEST_F(RunnerWithFake, FirstRunFilesEverythingInBatchesAndRerunFilesNothing) {
     EXPECT_EQ(filed.sizes->at("2"), secondSize);
 
     auto before = messageFiles(layout.root);
-    auto again = backUp();
-    EXPECT_EQ(again.newMessages, 0);
+    EXPECT_EQ(backUp().newMessages, 0);
     EXPECT_EQ(takeCommands(), (Strings{"LOGIN joe pw", "LIST  *", "EXAMINE INBOX",
                                        "UID SEARCH UID 101:*", "LOGOUT"}));
     EXPECT_EQ(reports.back().completed, (std::map<std::string, int>{{"INBOX", 0}}));

@@ -20,6 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <ranges>
 #include <set>
 
 namespace {
@@ -548,11 +549,10 @@ struct Scenario {
 
     void edit(uint32_t uid, const std::function<void(Message&)>& change) {
         world.mailbox.edit("INBOX", [&](FakeMailbox::Folder& folder) {
-            std::ranges::for_each(folder.messages, [&](Message& m) {
-                if (m.uid == uid) {
-                    change(m);
-                }
-            });
+            for (Message& m : folder.messages |
+                                  std::views::filter([&](auto& each) { return each.uid == uid; })) {
+                change(m);
+            }
         });
     }
 
@@ -697,9 +697,8 @@ TEST(CleanerSafety, NoMessageLeavesWithoutAProvenCopyAtThatMoment) {
 TEST(CleanerWithDovecot, ReleasesExactlyTheProvenMessagesAndTouchesNoFile) {
     DovecotFixture& dovecot = DovecotFixture::shared();
     dovecot.addUser("cleanup", "secret");
-    const int64_t old = 1577836800;              // 1 Jan 2020
-    const int64_t recent = 1700000000;           // Nov 2023
-    const Date limit = dateFromUnix(1609459200); // 1 Jan 2021
+    const int64_t old = 1577836800, recent = 1700000000; // 2020 and 2023, both sides of `limit`
+    const Date limit = dateFromUnix(1609459200);
     std::vector<std::string> mail = test::corpusMail(30, {200, 200'000, true, true, false});
     std::vector<test::SeedMessage> inbox;
     for (size_t i = 0; i < mail.size(); ++i) {

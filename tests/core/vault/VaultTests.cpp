@@ -25,11 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-void put(const fs::path& path, std::string_view bytes) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
 qs::MailAccount account() {
     qs::MailAccount account;
     account.id = *qs::UUID::parse("0a1b2c3d-4e5f-4a6b-8c7d-8e9fa0b1c2d3");
@@ -92,7 +87,7 @@ TEST(ArchiveLayout, SyncStateRoundTripsThroughTheFileAndDamageLoadsAsEmpty) {
 
     auto valid = state.encode();
     for (const auto& text : {std::string(), valid.substr(0, valid.size() / 2), std::string("[]")}) {
-        put(layout.syncURL(account()), text);
+        std::ofstream(layout.syncURL(account()), std::ios::binary) << text;
         EXPECT_EQ(layout.loadSync(account()), qs::AccountSyncState{}) << text;
     }
     fs::remove(layout.syncURL(account()));
@@ -140,7 +135,7 @@ TEST(ArchiveLayoutWrite, NeverOverwritesAndNeverDuplicates) {
 // non-empty folder) keeps the old file and leaves no temporary.
 TEST(ArchiveLayoutFailure, FailuresThrowTheSystemErrorAndKeepWhatWasThere) {
     qs::test::TemporaryDirectory dir;
-    put(dir.path() / "plain file", "not a folder");
+    std::ofstream(dir.path() / "plain file") << "not a folder";
     qs::ArchiveLayout blocked{dir.path() / "plain file" / "vault"};
     EXPECT_THROW(blocked.ensure(), std::system_error);
     EXPECT_THROW(blocked.saveSync({}, account()), std::system_error);
@@ -291,8 +286,8 @@ TEST(FileNamesMessagePath, JoinsYearDaySubjectAndId) {
     EXPECT_EQ(qs::FileNames::messagePath(noon, "Lunch: Friday?", "42"),
               "2024/2024-03-01 Lunch Friday 42.eml");
     EXPECT_EQ(qs::FileNames::messagePath(noon, "   ", "7"), "2024/2024-03-01 (no subject) 7.eml");
-    auto longSubject = qs::FileNames::messagePath(noon, std::string(300, 'x'), "1");
-    EXPECT_EQ(longSubject, "2024/2024-03-01 " + std::string(80, 'x') + " 1.eml");
+    EXPECT_EQ(qs::FileNames::messagePath(noon, std::string(300, 'x'), "1"),
+              "2024/2024-03-01 " + std::string(80, 'x') + " 1.eml");
     auto early = qs::dateFromUnix(-2'208'945'600); // 1900-01-01T12:00:00Z
     EXPECT_EQ(qs::FileNames::messagePath(early, "Old", "1"), "1900/1900-01-01 Old 1.eml");
 }
@@ -348,6 +343,13 @@ TEST(MailAccountJSON, EncodesCompactlyAndRoundTrips) {
     EXPECT_EQ(account.directoryName(), "Work ✉");
     account.label = std::string(100, '/') + std::string(100, 'a');
     EXPECT_EQ(account.directoryName(), std::string(60, 'a'));
+    const std::pair<std::vector<std::string>, bool> folders[] = {
+        {{"\\HasNoChildren", "\\NOSELECT"}, false},
+        {{"\\nonexistent"}, false},
+        {{"Noselect", "\\Noselected"}, true}};
+    for (const auto& [attributes, selectable] : folders) {
+        EXPECT_EQ((qs::IMAPMailbox{"A", "A", "/", attributes}.isSelectable()), selectable);
+    }
 
     auto minimal = qs::MailAccount::decodeList(validAccountsFile);
     ASSERT_TRUE(minimal && minimal->size() == 1);
