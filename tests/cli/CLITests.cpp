@@ -316,18 +316,6 @@ TEST_F(CLITest, ASignalStopsABackupAfterTheBatchAndTheNextRunCompletesIt) {
     }
 }
 
-// A provider preset names the account and carries its advice; Gmail's app password may be
-// pasted in its groups of four, as Google shows it.
-TEST_F(CLITest, ProviderPresetNamesTheAccountAndTakesGroupedPasswords) {
-    dovecot().addUser(user_ + "g", "abcdefghijklmnop"); // a new file: Dovecot reads it at once
-    expectSays(run(cli({"account", "add", "--provider", "gmail", "--user", user_ + "g", "--host",
-                        "127.0.0.1", "--port", port(), "--password-stdin"},
-                       "abcd efgh ijkl mnop\n")),
-               {"Added Gmail", "“[Gmail]/All Mail” holds every message once"});
-    ASSERT_EQ(accounts().size(), 1u);
-    EXPECT_EQ(accounts()[0].provider + " " + accounts()[0].label, "gmail Gmail");
-}
-
 TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
     const std::string mbox = (corpusRoot() / "dovecot-imaptest/tests/default.mbox").string();
     const std::vector<std::string> add{"account", "add", "--user", user_, "--host", "127.0.0.1"};
@@ -381,7 +369,7 @@ TEST_F(CLITest, FailuresAndMisuseHaveTheirExitStatus) {
 
 // The same user, server and port is one account: adding it again updates it, so no twin can
 // share (and on removal take) its password. Folders are chosen by the names the CLI prints.
-TEST_F(CLITest, AddingAnAccountAgainUpdatesItAndFoldersGoByTheirShownNames) {
+TEST_F(CLITest, AddingAnAccountAgainUpdatesItFoldersGoByShownNamesAndPresetsName) {
     dovecot().createFolder(user_, "Archive");
     dovecot().createFolder(user_, "Reçus");
     ASSERT_EQ(addAccount({"inbox"}).exitCode, 0);
@@ -412,6 +400,15 @@ TEST_F(CLITest, AddingAnAccountAgainUpdatesItAndFoldersGoByTheirShownNames) {
     ASSERT_EQ(cli({"account", "remove", "Work"}).exitCode, 0);
     EXPECT_TRUE(accounts().empty());
     EXPECT_TRUE(credentials().empty()) << "no password outlives its account";
+
+    // Gmail's app password may be pasted in its groups of four, as Google shows it.
+    dovecot().addUser(user_ + "g", "abcdefghijklmnop");
+    expectSays(run(cli({"account", "add", "--provider", "gmail", "--user", user_ + "g", "--host",
+                        "127.0.0.1", "--port", port(), "--password-stdin"},
+                       "abcd efgh ijkl mnop\n")),
+               {"Added Gmail", "“[Gmail]/All Mail” holds every message once"});
+    ASSERT_EQ(accounts().size(), 1u);
+    EXPECT_EQ(accounts()[0].provider + " " + accounts()[0].label, "gmail Gmail");
 }
 
 // Without a desktop session the keyring can't be reached, which is said as such; a password

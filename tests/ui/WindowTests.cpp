@@ -11,7 +11,6 @@
 
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
-#include <QQmlComponent>
 #include <QQmlListReference>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -23,7 +22,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <memory>
 
 Q_IMPORT_QML_PLUGIN(QuernsteadPlugin)
 
@@ -110,25 +108,18 @@ TEST_F(Window, ArrowsMoveTheSelectionThroughTheListAndStopAtItsEnds) {
     EXPECT_GT(item("messageList")->property("contentY").toDouble(), 0);
 }
 
-TEST_F(Window, ShelfKeysWorkWhileTheSearchFieldHasFocus) {
+TEST_F(Window, TheSearchFieldTakesQueriesNotShelfKeysAndTheToastAndImportPanelShow) {
     item("searchField")->forceActiveFocus();
-    const struct {
-        Qt::Key key;
-        const char* title;
-    } rows[] = {{Qt::Key_3, "With Attachments"},
-                {Qt::Key_4, "Needs a Second Look"},
-                {Qt::Key_2, "Last 30 Days"},
-                {Qt::Key_1, "Everything"}};
-    for (const auto& row : rows) {
-        QTest::keyClick(window_, row.key, Qt::ControlModifier);
-        EXPECT_EQ(store().sidebarTitle(), QLatin1String(row.title));
+    const std::pair<Qt::Key, const char*> shelves[] = {{Qt::Key_3, "With Attachments"},
+                                                       {Qt::Key_4, "Needs a Second Look"},
+                                                       {Qt::Key_2, "Last 30 Days"},
+                                                       {Qt::Key_1, "Everything"}};
+    for (const auto& [key, title] : shelves) {
+        QTest::keyClick(window_, key, Qt::ControlModifier);
+        EXPECT_EQ(store().sidebarTitle(), QLatin1String(title));
         EXPECT_TRUE(item("searchField")->hasActiveFocus());
         EXPECT_TRUE(store().query().empty()) << "the digit must not be typed into the field";
     }
-}
-
-TEST_F(Window, TypingAQueryNarrowsTheListAndSaysWhenNothingMatches) {
-    item("searchField")->forceActiveFocus();
     type("lant");
     EXPECT_EQ(store().query(), "lant");
     ASSERT_EQ(store().visible().size(), 1u);
@@ -139,17 +130,12 @@ TEST_F(Window, TypingAQueryNarrowsTheListAndSaysWhenNothingMatches) {
     EXPECT_TRUE(empty->isVisible());
     EXPECT_EQ(empty->property("title").toString(), "Nothing matches “lanternx”");
     EXPECT_TRUE(item("saveSearch")->isVisible());
-}
 
-// The store's clock for toasts is tested with the store; here, that the window shows the last.
-TEST_F(Window, TheToastShowsTheLatestText) {
     store().showToast("First", "checkmark.shield.fill", "seal");
     store().showToast("Second", "stop.circle.fill", "ink2");
     QCoreApplication::processEvents();
     EXPECT_EQ(item("toastText")->property("text").toString(), "Second");
-}
 
-TEST_F(Window, TheImportPanelOpens) {
     // Without a desktop's own panel, Qt draws it in QML, with modules that must be installed.
     QObject* panel = window_->findChild<QObject*>(QStringLiteral("importPanel"));
     ASSERT_NE(panel, nullptr);
@@ -173,11 +159,8 @@ TEST_F(Window, AScrubScrollsTheListToThatMonth) {
 }
 
 TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
-    // The window the integrator assembles holds the sheet; here it is made beside it.
-    QQmlComponent component(engine_, QUrl(QStringLiteral("qrc:/Quernstead/AddAccountSheet.qml")));
-    std::unique_ptr<QObject> sheet(component.create());
-    ASSERT_TRUE(sheet) << component.errorString().toStdString();
-    sheet->setProperty("parent", QVariant::fromValue(window_->contentItem()));
+    QObject* sheet = window_->findChild<QObject*>(QStringLiteral("addAccountSheet"));
+    ASSERT_NE(sheet, nullptr);
     auto* flow = sheet->property("flow").value<AddAccountFlow*>();
     const auto inSheet = [&](const char* name) {
         return item(name, sheet->property("contentItem").value<QQuickItem*>());
@@ -214,28 +197,6 @@ TEST_F(Window, TheAddAccountSheetOpensOnItsFlagAndTypingReachesItsFlow) {
     EXPECT_TRUE(store().accounts().empty());
 }
 
-// A second window with the menu bar and the welcome guide, as the main window will hold them.
-std::unique_ptr<QQuickWindow> menusAndGuide(QQmlEngine& engine) {
-    QQmlComponent host(&engine);
-    host.setData("import QtQuick.Controls\nApplicationWindow { width: 800; height: 600 }", QUrl());
-    std::unique_ptr<QQuickWindow> window(qobject_cast<QQuickWindow*>(host.create()));
-    EXPECT_NE(window, nullptr) << host.errorString().toStdString();
-    if (!window)
-        return window;
-    QQmlComponent bar(&engine, QUrl("qrc:/Quernstead/AppMenuBar.qml"));
-    // Owned by the window, so that its shortcuts go with it.
-    QObject* menuBar = bar.create();
-    menuBar->setParent(window.get());
-    window->setProperty("menuBar", QVariant::fromValue(menuBar));
-    QQmlComponent guide(&engine, QUrl("qrc:/Quernstead/OnboardingView.qml"));
-    QObject* onboarding = guide.beginCreate(engine.rootContext());
-    onboarding->setParent(window.get());
-    onboarding->setProperty("parent", QVariant::fromValue<QObject*>(window->contentItem()));
-    guide.completeCreate();
-    window->show();
-    return window;
-}
-
 // A menu item of the menu bar by its object name.
 QObject* menuItem(QQuickWindow& window, const QString& name) {
     const auto bars = test::itemsNamed(window.contentItem(), "appMenuBar");
@@ -253,10 +214,8 @@ QObject* menuItem(QQuickWindow& window, const QString& name) {
 }
 
 TEST_F(Window, MenuItemsFollowTheStoreAndTheGuideShowsTheirKeys) {
-    auto window = menusAndGuide(*engine_);
-    ASSERT_NE(window, nullptr);
-    auto* next = menuItem(*window, "menu:nextMessage");
-    auto* backUp = menuItem(*window, "menu:backUpNow");
+    auto* next = menuItem(*window_, "menu:nextMessage");
+    auto* backUp = menuItem(*window_, "menu:backUpNow");
     ASSERT_NE(next, nullptr);
     ASSERT_NE(backUp, nullptr);
     EXPECT_EQ(next->property("text").toString(), "Next Message");
@@ -264,12 +223,11 @@ TEST_F(Window, MenuItemsFollowTheStoreAndTheGuideShowsTheirKeys) {
     EXPECT_FALSE(backUp->property("enabled").toBool()) << "the vault has no accounts";
     store().setQuery("nothing like this");
     EXPECT_FALSE(next->property("enabled").toBool());
-    EXPECT_EQ(menuItem(*window, "menu:showVault")->property("text").toString(),
+    EXPECT_EQ(menuItem(*window_, "menu:showVault")->property("text").toString(),
               "Show Vault in File Manager");
 
     // The guide's keycaps show the keys of the menus.
-    auto* guide = window->findChild<QObject*>("onboarding");
-    QQuickItem* root = window->contentItem();
+    auto* guide = window_->findChild<QObject*>("onboarding");
     ASSERT_NE(guide, nullptr);
     auto* onboarding =
         engine_->singletonInstance<Onboarding*>(qmlTypeId("Quernstead", 1, 0, "Onboarding"));
@@ -278,14 +236,13 @@ TEST_F(Window, MenuItemsFollowTheStoreAndTheGuideShowsTheirKeys) {
     guide->setProperty("page", 2);
     QCoreApplication::processEvents();
     QList<QStringList> shown;
-    for (auto* cap : test::itemsNamed(root, "onboardingKeycap"))
+    for (auto* cap : test::itemsNamed(window_->contentItem(), "onboardingKeycap"))
         shown.append(cap->property("keys").toStringList());
     QList<QStringList> menus;
     for (auto action : {"addAccount", "previousMessage", "nextMessage", "showImages"})
         menus.append(CommandTable::keycaps(CommandTable::find(action)->keys));
     EXPECT_EQ(shown, menus);
     EXPECT_EQ(menus.value(3), (QStringList{"Ctrl", "Shift", "L"}));
-    // The main window shows the same guide; it must not cover the window for later tests.
     onboarding->finish();
 }
 
