@@ -154,6 +154,7 @@ TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
                        "+0000\r\nContent-Type: text/html\r\n\r\n" +
                            html);
     const auto ann = SidebarItem::ofAccount("Ann"), bob = SidebarItem::ofAccount("Bob");
+    // clang-format off
     const struct {
         const char* name;
         std::optional<std::string> select;
@@ -164,22 +165,13 @@ TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
     } cases[] = {
         {"typing filters the open message away and keeps it", a2, {"zebra"}, {}, {b1}, a2},
         {"typing to nothing keeps it too", a2, {"zebra"}, ann, {}, a2},
-        {"a view without the selection selects its first",
-         a2,
-         {},
-         SidebarItem::ofFolder("Ann", "Sent"),
-         {s1},
-         s1},
+        {"a view without the selection selects its first", a2, {}, SidebarItem::ofFolder("Ann", "Sent"), {s1}, s1},
         {"blanks alone are no query", a2, {" \t "}, bob, {b1}, b1},
         {"a view that holds the selection keeps it", b1, {}, bob, {b1}, b1},
         {"with no selection a view selects nothing", std::nullopt, {}, bob, {b1}, std::nullopt},
-        {"clearing the query keeps order by date",
-         a1,
-         {"zebra", ""},
-         {},
-         {a1, b1, a2, big, s1},
-         a1},
+        {"clearing the query keeps order by date", a1, {"zebra", ""}, {}, {a1, b1, a2, big, s1}, a1},
     };
+    // clang-format on
     AppStore store;
     ASSERT_TRUE(scan(store));
     for (const auto& c : cases) {
@@ -187,9 +179,7 @@ TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
         store.setQuery("");
         store.setSidebar(SidebarItem::everything());
         store.setSelectedPath(c.select);
-        if (c.select) {
-            ASSERT_TRUE(waitForOpen(store, *c.select));
-        }
+        ASSERT_TRUE(!c.select || waitForOpen(store, *c.select));
         for (const auto& query : c.queries)
             store.setQuery(query);
         if (c.view)
@@ -197,10 +187,7 @@ TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
         settle();
         EXPECT_EQ(paths(store.visible()), c.visible);
         EXPECT_EQ(store.selectedPath(), c.selected);
-        if (c.selected) {
-            ASSERT_TRUE(waitForOpen(store, *c.selected));
-        } else
-            EXPECT_FALSE(store.openMessage());
+        EXPECT_TRUE(c.selected ? waitForOpen(store, *c.selected) : !store.openMessage());
     }
 
     // Narrowing to a month still shown keeps it current; to one without, it moves to the first.
@@ -281,17 +268,16 @@ TEST(GroupTest, KeepsMonthRunsAndSortsInterleavedMonths) {
         std::vector<std::pair<std::string, int64_t>> input;
         std::vector<std::pair<int, std::vector<std::string>>> expected; // month, paths
     };
+    // clang-format off
     const Case cases[] = {
-        {"one month in relevance order stays as given",
-         {{"m1", march - 5 * day}, {"m2", march + 5 * day}, {"m3", march}},
-         {{3, {"m1", "m2", "m3"}}}},
-        {"contiguous months keep their order",
-         {{"a", may}, {"b", march + day}, {"c", march}},
-         {{5, {"a"}}, {3, {"b", "c"}}}},
+        {"contiguous months keep their order, relevance within a month",
+         {{"y", may}, {"m1", march - 5 * day}, {"m2", march + 5 * day}, {"m3", march}},
+         {{5, {"y"}}, {3, {"m1", "m2", "m3"}}}},
         {"interleaved months are merged, newest month first, newest mail first",
          {{"m1", march - day}, {"y", may}, {"m2", march + day}, {"m3", march - day}},
          {{5, {"y"}}, {3, {"m2", "m1", "m3"}}}},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::vector<qs::RecordRef> input;

@@ -33,7 +33,7 @@ protected:
 };
 
 // The address is user, host and port, never the label. An unwritable file throws on save only.
-TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
+TEST_F(Credentials, AFileKeepsEveryAccountsPasswordAndIsOverwrittenWhenCorrupt) {
     EXPECT_TRUE(qs::Credentials::usesKeychain());
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", "");
     EXPECT_TRUE(qs::Credentials::usesKeychain()) << "an empty path is no file";
@@ -58,9 +58,9 @@ TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "plain" / "c.json").string());
     EXPECT_THROW(qs::Credentials::save("pw", ann), std::system_error);
     EXPECT_NO_THROW(qs::Credentials::remove(ann));
-}
 
-TEST_F(Credentials, ACorruptFileFallsBackToMemoryAndIsOverwritten) {
+    // A corrupt file falls back to memory and is overwritten.
+    environment.unset("QUERNSTEAD_CREDENTIALS_FILE");
     environment.set("QUERNSTEAD_DEMO_DIR", dir.path().string());
     qs::Credentials::save("from memory", account("mem"));
     for (const std::string corrupt : {"{\"ann@h.test:993\":", "[1,2]"}) {
@@ -130,10 +130,10 @@ TEST(SecretService, RoundTripsInARealKeyringSession) {
 
     QProcessEnvironment environment;
     environment.insert("PATH", qEnvironmentVariable("PATH"));
-    environment.insert("HOME", QString::fromStdString(home.path().string()));
-    environment.insert("XDG_DATA_HOME", QString::fromStdString((home.path() / "data").string()));
-    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString((home.path() / "run").string()));
     environment.insert("QS_SECRET_SERVICE_SESSION", "1");
+    for (auto [name, below] :
+         {std::pair{"HOME", ""}, {"XDG_DATA_HOME", "data"}, {"XDG_RUNTIME_DIR", "run"}})
+        environment.insert(name, QString::fromStdString((home.path() / below).string()));
 
     QProcess session;
     session.setProcessEnvironment(environment);
