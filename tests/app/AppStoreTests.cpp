@@ -11,6 +11,7 @@
 #include "support/IMAPRelay.h"
 #include "support/JSON.h"
 #include "support/Loopback.h"
+#include "support/QtTestEnvironment.h"
 
 #include <QStandardPaths>
 #include <unistd.h>
@@ -27,6 +28,8 @@ using qs::test::put;
 using qs::test::waitFor;
 using qs::test::waitMilliseconds;
 
+[[maybe_unused]] const auto* application = ::testing::AddGlobalTestEnvironment(
+    new qs::test::QtTestEnvironment<QCoreApplication>("test_app", false));
 [[maybe_unused]] auto* const dovecotEnvironment =
     ::testing::AddGlobalTestEnvironment(new qs::test::DovecotEnvironment);
 
@@ -272,7 +275,7 @@ TEST_F(AppStoreTest, ScheduleThresholds) {
 
 // Listens without TLS too, so a relay can stop the release at an exact command.
 DovecotFixture& plainDovecot() {
-    static DovecotFixture fixture(DovecotFixture::Options{.plainListener = true});
+    static DovecotFixture fixture(DovecotFixture::Options{true, {}, true});
     return fixture;
 }
 

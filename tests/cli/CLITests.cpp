@@ -106,7 +106,7 @@ protected:
     TemporaryDirectory home_;
 };
 
-TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
+TEST_F(CLITest, BacksUpSearchesShowsLedgerVerifiesRepairsAndFreesUpByThePhrase) {
     auto counts = seedDemoMail(dovecot(), user_, 7, 90);
     size_t total = 0;
     for (const auto& [folder, n] : counts)
@@ -159,33 +159,47 @@ TEST_F(CLITest, BacksUpOnceSearchesShowsTheFindingsAndKeepsTheLedger) {
 
     expectSays(run(cli({"ledger"})), {"Demo · checked just now", "Sent · just now"});
 
-    ASSERT_EQ(cli({"account", "remove", "Demo"}).exitCode, 0);
-    EXPECT_EQ(messageFiles().size(), total) << "removing an account never deletes mail";
-    expectSays(cli({"account", "list"}).output, {"No accounts yet"});
-}
-
-TEST_F(CLITest, VerifyFindsAMissingAndAChangedFileAndABackupFetchesBothAgain) {
-    dovecot().deliverAll(user_, "INBOX",
-                         {"Subject: 1\r\n\r\n1", "Subject: 2\r\n\r\n2", "Subject: 3\r\n\r\n3"});
-    ASSERT_EQ(addAccount({"INBOX"}).exitCode, 0);
-    ASSERT_EQ(cli({"backup"}).exitCode, 0);
+    // One file gone and one changed: verify finds both and a backup fetches them again.
     const FileSnapshot original = messageFiles();
-    ASSERT_EQ(original.size(), 3u);
     const std::string missing = original.begin()->first,
                       edited = std::next(original.begin())->first;
     const std::string changed = "X-Edited: by hand\r\n" + original.at(edited).first;
     fs::remove(vault() / "Demo" / missing);
     std::ofstream(vault() / "Demo" / edited, std::ios::binary | std::ios::trunc) << changed;
-
-    expectSays(run(cli({"verify"}), 1), {"1 verified · 1 missing · 1 differing"});
-
+    const std::string folder = fs::path(missing).begin()->string(),
+                      line = "Demo › " + folder + " · ";
+    ASSERT_EQ(fs::path(edited).begin()->string(), folder);
+    expectSays(run(cli({"verify"}), 1),
+               {line + std::to_string(counts[folder] - 2) + " verified · 1 missing · 1 differing"});
     expectSays(run(cli({"backup"})), {"2 repaired"});
     for (const auto& [file, content] : original)
         EXPECT_EQ(FileIO::read(vault() / "Demo" / file), content.first) << file;
     EXPECT_EQ(FileIO::read(vault() / ".quernstead/set-aside/Demo" / edited), changed);
+    expectSays(run(cli({"verify"})), {line + std::to_string(counts[folder]) +
+                                      " verified · 0 missing · 0 differing · 1 set aside"});
 
-    expectSays(run(cli({"verify"})), {"3 verified · 0 missing · 0 differing · 1 set aside"});
-    expectSays(cli({"backup"}).output, {"Everything was already in the vault"});
+    // Free-up takes only the exact phrase; the server dates messages by their arrival, so
+    // everything is "before" 2099.
+    const size_t before = dovecot().messages(user_, "INBOX").size();
+    std::vector<std::string> freeUp{"free-up", "--account", "Demo",      "--mailbox",
+                                    "INBOX",   "--before",  "2099-01-01"};
+    for (const std::string wrong : {"release", "RELEASE 1 ", "RELEASE 999"}) {
+        auto arguments = freeUp;
+        arguments.insert(arguments.end(), {"--confirm", wrong});
+        expectSays(run(cli(arguments), 1), {"Nothing was released"});
+        EXPECT_EQ(dovecot().messages(user_, "INBOX").size(), before) << wrong;
+    }
+    const std::string survey = cli(freeUp, "no\n").output;
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(survey, match, std::regex("Type (RELEASE ([0-9]+))"))) << survey;
+    const size_t n = std::stoul(match[2]);
+    ASSERT_GT(n, 0u);
+    expectSays(run(cli(freeUp, match[1].str() + "\n")), {"released from Demo"});
+    EXPECT_EQ(dovecot().messages(user_, "INBOX").size(), before - n);
+
+    ASSERT_EQ(cli({"account", "remove", "Demo"}).exitCode, 0);
+    EXPECT_EQ(messageFiles().size(), total) << "neither a release nor a removal deletes mail";
+    expectSays(cli({"account", "list"}).output, {"No accounts yet"});
 }
 
 // Each path that gives nothing says why on a line of its own, and one that can't be read makes
@@ -235,34 +249,6 @@ TEST_F(CLITest, ImportCountsTellsWhatItSkippedAndPrintsNoControlBytes) {
     }
     expectSays(shown, {"body␛[2J"});
     EXPECT_NE(records[0]["subject"].get<std::string>().find("\x1b]0;owned\x07"), std::string::npos);
-}
-
-TEST_F(CLITest, FreesUpOnlyWithTheExactPhrase) {
-    auto counts = seedDemoMail(dovecot(), user_, 11, 40);
-    ASSERT_EQ(addAccount({"INBOX"}).exitCode, 0);
-    ASSERT_EQ(cli({"backup"}).exitCode, 0);
-    size_t before = dovecot().messages(user_, "INBOX").size();
-    ASSERT_EQ(before, counts["INBOX"]);
-
-    // The server dates messages by their arrival: everything is "before" 2099.
-    std::vector<std::string> freeUp{"free-up", "--account", "Demo",      "--mailbox",
-                                    "INBOX",   "--before",  "2099-01-01"};
-    for (const std::string wrong : {"release", "RELEASE 1 ", "RELEASE 999"}) {
-        auto arguments = freeUp;
-        arguments.insert(arguments.end(), {"--confirm", wrong});
-        expectSays(run(cli(arguments), 1), {"Nothing was released"});
-        EXPECT_EQ(dovecot().messages(user_, "INBOX").size(), before) << wrong;
-    }
-
-    // The phrase at the prompt, read from standard input.
-    const std::string survey = cli(freeUp, "no\n").output;
-    std::smatch match;
-    ASSERT_TRUE(std::regex_search(survey, match, std::regex("Type (RELEASE ([0-9]+))"))) << survey;
-    const size_t n = std::stoul(match[2]);
-    ASSERT_GT(n, 0u);
-    expectSays(run(cli(freeUp, match[1].str() + "\n")), {"released from Demo"});
-    EXPECT_EQ(dovecot().messages(user_, "INBOX").size(), before - n);
-    EXPECT_EQ(messageFiles().size(), counts["INBOX"]) << "the vault keeps every copy";
 }
 
 // Ctrl-C, and SIGTERM as `systemctl stop` sends it, let the batch in hand reach the disk, say

@@ -96,23 +96,18 @@ struct Channel {
     bool image;
 };
 
+// clang-format off
 const Channel channels[] = {
     {"img", R"(<img src="{}/img.png" width="40" height="40">)", true},
-    {"picture",
-     R"(<picture><source srcset="{}/picture.png"><img src="cid:x" width="40" height="40"></picture>)",
-     true},
+    {"picture", R"(<picture><source srcset="{}/picture.png"><img src="cid:x" width="40" height="40"></picture>)", true},
     {"srcset", R"(<img srcset="{}/srcset.png 1x" width="40" height="40">)", true},
-    {"background",
-     R"(<div style="background-image:url({}/background.png);width:40px;height:40px"></div>)", true},
+    {"background", R"(<div style="background-image:url({}/background.png);width:40px;height:40px"></div>)", true},
     {"import", R"(<style>@import url({}/import.css);</style><p>x</p>)", false},
     {"stylesheet", R"(<link rel="stylesheet" href="{}/style.css"><p>x</p>)", false},
     {"preload", R"(<link rel="preload" href="{}/preload.js" as="script"><p>x</p>)", false},
     {"prefetch", R"(<link rel="prefetch" href="{}/prefetch.html"><p>x</p>)", false},
-    {"dns-prefetch",
-     R"(<link rel="dns-prefetch" href="{}/"><link rel="preconnect" href="{}/"><p>x</p>)", false},
-    {"font",
-     R"(<style>@font-face{font-family:Remote;src:url({}/font.woff)} p{font-family:Remote}</style><p>x</p>)",
-     false},
+    {"dns-prefetch", R"(<link rel="dns-prefetch" href="{}/"><link rel="preconnect" href="{}/"><p>x</p>)", false},
+    {"font", R"(<style>@font-face{font-family:Remote;src:url({}/font.woff)} p{font-family:Remote}</style><p>x</p>)", false},
     {"script", R"(<script src="{}/script.js"></script><p>x</p>)", false},
     {"iframe", R"(<iframe src="{}/frame.html"></iframe>)", false},
     {"video", R"(<video src="{}/video.mp4" autoplay preload="auto"></video>)", false},
@@ -120,13 +115,11 @@ const Channel channels[] = {
     {"object", R"(<object data="{}/object.swf"></object><embed src="{}/embed.swf">)", false},
     {"form", R"(<form action="{}/form" method="post"><input name="a" value="b"></form>)", false},
     {"refresh", R"(<meta http-equiv="refresh" content="0;url={}/refresh.html"><p>x</p>)", false},
-    {"websocket", R"(<script>new WebSocket("ws://127.0.0.1:{port}/socket")</script><p>x</p>)",
-     false},
+    {"websocket", R"(<script>new WebSocket("ws://127.0.0.1:{port}/socket")</script><p>x</p>)", false},
     {"pixel", R"(<img src="{}/pixel.gif" width="1" height="1">)", false},
-    {"favicon",
-     R"(<link rel="icon" href="{}/favicon.ico"><link rel="apple-touch-icon" href="{}/touch.png"><p>x</p>)",
-     false},
+    {"favicon", R"(<link rel="icon" href="{}/favicon.ico"><link rel="apple-touch-icon" href="{}/touch.png"><p>x</p>)", false},
 };
+// clang-format on
 
 std::string fill(std::string html, const QString& base, quint16 port) {
     for (auto [key, value] : {std::pair{std::string("{}"), base.toStdString()},

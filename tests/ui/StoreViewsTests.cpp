@@ -4,7 +4,6 @@
 #include "ui/AddAccountFlow.h"
 #include "ui/FreeUpFlow.h"
 #include "ui/Onboarding.h"
-#include "ui/TimelineSpine.h"
 #include "ui/VaultSettings.h"
 
 #include "app/StoreTest.h"
@@ -292,54 +291,6 @@ TEST_F(StoreView, FoldersScheduleVaultPlaceAndGuideAreKeptForTheNextLaunch) {
     EXPECT_EQ(nextView.scheduleHours(), 12);
     EXPECT_EQ(nextLaunch.archiveRoot(), QString::fromStdString(moved.string()));
     EXPECT_FALSE(Onboarding(nextLaunch, nullptr).visible());
-}
-
-// April 2024 is empty: a drag asks for each month once, even over the gap.
-TEST_F(StoreView, DragAndKeysScrubOncePerMonthWithMail) {
-    int n = 0;
-    for (auto [year, month] : {std::pair{2024, 5}, {2024, 3}, {2024, 3}, {2023, 12}}) {
-        const std::string name = std::to_string(++n);
-        test::put(vault() / "Acct" / "INBOX" / (name + ".eml"),
-                  test::message("Note " + name, test::midMonth(year, month)));
-    }
-    AppStore store;
-    ASSERT_TRUE(scan(store));
-    TimelineSpine spine;
-    spine.setStore(&store);
-    spine.setHeight(600);
-    const auto g = TimelineSpineGeometry::make(MonthKey{2024, 5}, MonthKey{2023, 12}, 600);
-    const auto rowOf = [&](MonthKey m) {
-        return g.top.at(m.ordinal()) + g.rowHeight / 2;
-    };
-
-    store.scrub({2024, 5});
-    int token = store.scrubToken();
-    spine.dragTo(rowOf({2024, 5})); // the current month: nothing to ask
-    EXPECT_EQ(store.scrubToken(), token);
-    for (int i = 0; i < 3; ++i)
-        spine.dragTo(rowOf({2024, 4}) + i);
-    EXPECT_EQ(store.scrubToken(), ++token);
-    EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2024, 3}));
-    EXPECT_EQ(spine.hover(), (MonthKey{2024, 4}));
-    EXPECT_EQ(store.timeline().probe(), (MonthKey{2024, 4}));
-    spine.dragTo(5000); // past the bottom
-    EXPECT_EQ(store.timeline().currentMonth(), (MonthKey{2023, 12}));
-    EXPECT_EQ(store.scrubToken(), ++token);
-    spine.endDrag();
-    EXPECT_FALSE(spine.dragging());
-    EXPECT_EQ(spine.hover(), std::nullopt);
-
-    // Upwards from March must cross April, which a scrub would send back to March.
-    const std::pair<int, MonthKey> steps[] = {
-        {-1, {2023, 12}}, {+1, {2024, 3}}, {+1, {2024, 5}}, {+1, {2024, 5}}, {-1, {2024, 3}}};
-    for (const auto& [step, current] : steps) {
-        const int before = store.timeline().currentMonth()->ordinal();
-        spine.adjust(step);
-        EXPECT_EQ(store.timeline().currentMonth(), current);
-        token += current.ordinal() != before;
-        EXPECT_EQ(store.scrubToken(), token) << "an end asks nothing";
-    }
-    EXPECT_EQ(spine.accessibleValue().toStdString(), (MonthKey{2024, 3}.title() + ", 2 messages"));
 }
 
 } // namespace
