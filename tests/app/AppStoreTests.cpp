@@ -1,4 +1,3 @@
-#include "model/BackupStatus.h"
 #include "model/Credentials.h"
 #include "model/Fmt.h"
 
@@ -213,14 +212,6 @@ TEST_F(AppStoreTest, OneAccountFailingAtLoginDoesNotStopTheNextAndStopEndsARunMi
     EXPECT_FALSE(store.accounts()[1].lastBackup);
     EXPECT_FALSE(store.accounts()[2].lastBackup);
     EXPECT_FALSE(fs::exists(vault() / "Three"));
-}
-
-TEST(BackupStatus, ClosingWordsGroupDigitsAndAgreeInNumber) {
-    const QLocale english(QLocale::English, QLocale::UnitedStates);
-    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 1234, english), "1,234 new messages saved");
-    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 3, english, 1),
-              "3 new messages saved · 1 repaired");
-    EXPECT_EQ(qs::BackupStatus::attentionMessage(2), "Backup finished — 2 accounts need attention");
 }
 
 TEST_F(AppStoreTest, ScheduleThresholds) {

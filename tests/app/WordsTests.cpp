@@ -1,3 +1,4 @@
+#include "model/BackupStatus.h"
 #include "model/Fmt.h"
 #include "model/FriendlyError.h"
 #include "model/PlatformWords.h"
@@ -120,8 +121,9 @@ qs::Date localDate(int year, int month, int day, int hour, int minute) {
 
 const QLocale english(QLocale::English, QLocale::UnitedStates);
 
-// Ages round down through their units; row dates say the time today, "Yesterday", or the day.
-TEST(Fmt, AgesAndRowDates) {
+// Ages round down through their units; row dates say the time today, "Yesterday", or the day;
+// closing words group digits and agree in number; only whole words are adapted to this platform.
+TEST(Fmt, AgesRowDatesClosingAndPlatformWords) {
     const auto now = localDate(2024, 3, 10, 15, 0);
     const std::pair<std::int64_t, const char*> ages[] = {
         {-3'600, "just now"}, {89, "just now"},     {90, "1 min ago"},   {3'599, "59 min ago"},
@@ -137,10 +139,13 @@ TEST(Fmt, AgesAndRowDates) {
                                                      {localDate(2023, 3, 10, 12, 0), "Mar 10"}};
     for (const auto& [date, expected] : rows)
         EXPECT_EQ(qs::Fmt::rowDate(date, now, english), expected);
-}
 
-TEST(PlatformWords, ReplacesWholeWordsOnly) {
-    const std::pair<const char16_t*, const char16_t*> rows[] = {
+    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 1234, english), "1,234 new messages saved");
+    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 3, english, 1),
+              "3 new messages saved · 1 repaired");
+    EXPECT_EQ(qs::BackupStatus::attentionMessage(2), "Backup finished — 2 accounts need attention");
+
+    const std::pair<const char16_t*, const char16_t*> platform[] = {
         {u"Show Vault in Finder", u"Show Vault in File Manager"},
         {u"It’s kept in your Mac’s Keychain and goes nowhere else.",
          u"It’s kept in your computer’s keyring and goes nowhere else."},
@@ -149,7 +154,7 @@ TEST(PlatformWords, ReplacesWholeWordsOnly) {
         {u"Machine and iMac and Macs stay", u"Machine and iMac and Macs stay"},
         {u"Mac", u"computer"},
     };
-    for (const auto& [elsewhere, here] : rows)
+    for (const auto& [elsewhere, here] : platform)
         EXPECT_EQ(qs::PlatformWords::adapt(QStringView(elsewhere)), QString::fromUtf16(here));
 }
 

@@ -115,17 +115,16 @@ const Channel channels[] = {
     {"object", R"(<object data="{}/object.swf"></object><embed src="{}/embed.swf">)", false},
     {"form", R"(<form action="{}/form" method="post"><input name="a" value="b"></form>)", false},
     {"refresh", R"(<meta http-equiv="refresh" content="0;url={}/refresh.html"><p>x</p>)", false},
-    {"websocket", R"(<script>new WebSocket("ws://127.0.0.1:{port}/socket")</script><p>x</p>)", false},
+    {"websocket", R"(<script>new WebSocket("{}/socket".replace("http", "ws"))</script><p>x</p>)", false},
     {"pixel", R"(<img src="{}/pixel.gif" width="1" height="1">)", false},
     {"favicon", R"(<link rel="icon" href="{}/favicon.ico"><link rel="apple-touch-icon" href="{}/touch.png"><p>x</p>)", false},
 };
 // clang-format on
 
-std::string fill(std::string html, const QString& base, quint16 port) {
-    for (auto [key, value] : {std::pair{std::string("{}"), base.toStdString()},
-                              std::pair{std::string("{port}"), std::to_string(port)}})
-        for (size_t at = html.find(key); at != std::string::npos; at = html.find(key, at))
-            html.replace(at, key.size(), value);
+// The html with every "{}" replaced by the address of the request log.
+std::string fill(std::string html, const QString& base) {
+    for (size_t at = html.find("{}"); at != std::string::npos; at = html.find("{}", at))
+        html.replace(at, 2, base.toStdString());
     return html;
 }
 
@@ -136,7 +135,7 @@ protected:
         vault_ = new test::TemporaryDirectory;
         std::string everything;
         for (const auto& channel : channels) {
-            const std::string html = fill(channel.html, log_->base(), log_->port());
+            const std::string html = fill(channel.html, log_->base());
             write(channel.name, html);
             everything += html;
         }
@@ -147,7 +146,7 @@ protected:
             "inline",
             fill(
                 R"(<img src="data:image/png;base64,iVBORw0KGgoAAAANSUhEUgAAACgAAAAoCAIAAAADnC86AAAALElEQVR42u3NsQkAAAjAsP7/tD4huASyp6kXicVisVgsFovFYrFYLBaLxXcWqvU6G92VM/sAAAAASUVORK5CYII=" width="40" height="40"><img src="{}/img.png" width="40" height="40">)",
-                log_->base(), log_->port()) +
+                log_->base()) +
                 "<!--" + std::string(3'000'000, 'x') + "-->");
         write(
             "links",
@@ -216,19 +215,18 @@ TEST_F(Reader, NoChannelReachesTheNetworkWhenAMessageOpens) {
     }
 }
 
-// The choice is kept nowhere: a relaunch on the same vault blocks the pictures again.
+// The choice is written nowhere, so the next launch blocks the pictures again.
 TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixelAndOnlyForThisRun) {
     log_->clear();
     open("everything");
     ASSERT_EQ(log_->connections(), 0);
     const auto vault = test::snapshotFiles(vault_->path());
     const auto settings = test::snapshotFiles(std::getenv("XDG_CONFIG_HOME"));
-    const int blocked = AppStore::shared().property("openMessage").toMap()["remoteImages"].toInt();
-    ASSERT_GT(blocked, 0);
+    ASSERT_GT(AppStore::shared().property("openMessage").toMap()["remoteImages"].toInt(), 0);
     QStringList expected;
     for (const auto& channel : channels)
         if (channel.image)
-            expected << QString::fromStdString(fill(channel.html, log_->base(), log_->port()))
+            expected << QString::fromStdString(fill(channel.html, log_->base()))
                             .section(log_->base(), 1, 1)
                             .section(QRegularExpression("[ )\"]"), 0, 0);
     ASSERT_TRUE(test::loadPage(*view(), [] {
@@ -245,16 +243,6 @@ TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixelAndOnlyForThisRun)
 
     EXPECT_EQ(test::snapshotFiles(vault_->path()), vault);
     EXPECT_EQ(test::snapshotFiles(std::getenv("XDG_CONFIG_HOME")), settings);
-    AppStore relaunched;
-    QSignalSpy scanned(&relaunched, &AppStore::scanFinished);
-    relaunched.reloadArchive();
-    ASSERT_TRUE(scanned.wait(20'000));
-    QSignalSpy opened(&relaunched, &AppStore::openMessageChanged);
-    relaunched.setSelectedPath(AppStore::shared().selectedPath());
-    ASSERT_TRUE(opened.wait(10'000));
-    const QVariantMap message = relaunched.property("openMessage").toMap();
-    EXPECT_FALSE(message["imagesAllowed"].toBool());
-    EXPECT_EQ(message["remoteImages"].toInt(), blocked);
 }
 
 // Pictures shown for the previous message are not shown for the next; the mail's own red square
