@@ -30,20 +30,14 @@ public:
         for (const auto& [name, value] : saved_)
             value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
     }
-    void set(const std::string& name, const std::string& value) {
-        save(name);
-        ::setenv(name.c_str(), value.c_str(), 1);
+    void set(const std::string& name, const std::optional<std::string>& value) {
+        const char* old = std::getenv(name.c_str());
+        saved_.try_emplace(name, old ? std::optional<std::string>(old) : std::nullopt);
+        value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
     }
-    void unset(const std::string& name) {
-        save(name);
-        ::unsetenv(name.c_str());
-    }
+    void unset(const std::string& name) { set(name, std::nullopt); }
 
 private:
-    void save(const std::string& name) {
-        const char* value = std::getenv(name.c_str());
-        saved_.try_emplace(name, value ? std::optional<std::string>(value) : std::nullopt);
-    }
     std::map<std::string, std::optional<std::string>> saved_;
 };
 

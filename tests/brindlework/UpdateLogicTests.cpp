@@ -27,7 +27,6 @@ TEST(UpdateLogic, OrdersVersionsAndComparesTheMinimumSystemFieldByField) {
     for (const auto& row : versions)
         EXPECT_EQ(UpdateLogic::isNewer(row.candidate, row.current), row.newer)
             << row.candidate << " against " << row.current;
-
     const struct {
         std::optional<std::string> minimum;
         const char* release;
@@ -42,7 +41,6 @@ TEST(UpdateLogic, OrdersVersionsAndComparesTheMinimumSystemFieldByField) {
             UpdateLogic::systemSupports(row.minimum, UpdateLogic::parseSystemVersion(row.release)),
             row.supported)
             << row.minimum.value_or("(none)") << " against " << row.release;
-
     const std::pair<const char*, SystemVersion> releases[] = {
         {"5.15.153.1-microsoft-standard-WSL2", {5, 15, 153}},
         {"4.19.0+", {4, 19, 0}},
@@ -61,7 +59,6 @@ TEST(UpdateLogic, AcceptsOnlyAGenuineSignature) {
     flipped[5] ^= 1;
     std::string shortKey = key.publicKey();
     shortKey = shortKey.substr(0, shortKey.size() - 4);
-
     const struct {
         const char* name;
         std::string data;
@@ -90,32 +87,27 @@ TEST(UpdateFeed, DecodesRequiredAndOptionalKeysAndIgnoresUnknownOnes) {
     ASSERT_TRUE(full);
     EXPECT_EQ(*full, (UpdateFeed{"1.4.2", "https://example.org/dl", "Faster.", "6.1",
                                  UpdateFeed::Download{"https://example.org/a.zip", 1234, "c2ln"}}));
-
-    struct Row {
+    // clang-format off
+    const struct {
         const char* name;
         const char* json;
         bool decodes;
-    };
-    const Row rows[] = {
-        {"no download: manual download stays possible",
-         R"({"version":"2.0","url":"https://example.org"})", true},
+    } rows[] = {
+        {"no download: manual download stays possible", R"({"version":"2.0","url":"https://example.org"})", true},
         {"null optionals", R"({"version":"2.0","url":"u","notes":null,"download":null})", true},
         {"no version", R"({"url":"https://example.org"})", false},
         {"no url", R"({"version":"2.0"})", false},
         {"version a number", R"({"version":2.0,"url":"u"})", false},
         {"notes a number", R"({"version":"2","url":"u","notes":3})", false},
-        {"download without length",
-         R"({"version":"2","url":"u","download":{"url":"a","edSignature":"s"}})", false},
-        {"download length a fraction",
-         R"({"version":"2","url":"u","download":{"url":"a","length":1.5,"edSignature":"s"}})",
-         false},
-        {"download without signature",
-         R"({"version":"2","url":"u","download":{"url":"a","length":1}})", false},
+        {"download without length", R"({"version":"2","url":"u","download":{"url":"a","edSignature":"s"}})", false},
+        {"download length a fraction", R"({"version":"2","url":"u","download":{"url":"a","length":1.5,"edSignature":"s"}})", false},
+        {"download without signature", R"({"version":"2","url":"u","download":{"url":"a","length":1}})", false},
         {"download a text", R"({"version":"2","url":"u","download":"a.zip"})", false},
         {"an array", R"([{"version":"2","url":"u"}])", false},
         {"not JSON", "<html>gateway timeout</html>", false},
     };
-    for (const Row& row : rows)
+    // clang-format on
+    for (const auto& row : rows)
         EXPECT_EQ(UpdateFeed::decode(row.json).has_value(), row.decodes) << row.name;
     EXPECT_FALSE(UpdateFeed::decode(R"({"version":"2.0","url":"u"})")->download);
 }
@@ -128,12 +120,10 @@ TEST(AppBundle, IsFoundBesideTheProgramOrOneFolderUp) {
     std::ofstream(root / AppBundle::manifestName) << bundle.manifest();
     std::ofstream(directory.path() / "opt" / AppBundle::manifestName)
         << R"({"identifier":"org.example.app","version":"1.0","name":"App"})";
-
-    struct Row {
+    const struct {
         fs::path program;
         std::optional<AppBundle> found;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {root / "app", bundle},
         {root / "bin/app", bundle},
         {root / "bin/deeper/app", std::nullopt},
@@ -141,7 +131,7 @@ TEST(AppBundle, IsFoundBesideTheProgramOrOneFolderUp) {
         {directory.path() / "opt/app", std::nullopt},
         {directory.path() / "elsewhere/app", std::nullopt},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         auto found = AppBundle::containing(row.program);
         if (found)
             found->path = fs::canonical(found->path);

@@ -187,14 +187,13 @@ protected:
     }
 
     static QQuickItem* item(const char* name) { return test::itemNamed(*window_, name); }
-    static QObject* view() { return item("mailWebView"); }
 
     // Selects the message and returns once its page has loaded.
     static void open(const std::string& name) {
         const auto select = [&] {
             AppStore::shared().setSelectedPath("Robin/INBOX/2024/" + name + ".eml");
         };
-        ASSERT_TRUE(test::loadPage(*view(), select)) << name;
+        ASSERT_TRUE(test::loadPage(*item("mailWebView"), select)) << name;
         // Requests of a finished page still in flight would land now.
         QTest::qWait(300);
     }
@@ -229,7 +228,7 @@ TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixelAndOnlyForThisRun)
             expected << QString::fromStdString(fill(channel.html, log_->base()))
                             .section(log_->base(), 1, 1)
                             .section(QRegularExpression("[ )\"]"), 0, 0);
-    ASSERT_TRUE(test::loadPage(*view(), [] {
+    ASSERT_TRUE(test::loadPage(*item("mailWebView"), [] {
         QTest::keyClick(window_, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
     }));
     ASSERT_TRUE(QTest::qWaitFor([&] { return log_->paths().size() >= expected.size(); }, 10'000));
@@ -240,7 +239,6 @@ TEST_F(Reader, ShowImagesLetsOnlyTheImagesThroughNeverThePixelAndOnlyForThisRun)
     expected.sort();
     EXPECT_EQ(seen, expected);
     EXPECT_FALSE(item("imagesNote")->isVisible());
-
     EXPECT_EQ(test::snapshotFiles(vault_->path()), vault);
     EXPECT_EQ(test::snapshotFiles(std::getenv("XDG_CONFIG_HOME")), settings);
 }
@@ -265,7 +263,6 @@ TEST_F(Reader, AfterwardsOwnPicturesShowRemoteOnesStayBlockedAndMisleadingLinksA
     const QPoint second = body->mapToScene(QPointF(120, 300)).toPoint();
     QObject* dialog = engine_->rootObjects().value(0)->findChild<QObject*>("linkWarningDialog");
     ASSERT_NE(dialog, nullptr);
-
     opener_->opened.clear();
     QTest::mouseClick(window_, Qt::LeftButton, {}, first);
     ASSERT_TRUE(QTest::qWaitFor([&] { return dialog->property("opened").toBool(); }, 5'000));
@@ -274,7 +271,6 @@ TEST_F(Reader, AfterwardsOwnPicturesShowRemoteOnesStayBlockedAndMisleadingLinksA
     QMetaObject::invokeMethod(dialog, "close");
     ASSERT_TRUE(QTest::qWaitFor([&] { return !dialog->property("visible").toBool(); }, 5'000));
     EXPECT_TRUE(opener_->opened.isEmpty());
-
     QTest::mouseClick(window_, Qt::LeftButton, {}, second);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !opener_->opened.isEmpty(); }, 5'000));
     EXPECT_EQ(opener_->opened.value(0), QUrl("http://localhost:9/honest"));
@@ -282,7 +278,7 @@ TEST_F(Reader, AfterwardsOwnPicturesShowRemoteOnesStayBlockedAndMisleadingLinksA
     EXPECT_EQ(log_->connections(), 0);
 }
 
-TEST(NavigationPolicy, OnlyTheDocumentAboutAndDataLoadInTheViewAndLinksLeaveIt) {
+TEST(NavigationPolicy, OnlyDocumentAboutAndDataLoadInTheViewLinksLeaveItAndEmptyMailSaysSo) {
     const std::vector<LinkWarning> warnings = {
         {"shop.example", "shop.example", "pay.example.net", "https://pay.example.net/x?id=1"}};
     const struct {
@@ -312,9 +308,6 @@ TEST(NavigationPolicy, OnlyTheDocumentAboutAndDataLoadInTheViewAndLinksLeaveIt) 
         EXPECT_EQ(decision.openOutside, row.open) << row.name;
         EXPECT_EQ(decision.warning.has_value(), row.warned) << row.name;
     }
-}
-
-TEST(ReaderContent, AMessageWithoutHtmlOrTextSaysSo) {
     bool isHtml = true;
     EXPECT_NE(ReaderContent::bodyDocument({}, isHtml).find("(This message has no text.)"),
               std::string::npos);
