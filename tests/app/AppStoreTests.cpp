@@ -1,4 +1,3 @@
-#include "model/BackupStatus.h"
 #include "model/Credentials.h"
 #include "model/Fmt.h"
 
@@ -7,11 +6,12 @@
 #include "support/DovecotEnvironment.h"
 #include "support/DovecotSeed.h"
 #include "support/FileIO.h"
+#include "support/FileSnapshot.h"
 #include "support/IMAPRelay.h"
 #include "support/JSON.h"
 #include "support/Loopback.h"
+#include "support/QtTestEnvironment.h"
 
-#include <QStandardPaths>
 #include <unistd.h>
 
 namespace {
@@ -26,15 +26,13 @@ using qs::test::put;
 using qs::test::waitFor;
 using qs::test::waitMilliseconds;
 
+[[maybe_unused]] const auto* application = ::testing::AddGlobalTestEnvironment(
+    new qs::test::QtTestEnvironment<QCoreApplication>("test_app", false));
 [[maybe_unused]] auto* const dovecotEnvironment =
     ::testing::AddGlobalTestEnvironment(new qs::test::DovecotEnvironment);
 
 size_t fileCount(const fs::path& root) {
-    size_t count = 0;
-    if (fs::exists(root))
-        for (const auto& entry : fs::recursive_directory_iterator(root))
-            count += entry.is_regular_file() && entry.path().extension() == ".eml";
-    return count;
+    return qs::test::snapshotFiles(root, ".quernstead").size();
 }
 
 class AppStoreTest : public qs::test::StoreTest {
@@ -56,23 +54,9 @@ protected:
     }
 };
 
-TEST_F(AppStoreTest, VaultRootPrecedence) {
-    const auto chosen = QString::fromStdString((dir.path() / "chosen").string());
-    settings().setValue(qs::SettingsKeys::archiveRoot, chosen);
-    EXPECT_EQ(AppStore().layout().root, vault());
-    EXPECT_EQ(settings().value(qs::SettingsKeys::archiveRoot), chosen);
-    settings().clear();
-    environment.unset("QUERNSTEAD_ARCHIVE_DIR");
-    const fs::path documents =
-        QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation).toStdString();
-    EXPECT_EQ(AppStore().archiveRoot().toStdString(), (documents / "Quernstead").string());
-    EXPECT_FALSE(fs::exists(documents / "Quernstead"));
-    EXPECT_FALSE(settings().contains(qs::SettingsKeys::archiveRoot));
-}
-
 // An account added again moves last; an update stays in place; an unknown id changes nothing;
 // removing the last keeps its mail.
-TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSaved) {
+TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSavedAndToastsClearThemselves) {
     auto work = account("Work/Mail");
     auto home = account("Home");
     put(layout().accountsURL(), MailAccount::encodeList({work, home}));
@@ -80,7 +64,6 @@ TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSaved) {
     EXPECT_EQ(store.expandedAccounts(), (std::set<std::string>{"Work Mail", "Home"}));
     EXPECT_EQ(store.accountsForView()[0].toMap()["directoryName"].toString(), "Work Mail");
     QSignalSpy changed(&store, &AppStore::accountsChanged);
-
     auto other = account("Other", "bob");
     store.addAccount(other, "o");
     work.label = "Work renamed";
@@ -88,7 +71,6 @@ TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSaved) {
     EXPECT_EQ(store.accounts(), (std::vector<MailAccount>{home, other, work}));
     EXPECT_TRUE(store.expandedAccounts().contains("Work renamed"));
     EXPECT_EQ(qs::Credentials::password(work), "w2");
-
     store.updateAccount(account("Stranger"));
     home.folders = {"INBOX", "Sent"};
     home.lastBackup = qs::dateFromUnix(1'700'000'000);
@@ -96,10 +78,8 @@ TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSaved) {
     EXPECT_EQ(store.accounts(), (std::vector<MailAccount>{home, other, work}));
     EXPECT_EQ(changed.count(), 3);
     EXPECT_EQ(savedAccounts(), store.accounts());
-
     store.setAccountExpanded("Home", false);
     EXPECT_EQ(store.expandedAccountsForView(), (QStringList{"Other", "Work Mail", "Work renamed"}));
-
     store.layout().saveSync({}, work);
     for (const auto& a : {home, other, work})
         store.removeAccount(a);
@@ -109,13 +89,17 @@ TEST_F(AppStoreTest, AccountsAreReadAddedUpdatedRemovedAndSaved) {
     ASSERT_TRUE(store.toast());
     EXPECT_EQ(store.toast()->text.toStdString(),
               "Removed “Work renamed” — its messages stay in the vault");
-    EXPECT_EQ(store.toast()->symbol.toStdString(), "person.crop.circle.badge.minus");
-
+    QSignalSpy toasts(&store, &AppStore::toastChanged);
     store.checkCleanup(work, "INBOX", std::chrono::system_clock::now());
     EXPECT_EQ(store.cleanup().stage(), qs::CleanupStage::choose);
     ASSERT_TRUE(store.cleanup().error());
     EXPECT_EQ(store.cleanup().error()->title, "No saved password for Work renamed");
     EXPECT_FALSE(store.cleanup().busy());
+
+    // Each new toast replaced the last; the last clears itself, once.
+    ASSERT_TRUE(toasts.wait(AppStore::toastMilliseconds * 3));
+    EXPECT_FALSE(store.toast());
+    EXPECT_FALSE(toasts.wait(100)) << "a second clear";
 }
 
 TEST_F(AppStoreTest, SavedSearchesAreReadAtStart) {
@@ -140,18 +124,6 @@ TEST_F(AppStoreTest, SavedSearchesAreReadAtStart) {
     }
 }
 
-TEST_F(AppStoreTest, ANewToastReplacesTheOldAndClearsItselfLater) {
-    AppStore store;
-    QSignalSpy changed(&store, &AppStore::toastChanged);
-    store.showToast("first", "checkmark");
-    store.showToast("second", "checkmark", "ink2");
-    EXPECT_EQ(store.toastForView().value<qs::Toast>().text, "second");
-    EXPECT_EQ(changed.count(), 2);
-    ASSERT_TRUE(changed.wait(AppStore::toastMilliseconds * 3));
-    EXPECT_FALSE(store.toast());
-    EXPECT_FALSE(changed.wait(100)) << "a second clear";
-}
-
 TEST_F(AppStoreTest, OneAccountFailingAtLoginDoesNotStopTheNextAndStopEndsARunMidAccount) {
     auto good = freshUser("good");
     DovecotFixture::shared().deliverAll(good, "INBOX", qs::test::corpusMail(3));
@@ -163,15 +135,12 @@ TEST_F(AppStoreTest, OneAccountFailingAtLoginDoesNotStopTheNextAndStopEndsARunMi
     auto fine = account("Fine", good);
     store.addAccount(bad, "not the password");
     store.addAccount(fine, "secret");
-
     QSignalSpy finished(&store, &AppStore::backupFinished);
     store.backUpNow();
     EXPECT_TRUE(store.backup().running);
     store.backUpNow(); // a second press only opens the sheet
     EXPECT_TRUE(store.showBackupActivity());
     ASSERT_TRUE(waitFor(finished));
-    EXPECT_EQ(finished.count(), 1);
-
     ASSERT_EQ(store.backupProblems().size(), 1u);
     EXPECT_EQ(store.backupProblems().at("Broken").title, "The password wasn’t accepted");
     EXPECT_EQ(store.backup().lastError, "The password wasn’t accepted");
@@ -209,7 +178,6 @@ TEST_F(AppStoreTest, OneAccountFailingAtLoginDoesNotStopTheNextAndStopEndsARunMi
     store.stopBackup();
     ASSERT_TRUE(waitFor(finished, 3));
     ::close(silent);
-
     EXPECT_EQ(store.backup().accountIndex, 1);
     EXPECT_EQ(store.backup().lastMessage, "Stopped");
     EXPECT_FALSE(store.backup().lastError);
@@ -221,24 +189,15 @@ TEST_F(AppStoreTest, OneAccountFailingAtLoginDoesNotStopTheNextAndStopEndsARunMi
     EXPECT_FALSE(fs::exists(vault() / "Three"));
 }
 
-TEST(BackupStatus, ClosingWordsGroupDigitsAndAgreeInNumber) {
-    const QLocale english(QLocale::English, QLocale::UnitedStates);
-    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 1234, english), "1,234 new messages saved");
-    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 3, english, 1),
-              "3 new messages saved · 1 repaired");
-    EXPECT_EQ(qs::BackupStatus::attentionMessage(2), "Backup finished — 2 accounts need attention");
-}
-
 TEST_F(AppStoreTest, ScheduleThresholds) {
     const qs::Date base = qs::dateFromUnix(1'700'000'000);
-    struct Case {
+    const struct {
         const char* name;
         bool enabled;
         std::optional<int> hours;
         std::vector<std::optional<std::chrono::seconds>> agos; // per account
         bool starts;
-    };
-    const std::vector<Case> cases = {
+    } cases[] = {
         {"off", false, 6, {std::nullopt}, false},
         {"6 h, 5 h 59 min ago", true, 6, {5h + 59min}, false},
         {"6 h, 6 h ago", true, 6, {6h}, true},
@@ -281,11 +240,7 @@ TEST_F(AppStoreTest, ScheduleThresholds) {
 
 // Listens without TLS too, so a relay can stop the release at an exact command.
 DovecotFixture& plainDovecot() {
-    static DovecotFixture fixture([] {
-        DovecotFixture::Options options;
-        options.plainListener = true;
-        return options;
-    }());
+    static DovecotFixture fixture(DovecotFixture::Options{true, {}, true});
     return fixture;
 }
 
@@ -312,7 +267,6 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         arrivals.push_back(message.date);
     }
     const auto tomorrow = std::chrono::system_clock::now() + 48h;
-
     for (const auto& c : cases) {
         SCOPED_TRACE(c.command);
         fs::remove_all(vault());
@@ -323,7 +277,6 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         IMAPRelay relay(plainDovecot().imapPort());
         MailAccount a = account("Partial", user, relay.port());
         a.server.plaintextLocalDev = true;
-
         AppStore store;
         store.addAccount(a, "secret");
         QSignalSpy finished(&store, &AppStore::backupFinished);
@@ -331,11 +284,7 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         ASSERT_TRUE(waitFor(finished));
         ASSERT_EQ(store.backup().lastMessage, "203 new messages saved");
         // A partial release shows no toast of its own (the backup's may have timed out since).
-        const auto toastNow = [&store] {
-            return store.toast() ? store.toast()->text.toStdString() : std::string();
-        };
-        const std::string toastBefore = toastNow();
-
+        const QString toastBefore = store.toast() ? store.toast()->text : QString();
         auto& cleanup = store.cleanup();
         QSignalSpy busy(&cleanup, &qs::CleanupModel::busyChanged);
         store.checkCleanup(a, "INBOX", tomorrow);
@@ -344,7 +293,6 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         ASSERT_FALSE(cleanup.error()) << *cleanup.error();
         ASSERT_EQ(cleanup.plan()->verified().size(), size_t(total));
         cleanup.setStageFromView(int(qs::CleanupStage::release));
-
         relay.arm(c.command, c.occurrence, c.action);
         store.runCleanup(a);
         EXPECT_TRUE(cleanup.busy());
@@ -358,7 +306,6 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         }
         while (cleanup.busy())
             ASSERT_TRUE(busy.wait(waitMilliseconds));
-
         EXPECT_EQ(cleanup.stage(), qs::CleanupStage::release);
         EXPECT_EQ(cleanup.released(), (qs::CleanupModel::Released{released, total}));
         ASSERT_TRUE(cleanup.error());
@@ -367,16 +314,13 @@ TEST_F(AppStoreTest, ReleaseStoppedPartWay) {
         EXPECT_TRUE(advice.starts_with(c.advice) && advice.ends_with(c.adviceEnd)) << advice;
         ASSERT_TRUE(cleanup.result());
         EXPECT_TRUE(cleanup.result()->starts_with(std::to_string(released) + " messages"));
-        EXPECT_TRUE(toastNow().empty() || toastNow() == toastBefore) << toastNow();
-
+        EXPECT_TRUE(!store.toast() || store.toast()->text == toastBefore);
         std::vector<uint32_t> left;
-        size_t marked = 0;
         for (const auto& stored : plainDovecot().messages(user, "INBOX")) {
             left.push_back(stored.uid);
-            marked += std::ranges::count(stored.flags, std::string("\\Deleted"));
+            EXPECT_EQ(std::ranges::count(stored.flags, "\\Deleted"), 0) << "left marked";
         }
         EXPECT_EQ(left, std::vector<uint32_t>(uids.begin() + released, uids.end()));
-        EXPECT_EQ(marked, 0u) << "no message left on the server stays marked \\Deleted";
         EXPECT_EQ(fileCount(vault() / "Partial"), size_t(total));
     }
 }
@@ -391,24 +335,20 @@ TEST_F(AppStoreTest, ImportCountsSkipsAndRepeats) {
     };
     AppStore store;
     QSignalSpy finished(&store, &AppStore::importFinished);
-
     store.importFileUrls({url(mbox), url(loose), url(picture), url(dir.path() / "missing.eml"),
                           QUrl("https://example.org/x.eml")});
     EXPECT_EQ(store.importMessage(), QStringLiteral("Importing…"));
     ASSERT_TRUE(waitFor(finished));
     EXPECT_EQ(store.importMessage(), QStringLiteral("Imported 9 messages · 2 skipped"));
     EXPECT_EQ(store.toast()->text, "Imported 9 messages · 2 skipped");
-    EXPECT_EQ(store.toast()->symbol, "tray.and.arrow.down.fill");
     EXPECT_EQ(fileCount(vault() / "Imported" / "sort-size"), 8u);
     EXPECT_EQ(fileCount(vault() / "Imported" / "Loose Messages"), 1u);
     EXPECT_EQ(fileCount(vault()), 9u);
-
     store.importFiles({picture});
     ASSERT_TRUE(waitFor(finished, 2));
     EXPECT_EQ(store.importMessage(), QStringLiteral("Imported 0 messages · 1 skipped"));
     EXPECT_EQ(store.toast()->text, "Nothing imported — 1 file wasn’t a valid email");
     EXPECT_EQ(store.toast()->tint, "caution");
-
     store.importFiles({dir.path() / "missing.eml", dir.path()});
     ASSERT_TRUE(waitFor(finished, 3));
     EXPECT_EQ(store.toast()->text, "Nothing imported — 2 files couldn’t be read");

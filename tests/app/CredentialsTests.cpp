@@ -33,7 +33,7 @@ protected:
 };
 
 // The address is user, host and port, never the label. An unwritable file throws on save only.
-TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
+TEST_F(Credentials, AFileKeepsEveryAccountsPasswordAndIsOverwrittenWhenCorrupt) {
     EXPECT_TRUE(qs::Credentials::usesKeychain());
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", "");
     EXPECT_TRUE(qs::Credentials::usesKeychain()) << "an empty path is no file";
@@ -53,14 +53,13 @@ TEST_F(Credentials, AFileKeepsEveryAccountsPassword) {
     EXPECT_FALSE(written().contains("ann@h.test:993"));
     EXPECT_EQ(written()["bob@h.test:993"], "pässwörd ✓");
     EXPECT_EQ(password(ann), std::nullopt);
-
     std::ofstream(dir.path() / "plain") << "x";
     environment.set("QUERNSTEAD_CREDENTIALS_FILE", (dir.path() / "plain" / "c.json").string());
     EXPECT_THROW(qs::Credentials::save("pw", ann), std::system_error);
     EXPECT_NO_THROW(qs::Credentials::remove(ann));
-}
 
-TEST_F(Credentials, ACorruptFileFallsBackToMemoryAndIsOverwritten) {
+    // A corrupt file falls back to memory and is overwritten.
+    environment.unset("QUERNSTEAD_CREDENTIALS_FILE");
     environment.set("QUERNSTEAD_DEMO_DIR", dir.path().string());
     qs::Credentials::save("from memory", account("mem"));
     for (const std::string corrupt : {"{\"ann@h.test:993\":", "[1,2]"}) {
@@ -127,14 +126,12 @@ TEST(SecretService, RoundTripsInARealKeyringSession) {
     qs::test::TemporaryDirectory home;
     std::filesystem::create_directories(home.path() / "run");
     std::filesystem::permissions(home.path() / "run", std::filesystem::perms::owner_all);
-
     QProcessEnvironment environment;
     environment.insert("PATH", qEnvironmentVariable("PATH"));
-    environment.insert("HOME", QString::fromStdString(home.path().string()));
-    environment.insert("XDG_DATA_HOME", QString::fromStdString((home.path() / "data").string()));
-    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString((home.path() / "run").string()));
     environment.insert("QS_SECRET_SERVICE_SESSION", "1");
-
+    for (auto [name, below] :
+         {std::pair{"HOME", ""}, {"XDG_DATA_HOME", "data"}, {"XDG_RUNTIME_DIR", "run"}})
+        environment.insert(name, QString::fromStdString((home.path() / below).string()));
     QProcess session;
     session.setProcessEnvironment(environment);
     session.setProcessChannelMode(QProcess::MergedChannels);
@@ -156,7 +153,6 @@ TEST(SecretServiceSession, DISABLED_SaveReplaceLookupAndRemove) {
     ASSERT_TRUE(qs::Credentials::usesKeychain());
     auto work = account("ann@example.org");
     const std::string secret = "pässwörd – ✓ 密码";
-
     EXPECT_EQ(password(work), std::nullopt);
     qs::Credentials::save("first", work);
     qs::Credentials::save(secret, work);
@@ -171,12 +167,10 @@ TEST(SecretServiceSession, DISABLED_SaveReplaceLookupAndRemove) {
           "attribute.comment = App-specific password used by Quernstead to back up mail",
           "attribute.port = 993"})
         EXPECT_TRUE(items.contains(QString::fromUtf8(line))) << items.toStdString();
-
     auto other = account("ann@example.org");
     other.label = "Other";
     EXPECT_EQ(password(other), secret);
     EXPECT_EQ(password(account("ann@example.org", 1993)), std::nullopt);
-
     qs::Credentials::remove(other);
     EXPECT_EQ(password(work), std::nullopt);
     EXPECT_FALSE(itemsOf(work.username).contains("h.test"));

@@ -3,7 +3,6 @@
 #include "model/AppStore.h"
 #include "model/SettingsKeys.h"
 
-#include "ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
 #include <QCoreApplication>
@@ -17,10 +16,30 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 
 namespace qs::test {
+
+/// Puts every variable it changed back at its end, so no test's variables leak into the next.
+class ScopedEnvironment {
+public:
+    ~ScopedEnvironment() {
+        for (const auto& [name, value] : saved_)
+            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+    }
+    void set(const std::string& name, const std::optional<std::string>& value) {
+        const char* old = std::getenv(name.c_str());
+        saved_.try_emplace(name, old ? std::optional<std::string>(old) : std::nullopt);
+        value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+    }
+    void unset(const std::string& name) { set(name, std::nullopt); }
+
+private:
+    std::map<std::string, std::optional<std::string>> saved_;
+};
 
 class StoreTest : public ::testing::Test {
 protected:
@@ -57,7 +76,6 @@ protected:
     TemporaryDirectory dir;
     ScopedEnvironment environment;
 };
-using BrowsingTest = StoreTest;
 
 // Only keeps a broken run from hanging.
 constexpr int waitMilliseconds = 60'000;

@@ -1,3 +1,4 @@
+#include "model/BackupStatus.h"
 #include "model/Fmt.h"
 #include "model/FriendlyError.h"
 #include "model/PlatformWords.h"
@@ -37,13 +38,7 @@ std::exception_ptr fileError(int code) {
 TEST(FriendlyError, EveryRowInOrder) {
     const std::string refusedAdvice = "The connection was refused. Check the server name and port "
                                       "(IMAP over TLS is usually 993).";
-    const std::string findAdvice = "Check the server name for typos, and that you’re online.";
-    const std::string offline = "You seem to be offline";
     const std::string password = "The password wasn’t accepted";
-    const std::string gone = "That folder is gone";
-    const std::string slow = "The server asked us to slow down";
-    const std::string unwritable = "Quernstead can’t write to the vault folder";
-    const std::string secure = "A secure connection couldn’t be made";
     const std::string other = "Something went wrong";
     const std::optional<std::string> host = "imap.example.org", none;
     const struct {
@@ -55,30 +50,23 @@ TEST(FriendlyError, EveryRowInOrder) {
         {connection("Connection refused"), host, "Couldn’t reach “imap.example.org”",
          refusedAdvice},
         {connection("Connection refused"), none, "Couldn’t reach the server", refusedAdvice},
-        {connection("POSIXErrorCode(rawValue: 61)"), host, "Couldn’t reach “imap.example.org”", ""},
         {connection("POSIXErrorCode(rawValue: 60)"), host, "Couldn’t connect to “imap.example.org”",
          "POSIXErrorCode(rawValue: 60)"},
         {connection("Name or service not known"), host, "Couldn’t find “imap.example.org”",
-         findAdvice},
-        {connection("Network is unreachable"), host, offline,
+         "Check the server name for typos, and that you’re online."},
+        {connection("Network is unreachable"), host, "You seem to be offline",
          "Connect to the internet and try again. Your vault is still readable offline."},
-        {connection("Transport endpoint is not connected"), host, offline, ""},
-        {connection("TLS handshake failed: certificate verify failed"), host, secure,
+        {connection("TLS handshake failed: certificate verify failed"), host,
+         "A secure connection couldn’t be made",
          "“imap.example.org” didn’t offer a valid TLS certificate on this port."},
-        {connection("TLS handshake failed: wrong version number"), none, secure,
-         "The server didn’t offer a valid TLS certificate on this port."},
-        {connection("bad port"), host, "Couldn’t connect to “imap.example.org”", "bad port"},
         // Commands: a refused LOGIN is the password whatever the server's text.
         {refused("LOGIN", "Mailbox doesn't exist"), host, password, ""},
-        {refused("AUTHENTICATE", ""), host, password, ""},
         {refused("SELECT", "[AUTHENTICATIONFAILED] no"), host, password, ""},
-        {refused("SELECT", "Mailbox doesn't exist: Old"), host, gone,
+        {refused("SELECT", "Mailbox doesn't exist: Old"), host, "That folder is gone",
          "It may have been renamed or deleted on the server. Re-check the folders in Settings › "
          "Accounts."},
-        {refused("EXAMINE", "[NONEXISTENT] Unknown"), host, gone, ""},
-        {refused("UID FETCH", "Over quota"), host, slow,
+        {refused("UID FETCH", "Over quota"), host, "The server asked us to slow down",
          "Your provider is limiting connections right now. Wait a few minutes, then try again."},
-        {refused("UID FETCH", "Unlimited fun"), host, slow, ""},
         {refused("UID FETCH", "Invalid sequence", IMAPStatus::bad), host, "The server said no",
          "UID FETCH was refused: Invalid sequence"},
         {refused("UID FETCH", ""), host, "The server said no",
@@ -96,8 +84,8 @@ TEST(FriendlyError, EveryRowInOrder) {
         {fileError(ENOSPC), host, "Your disk is full",
          "Free some space on this computer (or choose another vault folder in Settings), then back "
          "up again."},
-        {fileError(EACCES), host, unwritable, "Choose a folder you own in Settings › General."},
-        {fileError(ENOTDIR), host, unwritable, ""},
+        {fileError(EACCES), host, "Quernstead can’t write to the vault folder",
+         "Choose a folder you own in Settings › General."},
         // Passwords: an unreachable keyring is not a missing password.
         {as(qs::KeychainError(2, "Cannot autolaunch D-Bus without X11 $DISPLAY")), host,
          "The keyring can’t be reached",
@@ -130,8 +118,9 @@ qs::Date localDate(int year, int month, int day, int hour, int minute) {
 
 const QLocale english(QLocale::English, QLocale::UnitedStates);
 
-// Ages round down through their units; row dates say the time today, "Yesterday", or the day.
-TEST(Fmt, AgesAndRowDates) {
+// Ages round down through their units; row dates say the time today, "Yesterday", or the day;
+// closing words group digits and agree in number; only whole words are adapted to this platform.
+TEST(Fmt, AgesRowDatesClosingAndPlatformWords) {
     const auto now = localDate(2024, 3, 10, 15, 0);
     const std::pair<std::int64_t, const char*> ages[] = {
         {-3'600, "just now"}, {89, "just now"},     {90, "1 min ago"},   {3'599, "59 min ago"},
@@ -147,10 +136,11 @@ TEST(Fmt, AgesAndRowDates) {
                                                      {localDate(2023, 3, 10, 12, 0), "Mar 10"}};
     for (const auto& [date, expected] : rows)
         EXPECT_EQ(qs::Fmt::rowDate(date, now, english), expected);
-}
-
-TEST(PlatformWords, ReplacesWholeWordsOnly) {
-    const std::pair<const char16_t*, const char16_t*> rows[] = {
+    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 1234, english), "1,234 new messages saved");
+    EXPECT_EQ(qs::BackupStatus::closingMessage(false, 3, english, 1),
+              "3 new messages saved · 1 repaired");
+    EXPECT_EQ(qs::BackupStatus::attentionMessage(2), "Backup finished — 2 accounts need attention");
+    const std::pair<const char16_t*, const char16_t*> platform[] = {
         {u"Show Vault in Finder", u"Show Vault in File Manager"},
         {u"It’s kept in your Mac’s Keychain and goes nowhere else.",
          u"It’s kept in your computer’s keyring and goes nowhere else."},
@@ -159,7 +149,7 @@ TEST(PlatformWords, ReplacesWholeWordsOnly) {
         {u"Machine and iMac and Macs stay", u"Machine and iMac and Macs stay"},
         {u"Mac", u"computer"},
     };
-    for (const auto& [elsewhere, here] : rows)
+    for (const auto& [elsewhere, here] : platform)
         EXPECT_EQ(qs::PlatformWords::adapt(QStringView(elsewhere)), QString::fromUtf16(here));
 }
 

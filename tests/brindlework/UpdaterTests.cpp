@@ -1,33 +1,79 @@
+// The updater against a local HTTPS server whose certificate the test CA signs, and the script
+// that swaps the installed program folder for the staged one.
+
 #include "Brindle/AppBundle.h"
+#include "Brindle/InstallScript.h"
 #include "ReleaseMaker.h"
-#include "ScratchBundle.h"
 #include "SigningKey.h"
 #include "Updater/Updater.h"
+#include "support/FileIO.h"
 #include "support/HTTPSServer.h"
+#include "support/QtTestEnvironment.h"
+#include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestCertificates.h"
 
+#include <QCoreApplication>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QTest>
 #include <gtest/gtest.h>
 #include <openssl/rand.h>
 
+#include <fstream>
 #include <functional>
+#include <memory>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace brindle {
-
-// Failures show the phase as a reader knows it.
-void PrintTo(const UpdatePhase& phase, std::ostream* out) {
-    *out << "phase " << int(phase.kind) << " \"" << phase.message << "\" version \""
-         << phase.feed.version << "\"";
-}
 
 namespace {
 
 using qs::test::HTTPSServer;
 namespace fs = std::filesystem;
-using test::ScratchBundle;
-using test::writeFile;
 using Kind = UpdatePhase::Kind;
+
+class TrustTestCA : public ::testing::Environment {
+public:
+    void SetUp() override {
+        QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+        configuration.setCaCertificates(QSslCertificate::fromPath(
+            QString::fromStdString(qs::test::trustedCA().certificate.string())));
+        QSslConfiguration::setDefaultConfiguration(configuration);
+    }
+};
+
+[[maybe_unused]] const auto* application = ::testing::AddGlobalTestEnvironment(
+    new qs::test::QtTestEnvironment<QCoreApplication>("test_brindlework", false));
+[[maybe_unused]] const auto* trust = ::testing::AddGlobalTestEnvironment(new TrustTestCA);
+
+void writeFile(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// A scratch folder holding an installed program folder "opt/App" whose bin/app says `version`.
+struct ScratchBundle {
+    explicit ScratchBundle(const std::string& version) { writeProgram(installed, version); }
+
+    // A program folder at `folder`: an executable bin/app that prints `version`, and a data file.
+    static void writeProgram(const fs::path& folder, const std::string& version,
+                             const std::string& payload = "data") {
+        fs::remove_all(folder);
+        writeFile(folder / "bin/app", "#!/bin/sh\necho " + version + "\n");
+        fs::permissions(folder / "bin/app", fs::perms::owner_all);
+        writeFile(folder / "share/data.txt", payload);
+    }
+    std::string program() const { return qs::FileIO::read(installed / "bin/app"); }
+
+    qs::test::TemporaryDirectory directory;
+    const fs::path root = directory.path();
+    const fs::path installed = root / "opt/App";
+};
 
 constexpr auto identifier = "org.example.app";
 
@@ -97,15 +143,6 @@ protected:
 };
 
 TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
-    struct Row {
-        const char* name;
-        std::optional<HTTPSServer::Response> feed; // none: no route, so 404
-        bool reachable;
-        bool userInitiated;
-        Kind kind;
-        const char* message;
-        int windows;
-    };
     const std::string newer = R"({"version":"2.0","url":"https://example.org/app"})";
     const std::string needsNewerSystem =
         R"({"version":"2.0","url":"https://example.org/app","minimumSystemVersion":"6.2"})";
@@ -113,14 +150,19 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     const char* couldnt =
         "Couldn’t check for updates. Check your internet connection and try again.";
     using Response = HTTPSServer::Response;
-    const Row rows[] = {
+    const struct {
+        const char* name;
+        std::optional<Response> feed; // none: no route, so 404
+        bool reachable, userInitiated;
+        Kind kind;
+        const char* message;
+        int windows;
+    } rows[] = {
         // clang-format off
         {"feed missing, user", std::nullopt, true, true, Kind::failed, couldnt, 1},
-        {"feed missing, silent", std::nullopt, true, false, Kind::idle, "", 0},
         {"unreachable, silent", std::nullopt, false, false, Kind::idle, "", 0},
         {"server error, silent", Response{500, newer, {}}, true, false, Kind::idle, "", 0},
         {"garbage, user", Response{200, "<html>", {}}, true, true, Kind::failed, couldnt, 1},
-        {"garbage, silent", Response{200, "<html>", {}}, true, false, Kind::idle, "", 0},
         {"newer, user", Response{200, newer, {}}, true, true, Kind::available, "", 1},
         {"newer but needs a newer system", Response{200, needsNewerSystem, {}}, true, true, Kind::upToDate, "", 1},
         {"same version, silent", Response{200, same, {}}, true, false, Kind::upToDate, "", 0},
@@ -151,27 +193,22 @@ TEST_F(UpdaterTest, FeedOutcomesForSilentAndUserChecks) {
     }
 }
 
-TEST_F(UpdaterTest, WithoutAFeedNothingHappens) {
-    UpdaterConfiguration setup = configuration();
-    setup.feedURL = QUrl();
-    Updater updater(setup);
-    QSignalSpy phases(&updater, &Updater::phaseChanged);
-    updater.start();
-    updater.check(true);
-    EXPECT_FALSE(updater.active());
-    EXPECT_EQ(phases.count(), 0);
-    EXPECT_TRUE(server_.requests().empty());
-}
-
-TEST_F(UpdaterTest, AVersionAnnouncesItselfOnce) {
+TEST_F(UpdaterTest, AVersionAnnouncesItselfOnceAndWithoutAFeedNothingHappens) {
     server_.route("/feed.json", {200, R"({"version":"2.0","url":"https://example.org/app"})", {}});
     Updater updater(configuration());
     QSignalSpy windows(&updater, &Updater::windowRequested);
     checkAndSettle(updater, false);
-    EXPECT_EQ(updater.phase().kind, Kind::available);
     checkAndSettle(updater, false);
     EXPECT_EQ(updater.phase().kind, Kind::available);
     EXPECT_EQ(windows.count(), 1);
+    UpdaterConfiguration setup = configuration();
+    setup.feedURL = QUrl();
+    Updater unfed(setup);
+    QSignalSpy phases(&unfed, &Updater::phaseChanged);
+    unfed.start();
+    unfed.check(true);
+    EXPECT_FALSE(unfed.active());
+    EXPECT_EQ(phases.count(), 0);
     EXPECT_EQ(server_.requests().size(), 2u);
 }
 
@@ -241,28 +278,24 @@ TEST_F(UpdaterTest, AUserCheckDuringADownloadOnlyBringsTheWindowForward) {
     ASSERT_EQ(RAND_bytes(reinterpret_cast<unsigned char*>(noise.data()), int(noise.size())), 1);
     const std::string zip = ReleaseMaker::zipFolder(
         makeProgram(bundle_.root / "release/App", "2.0", identifier, noise));
-    ASSERT_GT(zip.size(), 600'000u);
     publish("2.0", zip, {}, {}, 400'000);
-
     Updater updater(configuration());
     QSignalSpy windows(&updater, &Updater::windowRequested);
     updater.check(false);
     ASSERT_TRUE(QTest::qWaitFor([&] { return updater.phase().progress > 0; }, 15'000));
     EXPECT_EQ(updater.phase().kind, Kind::downloading);
     EXPECT_LT(updater.phase().progress, 1.0);
-
     updater.check(true);
     EXPECT_EQ(windows.count(), 1);
     EXPECT_EQ(updater.phase().kind, Kind::downloading);
     EXPECT_EQ(server_.requests().size(), 2u); // the feed and the archive, nothing more
-
     server_.release();
     ASSERT_TRUE(QTest::qWaitFor([&] { return updater.phase().kind == Kind::ready; }, 15'000))
         << updater.phase().message;
     EXPECT_EQ(windows.count(), 2); // the ready version announces itself
 }
 
-TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
+TEST_F(UpdaterTest, ANewerVersionInstallsInPlaceOnlyWhereItCanElseIsOnlyAvailable) {
     const struct {
         const char* name;
         bool automatic;
@@ -284,14 +317,11 @@ TEST_F(UpdaterTest, WithoutInPlaceInstallANewerVersionIsOnlyAvailable) {
         EXPECT_EQ(updater.phase().kind, Kind::available);
         EXPECT_EQ(updater.buttons(), row.buttons);
     }
-    EXPECT_EQ(Updater(configuration()).automaticallyDownloads(), true); // the last row's setting
-    EXPECT_EQ(QSettings().value("BrindleAutoUpdate").toBool(), true);
-}
+    EXPECT_EQ(QSettings().value("BrindleAutoUpdate").toBool(), true); // the last row's setting
 
-// Quitting with a ready update installs it only where it could be installed in place.
-TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
-    publish("2.0", releaseArchive("2.0"));
+    // Quitting with a ready update installs it only where it could be installed in place.
     Updater updater(configuration());
+    EXPECT_TRUE(updater.automaticallyDownloads());
     checkAndSettle(updater, false);
     ASSERT_EQ(updater.phase().kind, Kind::ready) << updater.phase().message;
     const fs::path bundle = installed_->path, parent = bundle.parent_path();
@@ -299,12 +329,12 @@ TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
         const char* name;
         fs::path readOnly;
         bool canInstall;
-    } rows[] = {
+    } places[] = {
         {"writable bundle and folder", {}, true},
         {"read-only bundle", bundle, false},
         {"read-only folder", parent, false},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : places) {
         SCOPED_TRACE(row.name);
         if (!row.readOnly.empty())
             fs::permissions(row.readOnly, fs::perms::owner_read | fs::perms::owner_exec);
@@ -314,6 +344,78 @@ TEST_F(UpdaterTest, InstallsInPlaceOnlyWhereTheUserCanWrite) {
         fs::permissions(parent, fs::perms::owner_all);
     }
     EXPECT_EQ(bundle_.program(), "#!/bin/sh\necho 1.0\n");
+}
+
+// A process that runs `command` in the shell and is reaped as soon as it ends, so that the
+// script's `kill -0` sees it gone at once.
+class Waiter {
+public:
+    explicit Waiter(const std::string& command) {
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            ::_exit(127);
+        }
+        reaper_ = std::thread([pid = pid_] { ::waitpid(pid, nullptr, 0); });
+    }
+    ~Waiter() { reaper_.join(); }
+    pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_ = -1;
+    std::thread reaper_;
+};
+
+TEST(InstallScript, ReplacesTheBundleOnlyWhenTheCopySucceedsAndTheProgramHasEnded) {
+    const struct {
+        const char* name;
+        bool staged;
+        bool relaunch;
+        // The program still writes into the staged copy as it ends: a script that didn't wait
+        // for it would copy the staged program without this line.
+        bool lateWriter;
+        const char* installedProgram;
+    } rows[] = {
+        {"staged copy replaces the old", true, false, false, "new\n"},
+        {"a failing copy restores the old", false, false, false, "old\n"},
+        {"relaunch starts the new program", true, true, false, "new\n"},
+        {"waits for the program to end", true, false, true, "new\nlate\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScratchBundle bundle("old");
+        writeFile(bundle.installed / "share/old-only", "old");
+        const fs::path versionFolder = bundle.root / "cache/BrindleUpdate/2.0";
+        const fs::path staged = versionFolder / "App", started = bundle.root / "started";
+        fs::create_directories(versionFolder);
+        if (row.staged) {
+            ScratchBundle::writeProgram(staged, "new");
+            writeFile(staged / "bin/run", "#!/bin/sh\necho \"$0\" > '" + started.string() + "'\n");
+            fs::permissions(staged / "bin/run", fs::perms::owner_all);
+        }
+        std::unique_ptr<Waiter> lateWriter;
+        pid_t pid;
+        if (row.lateWriter) {
+            lateWriter = std::make_unique<Waiter>("sleep 0.5; echo late >> '" +
+                                                  (staged / "bin/app").string() + "'");
+            pid = lateWriter->pid();
+        } else {
+            pid = Waiter("exit 0").pid(); // gone, and reaped, before the script starts
+        }
+        std::vector<std::string> argv{"/bin/sh"};
+        for (auto& argument : InstallScript::arguments(
+                 pid, staged.string(), bundle.installed.string(), row.relaunch, "bin/run"))
+            argv.push_back(argument);
+        EXPECT_EQ(qs::test::runProcess(argv).exitCode, 0);
+        EXPECT_EQ(bundle.program(), std::string("#!/bin/sh\necho ") + row.installedProgram);
+        EXPECT_EQ(fs::exists(bundle.installed / "share/old-only"), !row.staged);
+        EXPECT_FALSE(fs::exists(bundle.installed.string() + ".brindle-old"));
+        EXPECT_FALSE(fs::exists(versionFolder));
+        if (row.relaunch)
+            EXPECT_TRUE(QTest::qWaitFor([&] { return fs::exists(started); }, 10'000));
+        else
+            EXPECT_FALSE(fs::exists(started));
+    }
 }
 
 } // namespace
