@@ -1,14 +1,14 @@
 // Searching a large vault from a cold process: `quernstead-cli search` timed as a user runs it
-// (a new process each time, through the search cache), next to notmuch on the same messages
-// when it is installed and the messages are on disk; the window's index open time and peak
-// memory, and how soon its list can show from the cache; and the cost of saving after 100 new
+// (a new process each time, through the search cache), next to notmuch and mu on the same
+// messages when they are installed and the messages are on disk; the window's index open time and
+// peak memory, and how soon its list can show from the cache; and the cost of saving after 100 new
 // messages. Prints figures; asserts nothing.
 //
 //   bench_search_cache --messages N [--data DIR] [--files] [--runs R] [--open-runs R]
 //                      [--no-search]
 //
 // The vault is made once under DIR (default /work/bench-data) and reused. With --files the
-// messages are written as files and indexed by a scan (needed for notmuch); without, only
+// messages are written as files and indexed by a scan (needed for notmuch and mu); without, only
 // index.json and its cache are made, from the same generated messages.
 #include "LargeVault.h"
 #include "search/SearchCache.h"
@@ -23,6 +23,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <span>
 #include <spawn.h>
 #include <string>
@@ -219,12 +220,14 @@ int main(int argc, char** argv) {
         const char* kind;
         std::string ours;
         std::string notmuch;
+        std::string mu;
     };
     std::string rare = std::to_string(count / 2 + 7);
-    const Query queries[] = {{"rare word", rare, rare},
-                             {"common word", "body", "body"},
-                             {"prefix", "inv", "inv*"},
-                             {"two words", "invoice meeting", "invoice and meeting"}};
+    const Query queries[] = {
+        {"rare word", rare, rare, rare},
+        {"common word", "body", "body", "body"},
+        {"prefix", "inv", "inv*", "inv*"},
+        {"two words", "invoice meeting", "invoice and meeting", "invoice meeting"}};
     if (searches) {
         std::printf("\ncold-process search, --limit 20, %d runs each (p50 / p99 ms, matches)\n",
                     runs);
@@ -262,6 +265,41 @@ int main(int argc, char** argv) {
             }
             auto p = percentiles(samples);
             std::printf("  notmuch search %-12s %8.1f / %6.1f ms\n", q.kind, p.p50, p.p99);
+        }
+    }
+
+    if (searches && files && std::system("command -v mu >/dev/null 2>&1") == 0) {
+        // mu reads maildirs only: the same files, hard-linked into one maildir's cur folder.
+        fs::path home = data / ("mu-" + std::to_string(count));
+        fs::path maildir = home / "maildir";
+        if (!fs::exists(home / "xapian")) {
+            fs::remove_all(home);
+            for (const char* sub : {"cur", "new", "tmp"}) {
+                fs::create_directories(maildir / sub);
+            }
+            for (const auto& entry : fs::recursive_directory_iterator(vault)) {
+                auto name = entry.path().filename().string();
+                if (entry.is_regular_file() && name.ends_with(".eml")) {
+                    auto link = maildir / "cur" /
+                                (std::to_string(std::hash<std::string>()(entry.path().string())) +
+                                 ".bench:2,S");
+                    fs::create_hard_link(entry.path(), link);
+                }
+            }
+            spawn({"/usr/bin/mu", "init", "--muhome=" + home.string(),
+                   "--maildir=" + maildir.string()});
+            auto run = spawn({"/usr/bin/mu", "index", "--muhome=" + home.string()});
+            std::printf("  mu index (first index)             %8.1f s\n", run.seconds);
+        }
+        for (const auto& q : queries) {
+            std::vector<double> samples;
+            for (int r = 0; r < runs; ++r) {
+                samples.push_back(
+                    spawn({"/usr/bin/mu", "find", "--muhome=" + home.string(), "--maxnum=20", q.mu})
+                        .seconds);
+            }
+            auto p = percentiles(samples);
+            std::printf("  mu find        %-12s %8.1f / %6.1f ms\n", q.kind, p.p50, p.p99);
         }
     }
 
@@ -312,7 +350,8 @@ int main(int argc, char** argv) {
         loaded = loadAndAdd();
         start = Clock::now();
         bytes = 0;
-        qs::SearchIndexCoder::encode(loaded, [&](std::string_view piece) { bytes += piece.size(); });
+        qs::SearchIndexCoder::encode(loaded,
+                                     [&](std::string_view piece) { bytes += piece.size(); });
         encodes.push_back(secondsSince(start));
         start = Clock::now();
         loaded.save(scratch);
