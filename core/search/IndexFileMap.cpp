@@ -1,11 +1,9 @@
 #include "search/IndexFileMap.h"
 
-#include "support/AtomicFile.h"
-#include "support/FileIO.h"
-
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace qs {
 
@@ -51,26 +49,20 @@ void IndexFileMap::write(const std::filesystem::path& path) const {
     for (const auto* offsets : {&recordStarts, &postingEnds}) {
         bytes.append(reinterpret_cast<const char*>(offsets->data()), offsets->size() * 8);
     }
-    uint32_t sum = SearchCacheLayout::checksum(bytes);
-    bytes.append(reinterpret_cast<const char*>(&sum), sizeof sum);
-    AtomicFile::writeUnflushed(path, bytes);
+    SearchCacheLayout::writeSealed(path, std::move(bytes));
 }
 
 std::optional<IndexFileMap> IndexFileMap::read(const std::filesystem::path& path) noexcept {
     try {
-        std::string bytes = FileIO::read(path);
-        Header h{};
-        if (bytes.size() < sizeof h + 4) {
+        auto body = SearchCacheLayout::readSealed(path, sizeof(Header));
+        if (!body) {
             return std::nullopt;
         }
-        std::memcpy(&h, bytes.data(), sizeof h);
-        uint32_t sum = 0;
-        std::memcpy(&sum, bytes.data() + bytes.size() - 4, 4);
-        std::string_view body(bytes.data(), bytes.size() - 4);
+        Header h{};
+        std::memcpy(&h, body->data(), sizeof h);
         if (std::memcmp(h.magic, magic, sizeof magic) != 0 || h.version != version ||
-            h.slots > body.size() / 8 || h.tokens > body.size() / 8 ||
-            body.size() != sizeof h + (h.slots + h.tokens) * 8 ||
-            SearchCacheLayout::checksum(body) != sum) {
+            h.slots > body->size() / 8 || h.tokens > body->size() / 8 ||
+            body->size() != sizeof h + (h.slots + h.tokens) * 8) {
             return std::nullopt;
         }
         IndexFileMap map;
@@ -79,8 +71,8 @@ std::optional<IndexFileMap> IndexFileMap::read(const std::filesystem::path& path
         map.postingsOpen = h.postingsOpen;
         map.recordStarts.resize(size_t(h.slots));
         map.postingEnds.resize(size_t(h.tokens));
-        std::memcpy(map.recordStarts.data(), body.data() + sizeof h, size_t(h.slots) * 8);
-        std::memcpy(map.postingEnds.data(), body.data() + sizeof h + h.slots * 8,
+        std::memcpy(map.recordStarts.data(), body->data() + sizeof h, size_t(h.slots) * 8);
+        std::memcpy(map.postingEnds.data(), body->data() + sizeof h + h.slots * 8,
                     size_t(h.tokens) * 8);
         // Records lie before their closing "]", the postings after the records, all within
         // the file.

@@ -1,8 +1,6 @@
 #include "search/SearchCacheDelta.h"
 
 #include "search/SearchIndexCoder.h"
-#include "support/AtomicFile.h"
-#include "support/FileIO.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -10,6 +8,7 @@
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace qs {
 
@@ -106,25 +105,20 @@ void SearchCacheDelta::write(const std::filesystem::path& path) const {
     std::string bytes(reinterpret_cast<const char*>(&h), sizeof h);
     bytes.append(reinterpret_cast<const char*>(removedRanks.data()), removedRanks.size() * 4);
     SearchIndexCoder::encode(added, [&](std::string_view piece) { bytes.append(piece); });
-    uint32_t sum = SearchCacheLayout::checksum(bytes);
-    bytes.append(reinterpret_cast<const char*>(&sum), sizeof sum);
-    AtomicFile::writeUnflushed(path, bytes);
+    SearchCacheLayout::writeSealed(path, std::move(bytes));
 }
 
 std::optional<SearchCacheDelta> SearchCacheDelta::read(const std::filesystem::path& path) noexcept {
     try {
-        std::string bytes = FileIO::read(path);
-        Header h{};
-        if (bytes.size() < sizeof h + 4) {
+        auto sealed = SearchCacheLayout::readSealed(path, sizeof(Header));
+        if (!sealed) {
             return std::nullopt;
         }
-        std::memcpy(&h, bytes.data(), sizeof h);
-        uint32_t sum = 0;
-        std::memcpy(&sum, bytes.data() + bytes.size() - 4, 4);
-        std::string_view body(bytes.data(), bytes.size() - 4);
+        std::string_view body = *sealed;
+        Header h{};
+        std::memcpy(&h, body.data(), sizeof h);
         if (std::memcmp(h.magic, magic, sizeof magic) != 0 ||
-            h.removedCount > (body.size() - sizeof h) / 4 ||
-            SearchCacheLayout::checksum(body) != sum) {
+            h.removedCount > (body.size() - sizeof h) / 4) {
             return std::nullopt;
         }
         SearchCacheDelta delta;

@@ -1,7 +1,12 @@
 #include "search/SearchCacheLayout.h"
 
+#include "support/AtomicFile.h"
+#include "support/FileIO.h"
+
 #include <algorithm>
+#include <cstring>
 #include <sys/stat.h>
+#include <system_error>
 #include <zlib.h>
 
 namespace qs::SearchCacheLayout {
@@ -28,6 +33,31 @@ uint32_t checksum(std::string_view bytes) {
         left -= piece;
     }
     return uint32_t(crc);
+}
+
+void writeSealed(const std::filesystem::path& path, std::string bytes) {
+    uint32_t sum = checksum(bytes);
+    bytes.append(reinterpret_cast<const char*>(&sum), sizeof sum);
+    AtomicFile::writeUnflushed(path, bytes);
+}
+
+std::optional<std::string> readSealed(const std::filesystem::path& path, size_t minimum) {
+    std::string bytes;
+    try {
+        bytes = FileIO::read(path);
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+    if (bytes.size() < minimum + 4) {
+        return std::nullopt;
+    }
+    uint32_t sum = 0;
+    std::memcpy(&sum, bytes.data() + bytes.size() - 4, 4);
+    bytes.resize(bytes.size() - 4);
+    if (checksum(bytes) != sum) {
+        return std::nullopt;
+    }
+    return bytes;
 }
 
 } // namespace qs::SearchCacheLayout

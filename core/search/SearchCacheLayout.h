@@ -98,6 +98,15 @@ static_assert(sizeof(RecordEntry) == 80);
 /// CRC-32 of `bytes`.
 uint32_t checksum(std::string_view bytes);
 
+/// Writes `bytes` with their CRC-32 after them, atomically and unflushed: the form of the
+/// small derived files beside index.json, which a lost write only makes stale.
+/// Throws std::system_error.
+void writeSealed(const std::filesystem::path& path, std::string bytes);
+
+/// The bytes `writeSealed` wrote to `path`, or nothing when the file can't be read, holds
+/// fewer than `minimum` bytes or fails its checksum. Never throws but std::bad_alloc.
+std::optional<std::string> readSealed(const std::filesystem::path& path, size_t minimum);
+
 /// What an index loaded from (or saved with) a cache remembers of that cache, so that its
 /// next save can leave the cache in place and write only a delta beside it.
 struct Base {
