@@ -241,6 +241,7 @@ TEST(ClientCancellation, AStopWakesABlockedWaitAndOneBeforeConnectingConnectsNow
 }
 
 TEST(Commands, OneSessionOfEach) {
+    // A PREAUTH greeting opens a session as OK does.
     Session session(R"(
         C: M0001 LIST "" "*"
         S: * LIST () NIL INBOX
@@ -308,7 +309,8 @@ TEST(Commands, OneSessionOfEach) {
         S: M0017 OK [CAPABILITY IMAP4rev1 MOVE] logged in
         C: M0018 EXPUNGE
         S: M0018 OK done
-    )");
+    )",
+                    "* PREAUTH hello");
     IMAPClient& client = session.client;
     std::vector<IMAPMailbox> mailboxes = client.list();
     ASSERT_EQ(mailboxes.size(), 4u);
