@@ -214,7 +214,8 @@ SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path&
     if (cache.has_parent_path()) {
         std::filesystem::create_directories(cache.parent_path());
     }
-    AtomicFile::Stream file(cache);
+    // Never flushed (below): its writing is left to the system.
+    AtomicFile::Stream file(cache, false);
     PageWriter out(file);
     Header h{};
     std::memcpy(h.magic, magic, sizeof magic);

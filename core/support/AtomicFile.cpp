@@ -40,8 +40,8 @@ std::filesystem::path temporaryPath(const std::filesystem::path& path) {
 
 } // namespace
 
-Stream::Stream(std::filesystem::path path)
-    : path_(std::move(path)), temporary_(temporaryPath(path_)) {
+Stream::Stream(std::filesystem::path path, bool writeBehind)
+    : path_(std::move(path)), temporary_(temporaryPath(path_)), writeBehind_(writeBehind) {
     fd_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd_ < 0) {
         fail(path_.string());
@@ -57,6 +57,18 @@ Stream::~Stream() {
 
 void Stream::append(std::string_view bytes) {
     writeAll(fd_, bytes, path_.string());
+    wrote(bytes.size());
+}
+
+void Stream::wrote(uint64_t bytes) {
+    constexpr uint64_t piece = uint64_t(32) << 20;
+    written_ += bytes;
+    if (writeBehind_ && written_ - handedToDisk_ >= piece) {
+        // Only starts the writing: an error shows in the flush at commit.
+        ::sync_file_range(fd_, off_t(handedToDisk_), off_t(written_ - handedToDisk_),
+                          SYNC_FILE_RANGE_WRITE);
+        handedToDisk_ = written_;
+    }
 }
 
 void Stream::overwrite(uint64_t offset, std::string_view bytes) {
@@ -84,6 +96,7 @@ void Stream::appendFrom(int fd, uint64_t offset, uint64_t length) {
             break;
         }
         length -= uint64_t(n);
+        wrote(uint64_t(n));
     }
     // Across file systems, or where the call is missing, the bytes go through memory.
     std::string buffer;

@@ -23,7 +23,10 @@ void writeUnflushed(const std::filesystem::path& path, std::string_view bytes);
 /// commit the temporary file is removed. Every call throws std::system_error on failure.
 class Stream {
 public:
-    explicit Stream(std::filesystem::path path);
+    /// With `writeBehind`, the disk writing starts while the file is still being written, a
+    /// few tens of megabytes at a time, so that the flush of a large file at `commit` has
+    /// little left to wait for. Files committed unflushed are better left to the system.
+    explicit Stream(std::filesystem::path path, bool writeBehind = true);
     ~Stream();
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
@@ -42,8 +45,13 @@ public:
 
 private:
     std::filesystem::path path_;
+    void wrote(uint64_t bytes);
+
     std::filesystem::path temporary_;
     int fd_ = -1;
+    bool writeBehind_;
+    uint64_t written_ = 0;
+    uint64_t handedToDisk_ = 0;
 };
 
 /// The prefix of every temporary file `write` makes, so a crashed run's leftovers can be
