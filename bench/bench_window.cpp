@@ -113,10 +113,12 @@ int main(int argc, char** argv) {
     if (!list)
         return 1;
     QQuickItem* column = qs::test::itemNamed(*window, "messageColumn");
-    std::printf("first painted list %.0f ms after start (%d rows)\n", milliseconds(firstList),
-                list->property("count").toInt());
+    std::printf("first painted list %.0f ms after start (%d rows), peak so far %.0f MB\n",
+                milliseconds(firstList), list->property("count").toInt(), peakKiB() / 1024.0);
     waitFor(
         "the scan", [&] { return !store->indexing(); }, 60'000);
+    std::printf("scan done %.0f ms after start, peak so far %.0f MB\n",
+                milliseconds(Clock::now() - started), peakKiB() / 1024.0);
 
     // Scrolling: a page at a time, each followed by the frame that shows it.
     std::vector<double> frames;
