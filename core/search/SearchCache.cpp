@@ -394,11 +394,8 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
         } joiner{tokenReader};
         index.records_.resize(size_t(slots));
         index.byPath_.reserve(count);
-        SearchCacheLayout::Base base{h.json,
-                                     h.headerChecksum,
-                                     slots,
-                                     std::vector<uint32_t>(size_t(slots), Base::noRank),
-                                     {}};
+        SearchCacheLayout::Base base{
+            h.json, h.headerChecksum, std::vector<uint32_t>(size_t(slots), Base::noRank), {}};
         if (delta_) {
             base.removedRanks = delta_->removedRanks;
         }

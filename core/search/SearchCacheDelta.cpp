@@ -38,9 +38,10 @@ std::optional<SearchCacheDelta> SearchCacheDelta::since(const SearchIndex& index
         return std::nullopt;
     }
     const SearchCacheLayout::Base& base = *index.cacheBase_;
+    const size_t baseSlots = base.rankOfId.size();
     // Past this many changes a whole cache is written: every reader merges the delta.
     size_t limit = std::max<size_t>(2000, index.count() / 50);
-    if (index.records_.size() < base.slotCount || index.records_.size() - base.slotCount > limit) {
+    if (index.records_.size() < baseSlots || index.records_.size() - baseSlots > limit) {
         return std::nullopt;
     }
     // Still the cache the index came from: its header names the same index.json and checksum.
@@ -56,17 +57,17 @@ std::optional<SearchCacheDelta> SearchCacheDelta::since(const SearchIndex& index
                                      offsetof(SearchCacheLayout::Header, headerChecksum)}) !=
             h.headerChecksum ||
         h.headerChecksum != base.headerChecksum || !(h.json == base.json) ||
-        h.slotCount != base.slotCount) {
+        h.slotCount != baseSlots) {
         return std::nullopt;
     }
 
     SearchCacheDelta delta;
     delta.baseJSON = base.json;
     delta.baseHeaderChecksum = base.headerChecksum;
-    delta.baseSlots = base.slotCount;
+    delta.baseSlots = baseSlots;
     delta.removedRanks = base.removedRanks;
     for (uint32_t id : index.removedSinceSave_) {
-        if (id < base.slotCount && base.rankOfId[id] != SearchCacheLayout::Base::noRank) {
+        if (id < baseSlots && base.rankOfId[id] != SearchCacheLayout::Base::noRank) {
             delta.removedRanks.push_back(base.rankOfId[id]);
         }
     }
@@ -78,7 +79,7 @@ std::optional<SearchCacheDelta> SearchCacheDelta::since(const SearchIndex& index
     }
 
     SearchIndex& added = delta.added;
-    auto first = uint32_t(base.slotCount);
+    auto first = uint32_t(baseSlots);
     added.records_.assign(index.records_.begin() + first, index.records_.end());
     for (uint32_t n = 0; n < index.tokens_.size(); ++n) {
         const auto& ids = index.postings_[n];

@@ -113,8 +113,7 @@ struct Base {
     /// The cache's header identity: the index.json it was made from, and its checksum.
     FileStamp json;
     uint32_t headerChecksum = 0;
-    uint64_t slotCount = 0;
-    /// The cache's rank of each slot below `slots` (`noRank` for a tombstone).
+    /// The cache's rank of each of its slots (`noRank` for a tombstone): one per slot.
     std::vector<uint32_t> rankOfId;
     /// Ranks of the cache that the index no longer holds, ascending.
     std::vector<uint32_t> removedRanks;

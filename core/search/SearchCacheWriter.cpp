@@ -282,7 +282,7 @@ SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path&
     // A delta made for the cache this one replaces applies to nothing now.
     std::error_code ignored;
     std::filesystem::remove(SearchCacheDelta::beside(cache), ignored);
-    return Base{h.json, h.headerChecksum, h.slotCount, std::move(rankOf), {}};
+    return Base{h.json, h.headerChecksum, std::move(rankOf), {}};
 }
 
 } // namespace qs
