@@ -137,6 +137,17 @@ struct SearchCache::Mapping {
         return r;
     }
 
+    /// Tells the kernel how the mapping is about to be read: a whole-index load reads every
+    /// page once, in order, and wants the file read ahead (from a cold disk, page by page
+    /// costs several times as long); a search's lookups touch few pages, where reading ahead
+    /// would be waste.
+    void adviseWholeRead(bool whole) const {
+        ::madvise(const_cast<char*>(base), size, whole ? MADV_SEQUENTIAL : MADV_RANDOM);
+        if (whole) {
+            ::madvise(const_cast<char*>(base), size, MADV_WILLNEED);
+        }
+    }
+
     /// Lets the kernel take back the pages of `s` before `offset`: a whole-index load reads
     /// every page once, and holding them all would add the cache's size to its peak memory.
     /// A page touched again is read back in (still verified), so this is never wrong.
@@ -217,7 +228,7 @@ std::optional<SearchCache> SearchCache::open(const std::filesystem::path& cache,
         mapping->sums = mapping->base + sums.offset;
         require(checksum({mapping->sums, size_t(sums.length)}) == h.pageSumsChecksum);
         mapping->verified = std::vector<std::atomic<uint64_t>>(size_t(dataEnd / pageSize / 64 + 1));
-        ::madvise(base, size, MADV_RANDOM);
+        mapping->adviseWholeRead(false);
         return SearchCache(std::move(mapping), std::move(delta));
     } catch (...) {
         return std::nullopt;
@@ -326,6 +337,11 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
     try {
         const Mapping& m = *mapping_;
         const Header& h = m.header;
+        m.adviseWholeRead(true);
+        struct Readvise {
+            const Mapping& m;
+            ~Readvise() { m.adviseWholeRead(false); }
+        } readvise{m};
         auto count = size_t(h.recordCount);
         // Slots keep the ids of index.json, tombstones included; postings that name tombstones
         // are not in the cache, and no reader could tell them apart from absent ones. The
