@@ -178,11 +178,11 @@ public:
     /// All live messages, newest first.
     const std::vector<RecordRef>& records() const { return catalog_->records; }
     /// The list now shown, and the same by month.
-    const std::vector<RecordRef>& visible() const { return visible_; }
+    const std::vector<RecordRef>& visible() const { return *visible_; }
     const std::vector<MonthGroup>& groups() const { return list_->groups(); }
     int groupsVersion() const { return groupsVersion_; }
     int listEpoch() const { return listEpoch_; }
-    int visibleCount() const { return static_cast<int>(visible_.size()); }
+    int visibleCount() const { return static_cast<int>(visible_->size()); }
     const SidebarItem& sidebar() const { return sidebar_; }
     const std::string& query() const { return query_; }
     const std::optional<std::string>& selectedPath() const { return selectedPath_; }
@@ -209,9 +209,10 @@ public:
     /// Recomputes `visible`, `groups`, `groupsVersion`, the timeline's current month and,
     /// when the selection fell out of an unsearched list, the selection.
     void refreshVisible();
-    /// `records` in month groups. Input whose months come in runs keeps its order; otherwise
-    /// each month's records are sorted newest first and the months newest first. Pure.
-    static std::vector<MonthGroup> group(const std::vector<RecordRef>& records);
+    /// `records` in month groups. Input whose months come in runs keeps its order (and the
+    /// groups view `records` itself); otherwise each month's records are sorted newest first
+    /// and the months newest first, in a list of their own. Pure.
+    static MonthGroups group(RecordList records);
     /// Moves the selection by `delta` in `visible`, clamped to its ends; with no selection
     /// both directions land on the first message. Opens the result (again, at an end).
     Q_INVOKABLE void selectNext(int delta);
@@ -421,7 +422,7 @@ private:
     // Whether the catalog was built from `index_` itself, so that hits map by slot alone.
     bool catalogOfIndex_ = true;
     bool listFromCacheFirst_ = true;
-    std::vector<RecordRef> visible_;
+    RecordList visible_ = std::make_shared<const std::vector<RecordRef>>();
     MessageListModel* list_ = new MessageListModel(this);
     TimelineModel* timeline_ = new TimelineModel(this);
     int groupsVersion_ = 0;

@@ -198,34 +198,46 @@ void AppStore::refreshVisible() {
         }
         return true;
     };
-    std::vector<RecordRef> visible;
-    if (effective.empty()) {
-        bool everything =
-            sidebar_.kind == SidebarItem::Kind::all || sidebar_.kind == SidebarItem::Kind::saved;
-        if (everything) {
-            visible = catalog_->records;
-        } else {
+    MonthGroups grouped;
+    bool everything = effective.empty() && (sidebar_.kind == SidebarItem::Kind::all ||
+                                            sidebar_.kind == SidebarItem::Kind::saved);
+    if (everything) {
+        // The catalog's own list and months: nothing of a vault's size happens here.
+        grouped.records = RecordList(catalog_, &catalog_->records);
+        const auto& starts = catalog_->monthStarts;
+        for (size_t m = 0; m < starts.size(); ++m) {
+            size_t end = m + 1 < starts.size() ? starts[m + 1].second : catalog_->records.size();
+            grouped.groups.push_back(
+                {starts[m].first,
+                 std::span(catalog_->records).subspan(starts[m].second, end - starts[m].second)});
+        }
+    } else {
+        std::vector<RecordRef> visible;
+        if (effective.empty()) {
             for (const auto& record : catalog_->records) {
                 if (keep(*record)) {
                     visible.push_back(record);
                 }
             }
-        }
-    } else {
-        auto hits = index_.search(effective);
-        visible.reserve(hits.size());
-        for (const MessageRecord* hit : hits) {
-            if (!keep(*hit)) {
-                continue;
+        } else {
+            auto hits = index_.search(effective);
+            visible.reserve(hits.size());
+            for (const MessageRecord* hit : hits) {
+                if (!keep(*hit)) {
+                    continue;
+                }
+                const RecordRef* found =
+                    catalogOfIndex_ ? catalog_->atSlot(hit->id) : catalog_->find(*hit);
+                // During a scan the index may know a record the list doesn't hold yet.
+                visible.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
             }
-            const RecordRef* found =
-                catalogOfIndex_ ? catalog_->atSlot(hit->id) : catalog_->find(*hit);
-            // During a scan the index may know a record the list doesn't hold yet.
-            visible.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
         }
+        grouped = group(std::make_shared<const std::vector<RecordRef>>(std::move(visible)));
     }
-    visible_ = std::move(visible);
-    list_->setGroups(group(visible_));
+    // The list lets go of the old records only after it holds the new ones.
+    auto previous = std::exchange(visible_, grouped.records);
+    list_->setGroups(std::move(grouped));
+    releaseInBackground(std::move(previous));
     ++groupsVersion_;
     emit visibleChanged();
     emit groupsChanged();
@@ -242,61 +254,81 @@ void AppStore::refreshVisible() {
     if (!selectedPath_) {
         return;
     }
-    if (std::ranges::any_of(visible_,
-                            [&](const RecordRef& r) { return r->path == *selectedPath_; })) {
+    // In a list of everything, any record of the catalog is shown: no search of the list.
+    bool shown = everything ? catalog_->byPath(*selectedPath_) != nullptr
+                            : std::ranges::any_of(*visible_, [&](const RecordRef& r) {
+                                  return r->path == *selectedPath_;
+                              });
+    if (shown) {
         return;
     }
     if (!typed.empty()) {
         // Typing keeps the message being read open though the search filtered it away.
         return;
     }
-    setSelectedPath(visible_.empty() ? std::nullopt : std::optional(visible_.front()->path));
+    setSelectedPath(visible_->empty() ? std::nullopt : std::optional(visible_->front()->path));
 }
 
-std::vector<MonthGroup> AppStore::group(const std::vector<RecordRef>& records) {
-    std::vector<MonthGroup> groups;
+MonthGroups AppStore::group(RecordList records) {
+    struct Run {
+        MonthKey key;
+        size_t begin;
+    };
+    std::vector<Run> runs;
     std::set<int> keys;
     MonthKeyFinder monthOf;
-    for (const auto& record : records) {
-        MonthKey key = monthOf(record->date);
-        if (groups.empty() || groups.back().key != key) {
-            groups.push_back({key, {}});
+    for (size_t i = 0; i < records->size(); ++i) {
+        MonthKey key = monthOf((*records)[i]->date);
+        if (runs.empty() || runs.back().key != key) {
+            runs.push_back({key, i});
             keys.insert(key.ordinal());
         }
-        groups.back().records.push_back(record);
     }
-    if (keys.size() == groups.size()) {
-        return groups;
+    if (keys.size() != runs.size()) {
+        // Months come back more than once: the records are regrouped in a list of their own.
+        std::map<int, std::vector<RecordRef>, std::greater<>> merged;
+        for (size_t r = 0; r < runs.size(); ++r) {
+            size_t end = r + 1 < runs.size() ? runs[r + 1].begin : records->size();
+            auto& into = merged[runs[r].key.ordinal()];
+            into.insert(into.end(), records->begin() + std::ptrdiff_t(runs[r].begin),
+                        records->begin() + std::ptrdiff_t(end));
+        }
+        auto regrouped = std::make_shared<std::vector<RecordRef>>();
+        regrouped->reserve(records->size());
+        runs.clear();
+        for (auto& [ordinal, month] : merged) {
+            std::ranges::stable_sort(
+                month, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
+            runs.push_back({MonthKey::fromOrdinal(ordinal), regrouped->size()});
+            regrouped->insert(regrouped->end(), month.begin(), month.end());
+        }
+        records = std::move(regrouped);
     }
-    std::map<int, MonthGroup, std::greater<>> merged;
-    for (auto& g : groups) {
-        auto& into = merged.try_emplace(g.key.ordinal(), MonthGroup{g.key, {}}).first->second;
-        into.records.insert(into.records.end(), std::make_move_iterator(g.records.begin()),
-                            std::make_move_iterator(g.records.end()));
+    MonthGroups grouped{records, {}};
+    grouped.groups.reserve(runs.size());
+    for (size_t r = 0; r < runs.size(); ++r) {
+        size_t end = r + 1 < runs.size() ? runs[r + 1].begin : records->size();
+        grouped.groups.push_back(
+            {runs[r].key, std::span(*records).subspan(runs[r].begin, end - runs[r].begin)});
     }
-    groups.clear();
-    for (auto& [ordinal, g] : merged) {
-        std::ranges::stable_sort(
-            g.records, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
-        groups.push_back(std::move(g));
-    }
-    return groups;
+    return grouped;
 }
 
 void AppStore::selectNext(int delta) {
-    if (visible_.empty()) {
+    const auto& visible = *visible_;
+    if (visible.empty()) {
         return;
     }
     long current = -1;
     if (selectedPath_) {
         auto found = std::ranges::find_if(
-            visible_, [&](const RecordRef& r) { return r->path == *selectedPath_; });
-        if (found != visible_.end()) {
-            current = found - visible_.begin();
+            visible, [&](const RecordRef& r) { return r->path == *selectedPath_; });
+        if (found != visible.end()) {
+            current = found - visible.begin();
         }
     }
-    long next = std::clamp(current + delta, 0L, static_cast<long>(visible_.size()) - 1);
-    setSelectedPath(visible_[static_cast<size_t>(next)]->path);
+    long next = std::clamp(current + delta, 0L, static_cast<long>(visible.size()) - 1);
+    setSelectedPath(visible[static_cast<size_t>(next)]->path);
 }
 
 void AppStore::scrub(MonthKey key) {
@@ -377,10 +409,13 @@ QString AppStore::vaultSummary() const {
 }
 
 int AppStore::count(const QString& account, const QString& folderDir) const {
-    auto a = account.toStdString();
-    auto f = folderDir.toStdString();
-    return static_cast<int>(std::ranges::count_if(
-        catalog_->records, [&](const RecordRef& r) { return r->account == a && r->folder == f; }));
+    auto summaries = catalog_->folders.find(account.toStdString());
+    if (summaries == catalog_->folders.end()) {
+        return 0;
+    }
+    auto found =
+        std::ranges::find(summaries->second, folderDir.toStdString(), &FolderSummary::folder);
+    return found == summaries->second.end() ? 0 : static_cast<int>(found->count);
 }
 
 std::vector<std::string> AppStore::archiveAccounts() const {

@@ -25,13 +25,13 @@ void AppStore::openSelected() {
         clear();
         return;
     }
-    auto found = catalog_->byPath.find(*selectedPath_);
-    if (found == catalog_->byPath.end()) {
+    const RecordRef* found = catalog_->byPath(*selectedPath_);
+    if (!found) {
         clear();
         return;
     }
     // Everything the task needs is copied here: it touches nothing of the store.
-    MessageRecord record = *found->second;
+    MessageRecord record = **found;
     auto file = layout_.url(record.path);
     auto size = serverSizes_.find(record.path);
     std::optional<int64_t> serverSize;

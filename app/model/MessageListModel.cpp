@@ -7,12 +7,12 @@
 
 namespace qs {
 
-void MessageListModel::setGroups(std::vector<MonthGroup> groups) {
+void MessageListModel::setGroups(MonthGroups groups) {
     beginResetModel();
     groups_ = std::move(groups);
     starts_.assign(1, 0);
-    starts_.reserve(groups_.size() + 1);
-    for (const auto& group : groups_) {
+    starts_.reserve(groups_.groups.size() + 1);
+    for (const auto& group : groups_.groups) {
         starts_.push_back(starts_.back() + 1 + static_cast<int>(group.records.size()));
     }
     endResetModel();
@@ -29,8 +29,8 @@ std::pair<size_t, int> MessageListModel::locate(int row) const {
 }
 
 int MessageListModel::headerRow(int monthOrdinal) const {
-    for (size_t g = 0; g < groups_.size(); ++g) {
-        if (groups_[g].key.ordinal() == monthOrdinal) {
+    for (size_t g = 0; g < groups().size(); ++g) {
+        if (groups()[g].key.ordinal() == monthOrdinal) {
             return starts_[g];
         }
     }
@@ -39,8 +39,8 @@ int MessageListModel::headerRow(int monthOrdinal) const {
 
 int MessageListModel::rowOfPath(const QString& path) const {
     auto wanted = path.toStdString();
-    for (size_t g = 0; g < groups_.size(); ++g) {
-        const auto& records = groups_[g].records;
+    for (size_t g = 0; g < groups().size(); ++g) {
+        const auto& records = groups()[g].records;
         for (size_t i = 0; i < records.size(); ++i) {
             if (records[i]->path == wanted) {
                 return starts_[g] + 1 + static_cast<int>(i);
@@ -55,7 +55,7 @@ QVariant MessageListModel::data(const QModelIndex& index, int role) const {
         return {};
     }
     auto [g, place] = locate(index.row());
-    const auto& group = groups_[g];
+    const auto& group = groups()[g];
     if (place < 0) {
         switch (role) {
         case IsHeaderRole:

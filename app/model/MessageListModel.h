@@ -41,8 +41,8 @@ public:
     using QAbstractListModel::QAbstractListModel;
 
     /// Replaces the groups in one model reset.
-    void setGroups(std::vector<MonthGroup> groups);
-    const std::vector<MonthGroup>& groups() const { return groups_; }
+    void setGroups(MonthGroups groups);
+    const std::vector<MonthGroup>& groups() const { return groups_.groups; }
 
     /// The row of the header of the group with this month ordinal, or -1.
     Q_INVOKABLE int headerRow(int monthOrdinal) const;
@@ -57,7 +57,7 @@ private:
     /// The group holding `row` and the record's place in it, -1 for the header.
     std::pair<size_t, int> locate(int row) const;
 
-    std::vector<MonthGroup> groups_;
+    MonthGroups groups_;
     /// starts_[g] is the row of group g's header; one more entry holds the row count.
     std::vector<int> starts_{0};
 };

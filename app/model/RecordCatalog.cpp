@@ -4,9 +4,11 @@
 
 #include <QString>
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <memory>
 #include <unicode/coll.h>
+#include <unordered_map>
 
 namespace qs {
 
@@ -62,64 +64,87 @@ RecordCatalog RecordCatalog::build(std::vector<MessageRecord> records) {
 }
 
 RecordCatalog RecordCatalog::build(std::vector<RecordRef> records) {
-    RecordCatalog catalog;
-    catalog.records = std::move(records);
-    std::ranges::stable_sort(
-        catalog.records, [](const RecordRef& a, const RecordRef& b) { return a->date > b->date; });
-    catalog.byPath.reserve(catalog.records.size());
-    for (const auto& record : catalog.records) {
-        catalog.byPath.emplace(record->path, record);
-        if (record->id >= 0) {
-            auto slot = static_cast<size_t>(record->id);
-            if (slot >= catalog.bySlot.size()) {
-                catalog.bySlot.resize(slot + 1);
-            }
-            catalog.bySlot[slot] = record;
-        }
+    // Sorted by keys copied out beside each record's place, so that the sort compares
+    // neighbouring memory rather than following a pointer per comparison; the place breaks
+    // ties, which makes the order that of a stable sort.
+    struct Key {
+        Date date;
+        uint32_t place;
+    };
+    std::vector<Key> keys(records.size());
+    for (size_t i = 0; i < records.size(); ++i) {
+        keys[i] = {records[i]->date, static_cast<uint32_t>(i)};
     }
-    catalog.refreshCaches();
+    std::ranges::sort(keys, [](const Key& a, const Key& b) {
+        return a.date != b.date ? a.date > b.date : a.place < b.place;
+    });
+    RecordCatalog catalog;
+    catalog.records.reserve(records.size());
+    MonthKeyFinder monthOf;
+    for (const Key& key : keys) {
+        MonthKey month = monthOf(key.date);
+        if (catalog.monthStarts.empty() || catalog.monthStarts.back().first != month) {
+            catalog.monthStarts.emplace_back(month, catalog.records.size());
+        }
+        catalog.records.push_back(std::move(records[key.place]));
+    }
+    catalog.derive();
     catalog.learnSenders();
     return catalog;
 }
 
+const RecordRef* RecordCatalog::byPath(std::string_view path) const {
+    uint32_t place =
+        paths_.find(path, [this](uint32_t at) { return std::string_view(records[at]->path); });
+    return place == none ? nullptr : &records[place];
+}
+
 const RecordRef* RecordCatalog::atSlot(int64_t id) const {
-    if (id < 0 || static_cast<size_t>(id) >= bySlot.size() || !bySlot[static_cast<size_t>(id)]) {
+    if (id < 0 || static_cast<size_t>(id) >= bySlot_.size() ||
+        bySlot_[static_cast<size_t>(id)] == none) {
         return nullptr;
     }
-    return &bySlot[static_cast<size_t>(id)];
+    return &records[bySlot_[static_cast<size_t>(id)]];
 }
 
 const RecordRef* RecordCatalog::find(const MessageRecord& hit) const {
     if (const RecordRef* candidate = atSlot(hit.id); candidate && (*candidate)->path == hit.path) {
         return candidate;
     }
-    auto found = byPath.find(hit.path);
-    return found != byPath.end() ? &found->second : nullptr;
+    return byPath(hit.path);
 }
 
-void RecordCatalog::refreshCaches() {
-    folders = computeFolders(records);
-
-    for (auto filter : SmartFilters::all) {
-        auto now = std::chrono::system_clock::now();
-        smartCounts[filter] = std::ranges::count_if(
-            records, [&](const RecordRef& r) { return SmartFilters::contains(filter, *r, now); });
+// One pass over the records for everything counted from them: each record is read once, as
+// at a million records each visit is a cache miss.
+void RecordCatalog::derive() {
+    auto now = std::chrono::system_clock::now();
+    std::map<std::string_view, std::unordered_map<std::string_view, int64_t>> tally;
+    std::array<int64_t, SmartFilters::all.size()> smart{};
+    auto pathOf = [this](uint32_t at) {
+        return std::string_view(records[at]->path);
+    };
+    paths_.reserve(records.size());
+    for (size_t place = 0; place < records.size(); ++place) {
+        const MessageRecord& record = *records[place];
+        auto at = static_cast<uint32_t>(place);
+        paths_.assign(record.path, at, pathOf);
+        if (record.id >= 0) {
+            auto slot = static_cast<size_t>(record.id);
+            if (slot >= bySlot_.size()) {
+                bySlot_.resize(std::max(slot + 1, records.size()), none);
+            }
+            bySlot_[slot] = at;
+        }
+        for (size_t f = 0; f < smart.size(); ++f) {
+            smart[f] += SmartFilters::contains(SmartFilters::all[f], record, now) ? 1 : 0;
+        }
+        ++tally[record.account][record.folder];
+        totalBytes += record.size;
+    }
+    for (size_t f = 0; f < smart.size(); ++f) {
+        smartCounts[SmartFilters::all[f]] = smart[f];
     }
 
-    std::set<std::string_view> distinct;
-    for (const auto& record : records) {
-        distinct.insert(record->account);
-        totalBytes += record->size;
-    }
-    accounts.assign(distinct.begin(), distinct.end());
-}
-
-std::map<std::string, std::vector<FolderSummary>>
-RecordCatalog::computeFolders(const std::vector<RecordRef>& records) {
-    std::map<std::string_view, std::map<std::string_view, int64_t>> tally;
-    for (const auto& record : records) {
-        ++tally[record->account][record->folder];
-    }
     auto collator = folderCollator();
     auto before = [&](const std::string& a, const std::string& b) {
         if (!collator) {
@@ -128,13 +153,15 @@ RecordCatalog::computeFolders(const std::vector<RecordRef>& records) {
         UErrorCode error = U_ZERO_ERROR;
         return collator->compareUTF8(a, b, error) == UCOL_LESS;
     };
-    std::map<std::string, std::vector<FolderSummary>> folders;
     for (const auto& [account, counts] : tally) {
         std::vector<FolderSummary> summaries;
         for (const auto& [folder, count] : counts) {
             summaries.push_back({std::string(account), std::string(folder), count});
         }
-        std::ranges::sort(summaries, [&](const FolderSummary& a, const FolderSummary& b) {
+        // Byte order first, so that names the collation holds equal ("Box 01", "Box 1") come
+        // in the same order every time.
+        std::ranges::sort(summaries, {}, &FolderSummary::folder);
+        std::ranges::stable_sort(summaries, [&](const FolderSummary& a, const FolderSummary& b) {
             bool aInbox = a.folder == "INBOX";
             bool bInbox = b.folder == "INBOX";
             if (aInbox != bInbox) {
@@ -143,25 +170,40 @@ RecordCatalog::computeFolders(const std::vector<RecordRef>& records) {
             return before(a.folder, b.folder);
         });
         folders[std::string(account)] = std::move(summaries);
+        accounts.emplace_back(account);
     }
-    return folders;
 }
 
 void RecordCatalog::learnSenders() {
-    std::map<std::string, int64_t> domains;
-    std::map<std::string, std::map<std::string, int64_t>> names;
+    // Counted first by the domain and name as written, so that the costly steps (the
+    // registrable domain, the lower-casing) run once per distinct value, not once per message.
+    std::unordered_map<std::string_view, int64_t> byHost;
+    std::unordered_map<std::string_view, std::unordered_map<std::string_view, int64_t>> byName;
     for (const auto& record : records) {
         if (record->trust != SenderTrust::verified) {
             continue;
         }
-        auto last = domainPart(record->fromEmail);
-        if (last.empty()) {
+        auto host = domainPart(record->fromEmail);
+        if (host.empty()) {
             continue;
         }
-        std::string domain = Domains::registrable(last);
-        ++domains[domain];
+        ++byHost[host];
         if (!record->fromName.empty()) {
-            ++names[QString::fromStdString(record->fromName).toLower().toStdString()][domain];
+            ++byName[record->fromName][host];
+        }
+    }
+    std::unordered_map<std::string_view, std::string> registrable;
+    std::map<std::string, int64_t> domains;
+    for (const auto& [host, count] : byHost) {
+        auto& domain = registrable[host] = Domains::registrable(host);
+        domains[domain] += count;
+    }
+    std::map<std::string, std::map<std::string, int64_t>> names;
+    for (const auto& [name, hosts] : byName) {
+        auto& seen =
+            names[QString::fromUtf8(name.data(), qsizetype(name.size())).toLower().toStdString()];
+        for (const auto& [host, count] : hosts) {
+            seen[registrable[host]] += count;
         }
     }
     for (const auto& [domain, count] : domains) {

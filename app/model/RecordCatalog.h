@@ -3,13 +3,13 @@
 #include "model/FolderSummary.h"
 #include "model/MonthGroup.h"
 #include "model/SmartFilter.h"
+#include "search/PathTable.h"
 
 #include <cstdint>
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace qs {
@@ -20,10 +20,9 @@ namespace qs {
 struct RecordCatalog {
     /// Newest first; records of the same date keep their order (a stable sort).
     std::vector<RecordRef> records;
-    /// Keys view the paths of `records`.
-    std::unordered_map<std::string_view, RecordRef> byPath;
-    /// The records by their index slot (`id`); empty slots hold nothing.
-    std::vector<RecordRef> bySlot;
+    /// Where each month's run of `records` begins, newest month first: the list's months
+    /// when it shows everything, found here rather than on the main thread.
+    std::vector<std::pair<MonthKey, size_t>> monthStarts;
     /// Each account's folders: "INBOX" first, then by the locale's order with numbers
     /// compared as numbers.
     std::map<std::string, std::vector<FolderSummary>> folders;
@@ -38,6 +37,8 @@ struct RecordCatalog {
     /// from; a name seen under two domains has no entry.
     std::map<std::string, std::string> knownNames;
 
+    /// The record at `path`, or null.
+    const RecordRef* byPath(std::string_view path) const;
     /// The shared record for a search hit: found by its slot when the catalog was built from
     /// the index that answered (the usual case, and no string is hashed), else by its path.
     /// Null when the catalog doesn't hold it.
@@ -52,13 +53,16 @@ struct RecordCatalog {
     /// the list and the index hold one copy of the vault's records between them.
     static RecordCatalog build(std::vector<RecordRef> records);
 
-    /// The folders of `records` as `folders` holds them.
-    static std::map<std::string, std::vector<FolderSummary>>
-    computeFolders(const std::vector<RecordRef>& records);
-
 private:
-    void refreshCaches();
+    static constexpr uint32_t none = PathTable::npos;
+
+    void derive();
     void learnSenders();
+
+    /// Positions in `records` by path.
+    PathTable paths_;
+    /// Positions in `records` by index slot (`id`); `none` for empty slots.
+    std::vector<uint32_t> bySlot_;
 };
 
 } // namespace qs
