@@ -56,6 +56,31 @@ public:
         return previous;
     }
 
+    /// Enters `id`, whose path has the hash `hash` (`hashOf`), without reading its path unless
+    /// an entry has the same hash; returns the id already holding that path (npos when new),
+    /// which then stays. For filling a table from hashes found elsewhere, on other threads.
+    template <typename PathOf>
+    uint32_t insert(uint32_t id, uint32_t hash, const PathOf& pathOf) {
+        if ((size_ + 1) * 2 > slots_.size()) {
+            rehash(std::max<size_t>(64, slots_.size() * 2));
+        }
+        size_t mask = slots_.size() - 1;
+        size_t at = hash & mask;
+        for (; slots_[at].id != npos; at = (at + 1) & mask) {
+            if (slots_[at].hash == hash && pathOf(slots_[at].id) == pathOf(id)) {
+                return slots_[at].id;
+            }
+        }
+        slots_[at] = {id, hash};
+        ++size_;
+        return npos;
+    }
+
+    static uint32_t hashOf(std::string_view path) {
+        auto h = uint64_t(std::hash<std::string_view>{}(path));
+        return uint32_t(h ^ (h >> 32));
+    }
+
     /// Removes `path`; returns its id, or npos when absent.
     template <typename PathOf>
     uint32_t erase(std::string_view path, const PathOf& pathOf) {
@@ -83,6 +108,17 @@ public:
         return id;
     }
 
+    /// Replaces every id with `newId(id)`, which must give each its own value: paths keep
+    /// their places, as the hashes don't change.
+    template <typename NewId>
+    void renumber(const NewId& newId) {
+        for (Slot& slot : slots_) {
+            if (slot.id != npos) {
+                slot.id = newId(slot.id);
+            }
+        }
+    }
+
     size_t memoryUsage() const { return slots_.capacity() * sizeof(Slot); }
 
 private:
@@ -90,11 +126,6 @@ private:
         uint32_t id = npos;
         uint32_t hash = 0;
     };
-
-    static uint32_t hashOf(std::string_view path) {
-        auto h = uint64_t(std::hash<std::string_view>{}(path));
-        return uint32_t(h ^ (h >> 32));
-    }
 
     template <typename PathOf>
     size_t locate(std::string_view path, uint32_t hash, const PathOf& pathOf) const {

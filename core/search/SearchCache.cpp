@@ -6,7 +6,9 @@
 #include "support/AtomicFile.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -31,6 +33,39 @@ struct Damaged {};
 void require(bool condition) {
     if (!condition) {
         throw Damaged{};
+    }
+}
+
+/// Sorts ids below 2^bits ascending. Long lists, those of common words that make up most of a
+/// vault's postings, go by least-significant-digit radix, a few linear passes where a
+/// comparison sort took most of a whole-index load.
+void sortIds(std::vector<uint32_t>& ids, std::vector<uint32_t>& scratch, int bits) {
+    constexpr size_t radixFrom = 256;
+    constexpr int digitBits = 11;
+    constexpr uint32_t digitMask = (1U << digitBits) - 1;
+    if (ids.size() < radixFrom) {
+        std::sort(ids.begin(), ids.end());
+        return;
+    }
+    scratch.resize(ids.size());
+    uint32_t* from = ids.data();
+    uint32_t* to = scratch.data();
+    for (int shift = 0; shift < bits; shift += digitBits) {
+        std::array<size_t, digitMask + 1> starts{};
+        for (size_t i = 0; i < ids.size(); ++i) {
+            ++starts[(from[i] >> shift) & digitMask];
+        }
+        size_t total = 0;
+        for (size_t& start : starts) {
+            total += std::exchange(start, total);
+        }
+        for (size_t i = 0; i < ids.size(); ++i) {
+            to[starts[(from[i] >> shift) & digitMask]++] = from[i];
+        }
+        std::swap(from, to);
+    }
+    if (from != ids.data()) {
+        std::copy(from, from + ids.size(), ids.data());
     }
 }
 
@@ -148,14 +183,16 @@ struct SearchCache::Mapping {
         }
     }
 
-    /// Lets the kernel take back the pages of `s` before `offset`: a whole-index load reads
-    /// every page once, and holding them all would add the cache's size to its peak memory.
-    /// A page touched again is read back in (still verified), so this is never wrong.
-    void release(const Section& s, uint64_t offset) const {
-        uint64_t first = (s.offset + pageSize - 1) / pageSize * pageSize;
-        uint64_t end = (s.offset + std::min(offset, s.length)) / pageSize * pageSize;
-        if (end > first) {
-            ::madvise(const_cast<char*>(base) + first, end - first, MADV_DONTNEED);
+    /// Lets the kernel take back the pages of `s` wholly within [begin, end): a whole-index
+    /// load reads every page once, and holding them all would add the cache's size to its
+    /// peak memory. A page touched again is read back in (still verified), so this is never
+    /// wrong.
+    void release(const Section& s, uint64_t begin, uint64_t end) const {
+        uint64_t first =
+            (s.offset + std::min(begin, s.length) + pageSize - 1) / pageSize * pageSize;
+        uint64_t last = (s.offset + std::min(end, s.length)) / pageSize * pageSize;
+        if (last > first) {
+            ::madvise(const_cast<char*>(base) + first, last - first, MADV_DONTNEED);
         }
     }
 };
@@ -348,20 +385,35 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
         // bound on the slots keeps a damaged header from asking for a vast table.
         uint64_t slots = h.slotCount;
         require(slots >= count && slots < 4 * uint64_t(count) + 1024);
+        SearchCacheLayout::Base base{
+            h.json, h.headerChecksum, std::vector<uint32_t>(size_t(slots), Base::noRank), {}};
         std::vector<uint32_t> idOfRank(count);
         for (size_t rank = 0; rank < count; ++rank) {
             auto id = m.item<RecordEntry>(h.records, rank).id;
-            require(id >= 0 && uint64_t(id) < slots);
+            require(id >= 0 && uint64_t(id) < slots && base.rankOfId[size_t(id)] == Base::noRank);
             idOfRank[rank] = uint32_t(id);
+            base.rankOfId[size_t(id)] = uint32_t(rank);
+        }
+        // Ranks gone since the cache was written read as tombstones.
+        std::vector<bool> gone(count);
+        if (delta_) {
+            base.removedRanks = delta_->removedRanks;
+            for (uint32_t rank : base.removedRanks) {
+                require(rank < count);
+                gone[rank] = true;
+            }
         }
         // Fills the tokens and their postings (ascending ids) from the token sections.
-        auto readPostings = [&m, &h, &idOfRank, count](
+        auto readPostings = [&m, &h, &idOfRank, count, slots](
                                 TokenTable& tokens, std::vector<std::vector<uint32_t>>& postings) {
             // Tokens come sorted and distinct (checked), which is the order index.json keeps too.
             uint64_t postingCount = h.postings.length / 4;
             tokens.reserve(size_t(h.tokenCount), size_t(h.tokenText.length));
             postings.reserve(size_t(h.tokenCount));
             std::string_view previous;
+            uint64_t released = 0;
+            std::vector<uint32_t> scratch;
+            int idBits = std::bit_width(uint32_t(slots));
             for (uint64_t t = 0; t < h.tokenCount; ++t) {
                 auto text = m.tokenText(t);
                 require(!text.empty() && (t == 0 || previous < text));
@@ -375,70 +427,80 @@ std::optional<SearchIndex> SearchCache::index() const noexcept {
                     require(rank < count);
                     ids[i] = idOfRank[rank];
                 }
-                std::sort(ids.begin(), ids.end());
+                sortIds(ids, scratch, idBits);
                 if (t % 4096 == 4095) {
-                    uint64_t next = m.item<TokenEntry>(h.tokens, t + 1).postingStart;
-                    m.release(h.postings, next * 4);
+                    uint64_t next = m.item<TokenEntry>(h.tokens, t + 1).postingStart * 4;
+                    m.release(h.postings, std::exchange(released, next), next);
                 }
             }
             tokens.finishAppending();
         };
         SearchIndex index;
-        // The tokens and their postings are read on a second thread while this one reads the
-        // records: the two halves share nothing but the mapping and take about as long.
-        std::exception_ptr tokenFailure;
-        auto readTokens = [&]() noexcept {
-            try {
-                readPostings(index.tokens_, index.postings_);
-            } catch (...) {
-                tokenFailure = std::current_exception();
+        index.records_.resize(size_t(slots));
+        // Each path's hash is taken where its record is made, on either thread; the table is
+        // filled from the hashes afterwards, reading a path only when two hashes meet.
+        std::vector<uint32_t> pathHashes(static_cast<size_t>(slots));
+        // The records are read in runs of ranks, each claimed by whichever thread is free: this
+        // one from the start, the token reader once its tokens are in (they take less time).
+        const size_t run = std::clamp<size_t>(count / 8, 64, 4096);
+        std::atomic<size_t> nextRun{0};
+        std::atomic<bool> failed{false};
+        auto readRecords = [&] {
+            for (size_t first; !failed && (first = nextRun.fetch_add(run)) < count;) {
+                size_t end = std::min(first + run, count);
+                for (size_t rank = first; rank < end; ++rank) {
+                    if (gone[rank]) {
+                        continue;
+                    }
+                    auto id = idOfRank[rank];
+                    auto& slot = index.records_[id];
+                    slot = std::make_shared<MessageRecord>(m.record(uint32_t(rank)));
+                    pathHashes[id] = PathTable::hashOf(slot->path);
+                }
+                m.release(h.records, first * sizeof(RecordEntry), end * sizeof(RecordEntry));
+                m.release(h.recordText, m.item<RecordEntry>(h.records, first).textOffset,
+                          m.item<RecordEntry>(h.records, end - 1).textOffset);
             }
         };
-        std::thread tokenReader;
+        std::exception_ptr helperFailure;
+        auto help = [&]() noexcept {
+            try {
+                readPostings(index.tokens_, index.postings_);
+                readRecords();
+            } catch (...) {
+                helperFailure = std::current_exception();
+                failed = true;
+            }
+        };
+        std::thread helper;
         try {
-            tokenReader = std::thread(readTokens);
+            helper = std::thread(help);
         } catch (const std::system_error&) {
-            readTokens();
+            help();
         }
         struct Joiner {
             std::thread& thread;
+            std::atomic<bool>& failed;
             ~Joiner() {
                 if (thread.joinable()) {
+                    failed = true;
                     thread.join();
                 }
             }
-        } joiner{tokenReader};
-        index.records_.resize(size_t(slots));
-        index.byPath_.reserve(count);
-        SearchCacheLayout::Base base{
-            h.json, h.headerChecksum, std::vector<uint32_t>(size_t(slots), Base::noRank), {}};
-        if (delta_) {
-            base.removedRanks = delta_->removedRanks;
+        } joiner{helper, failed};
+        readRecords();
+        if (helper.joinable()) {
+            helper.join();
         }
-        auto removed = base.removedRanks.begin();
-        for (size_t rank = 0; rank < count; ++rank) {
-            auto id = idOfRank[rank];
-            require(base.rankOfId[id] == Base::noRank);
-            base.rankOfId[id] = uint32_t(rank);
-            if (removed != base.removedRanks.end() && *removed == rank) {
-                // Gone since the cache was written: a tombstone.
-                ++removed;
-                continue;
-            }
-            auto& slot = index.records_[id];
-            slot = std::make_shared<MessageRecord>(m.record(uint32_t(rank)));
-            require(index.byPath_.assign(slot->path, id, index.pathReader()) == PathTable::npos);
-            if (rank % 4096 == 4095) {
-                m.release(h.records, (rank + 1) * sizeof(RecordEntry));
-                m.release(h.recordText, m.item<RecordEntry>(h.records, rank).textOffset);
-            }
-        }
-
-        if (tokenReader.joinable()) {
-            tokenReader.join();
-        }
-        if (tokenFailure) {
+        if (helperFailure) {
             return std::nullopt;
+        }
+        index.byPath_.reserve(count);
+        for (uint32_t id = 0; id < index.records_.size(); ++id) {
+            if (index.records_[id]) {
+                require(index.byPath_.insert(id, pathHashes[id], index.pathReader()) ==
+                        PathTable::npos);
+            }
         }
         std::vector<uint32_t> order(index.tokens_.size());
         for (uint32_t n = 0; n < order.size(); ++n) {

@@ -79,6 +79,9 @@ public:
     /// from them costs no second copy of the vault's records. The index never changes a
     /// record it has handed out.
     std::vector<std::shared_ptr<const MessageRecord>> sharedRecords() const;
+    /// The live slots by path, for a list of `sharedRecords` to find paths without hashing
+    /// every one again (a copy costs a memory copy; a new table, a pass over every record).
+    const PathTable& slotsByPath() const { return byPath_; }
 
     /// Number of live records.
     size_t count() const { return byPath_.size(); }
