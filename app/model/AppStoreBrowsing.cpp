@@ -97,8 +97,7 @@ void AppStore::reloadArchive() {
                 if (index.count() == 0) {
                     return;
                 }
-                auto catalog = std::make_shared<const RecordCatalog>(
-                    RecordCatalog::build(index.sharedRecords()));
+                auto catalog = std::make_shared<const RecordCatalog>(RecordCatalog::build(index));
                 hop(store, stop, [catalog](AppStore& s) {
                     if (s.catalog_->records.empty()) {
                         s.publishCatalog(catalog);
@@ -117,8 +116,7 @@ void AppStore::reloadArchive() {
             if (index.count() >=
                 published + std::max(ArchiveScan::publishEvery, published / interimGrowthDivisor)) {
                 published = index.count();
-                catalog = std::make_shared<const RecordCatalog>(
-                    RecordCatalog::build(index.sharedRecords()));
+                catalog = std::make_shared<const RecordCatalog>(RecordCatalog::build(index));
             }
             hop(store, stop, [done, total, catalog](AppStore& s) {
                 s.setIndexing(Indexing{done, total});
@@ -131,8 +129,7 @@ void AppStore::reloadArchive() {
         if (!result) {
             return;
         }
-        auto catalog = std::make_shared<const RecordCatalog>(
-            RecordCatalog::build(result->index.sharedRecords()));
+        auto catalog = std::make_shared<const RecordCatalog>(RecordCatalog::build(result->index));
         // Read here rather than in the hop: an account's sync file can be large.
         auto sizes = std::make_shared<std::map<std::string, int64_t>>(
             AppStore::readServerSizes(layout, accounts));

@@ -1,12 +1,14 @@
 #include "model/RecordCatalog.h"
 
 #include "safety/Domains.h"
+#include "search/SearchIndex.h"
 
 #include <QString>
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <memory>
+#include <thread>
 #include <unicode/coll.h>
 #include <unordered_map>
 
@@ -16,6 +18,9 @@ namespace {
 
 // A domain or a name becomes familiar only from mail whose sender was proven, seen twice.
 constexpr int64_t familiarCount = 2;
+
+// Below this many records a second thread costs more than it saves.
+constexpr size_t parallelFrom = 50'000;
 
 // The last non-empty piece of an address split at every "@": the part that names the domain.
 std::string_view domainPart(std::string_view email) {
@@ -54,6 +59,70 @@ std::unique_ptr<icu::Collator> folderCollator() {
 
 } // namespace
 
+struct RecordCatalog::Key {
+    Date date;
+    uint32_t place = 0;
+    int64_t id = -1;
+};
+
+struct RecordCatalog::Counts {
+    std::array<int64_t, SmartFilters::all.size()> smart{};
+    std::map<std::string_view, std::unordered_map<std::string_view, int64_t>> folders;
+    int64_t bytes = 0;
+    /// One more than the highest slot.
+    size_t slotCount = 0;
+    /// Mail whose sender was proven, by the domain part of the address as written, and by
+    /// display name and domain part.
+    std::unordered_map<std::string_view, int64_t> hosts;
+    std::unordered_map<std::string_view, std::unordered_map<std::string_view, int64_t>> names;
+
+    void add(const Counts& other) {
+        for (size_t f = 0; f < smart.size(); ++f) {
+            smart[f] += other.smart[f];
+        }
+        for (const auto& [account, byFolder] : other.folders) {
+            for (const auto& [folder, count] : byFolder) {
+                folders[account][folder] += count;
+            }
+        }
+        bytes += other.bytes;
+        slotCount = std::max(slotCount, other.slotCount);
+        for (const auto& [host, count] : other.hosts) {
+            hosts[host] += count;
+        }
+        for (const auto& [name, byHost] : other.names) {
+            for (const auto& [host, count] : byHost) {
+                names[name][host] += count;
+            }
+        }
+    }
+};
+
+void RecordCatalog::count(const std::vector<RecordRef>& records, size_t begin, size_t end, Date now,
+                          std::vector<Key>& keys, Counts& counts) {
+    for (size_t place = begin; place < end; ++place) {
+        const MessageRecord& record = *records[place];
+        keys[place] = {record.date, static_cast<uint32_t>(place), record.id};
+        if (record.id >= 0) {
+            counts.slotCount = std::max(counts.slotCount, static_cast<size_t>(record.id) + 1);
+        }
+        for (size_t f = 0; f < counts.smart.size(); ++f) {
+            counts.smart[f] += SmartFilters::contains(SmartFilters::all[f], record, now) ? 1 : 0;
+        }
+        ++counts.folders[record.account][record.folder];
+        counts.bytes += record.size;
+        if (record.trust == SenderTrust::verified) {
+            auto host = domainPart(record.fromEmail);
+            if (!host.empty()) {
+                ++counts.hosts[host];
+                if (!record.fromName.empty()) {
+                    ++counts.names[record.fromName][host];
+                }
+            }
+        }
+    }
+}
+
 RecordCatalog RecordCatalog::build(std::vector<MessageRecord> records) {
     std::vector<RecordRef> shared;
     shared.reserve(records.size());
@@ -64,32 +133,59 @@ RecordCatalog RecordCatalog::build(std::vector<MessageRecord> records) {
 }
 
 RecordCatalog RecordCatalog::build(std::vector<RecordRef> records) {
-    // Sorted by keys copied out beside each record's place, so that the sort compares
+    return build(std::move(records), nullptr);
+}
+
+RecordCatalog RecordCatalog::build(const SearchIndex& index) {
+    return build(index.sharedRecords(), &index.slotsByPath());
+}
+
+RecordCatalog RecordCatalog::build(std::vector<RecordRef> records, const PathTable* slotsByPath) {
+    // The records are read in one pass, since at a million each visit of a record is a cache
+    // miss, and in two halves on two threads; a half's counts are added to the other's.
+    std::vector<Key> keys(records.size());
+    Counts counts;
+    size_t half = records.size() >= parallelFrom ? records.size() / 2 : records.size();
+    auto now = std::chrono::system_clock::now();
+    Counts secondHalf;
+    std::thread helper;
+    if (half < records.size()) {
+        try {
+            helper =
+                std::thread([&] { count(records, half, records.size(), now, keys, secondHalf); });
+        } catch (const std::system_error&) {
+            half = records.size();
+        }
+    }
+    count(records, 0, half, now, keys, counts);
+    if (helper.joinable()) {
+        helper.join();
+        counts.add(secondHalf);
+    }
+
+    // Sorted by the keys copied out beside each record's place, so that the sort compares
     // neighbouring memory rather than following a pointer per comparison; the place breaks
     // ties, which makes the order that of a stable sort.
-    struct Key {
-        Date date;
-        uint32_t place;
-    };
-    std::vector<Key> keys(records.size());
-    for (size_t i = 0; i < records.size(); ++i) {
-        keys[i] = {records[i]->date, static_cast<uint32_t>(i)};
-    }
     std::ranges::sort(keys, [](const Key& a, const Key& b) {
         return a.date != b.date ? a.date > b.date : a.place < b.place;
     });
     RecordCatalog catalog;
     catalog.records.reserve(records.size());
+    catalog.bySlot_.assign(counts.slotCount, none);
     MonthKeyFinder monthOf;
     for (const Key& key : keys) {
         MonthKey month = monthOf(key.date);
+        auto at = static_cast<uint32_t>(catalog.records.size());
         if (catalog.monthStarts.empty() || catalog.monthStarts.back().first != month) {
-            catalog.monthStarts.emplace_back(month, catalog.records.size());
+            catalog.monthStarts.emplace_back(month, at);
+        }
+        if (key.id >= 0) {
+            catalog.bySlot_[static_cast<size_t>(key.id)] = at;
         }
         catalog.records.push_back(std::move(records[key.place]));
     }
-    catalog.derive();
-    catalog.learnSenders();
+    catalog.findPaths(slotsByPath);
+    catalog.derive(counts);
     return catalog;
 }
 
@@ -114,36 +210,27 @@ const RecordRef* RecordCatalog::find(const MessageRecord& hit) const {
     return byPath(hit.path);
 }
 
-// One pass over the records for everything counted from them: each record is read once, as
-// at a million records each visit is a cache miss.
-void RecordCatalog::derive() {
-    auto now = std::chrono::system_clock::now();
-    std::map<std::string_view, std::unordered_map<std::string_view, int64_t>> tally;
-    std::array<int64_t, SmartFilters::all.size()> smart{};
+void RecordCatalog::findPaths(const PathTable* slotsByPath) {
+    if (slotsByPath) {
+        // The index's table already holds every path with its slot: only the numbers change.
+        paths_ = *slotsByPath;
+        paths_.renumber([this](uint32_t slot) { return bySlot_[slot]; });
+        return;
+    }
     auto pathOf = [this](uint32_t at) {
         return std::string_view(records[at]->path);
     };
     paths_.reserve(records.size());
-    for (size_t place = 0; place < records.size(); ++place) {
-        const MessageRecord& record = *records[place];
-        auto at = static_cast<uint32_t>(place);
-        paths_.assign(record.path, at, pathOf);
-        if (record.id >= 0) {
-            auto slot = static_cast<size_t>(record.id);
-            if (slot >= bySlot_.size()) {
-                bySlot_.resize(std::max(slot + 1, records.size()), none);
-            }
-            bySlot_[slot] = at;
-        }
-        for (size_t f = 0; f < smart.size(); ++f) {
-            smart[f] += SmartFilters::contains(SmartFilters::all[f], record, now) ? 1 : 0;
-        }
-        ++tally[record.account][record.folder];
-        totalBytes += record.size;
+    for (size_t at = 0; at < records.size(); ++at) {
+        paths_.assign(records[at]->path, static_cast<uint32_t>(at), pathOf);
     }
-    for (size_t f = 0; f < smart.size(); ++f) {
-        smartCounts[SmartFilters::all[f]] = smart[f];
+}
+
+void RecordCatalog::derive(const Counts& counts) {
+    for (size_t f = 0; f < counts.smart.size(); ++f) {
+        smartCounts[SmartFilters::all[f]] = counts.smart[f];
     }
+    totalBytes = counts.bytes;
 
     auto collator = folderCollator();
     auto before = [&](const std::string& a, const std::string& b) {
@@ -153,9 +240,9 @@ void RecordCatalog::derive() {
         UErrorCode error = U_ZERO_ERROR;
         return collator->compareUTF8(a, b, error) == UCOL_LESS;
     };
-    for (const auto& [account, counts] : tally) {
+    for (const auto& [account, byFolder] : counts.folders) {
         std::vector<FolderSummary> summaries;
-        for (const auto& [folder, count] : counts) {
+        for (const auto& [folder, count] : byFolder) {
             summaries.push_back({std::string(account), std::string(folder), count});
         }
         // Byte order first, so that names the collation holds equal ("Box 01", "Box 1") come
@@ -172,34 +259,17 @@ void RecordCatalog::derive() {
         folders[std::string(account)] = std::move(summaries);
         accounts.emplace_back(account);
     }
-}
 
-void RecordCatalog::learnSenders() {
-    // Counted first by the domain and name as written, so that the costly steps (the
-    // registrable domain, the lower-casing) run once per distinct value, not once per message.
-    std::unordered_map<std::string_view, int64_t> byHost;
-    std::unordered_map<std::string_view, std::unordered_map<std::string_view, int64_t>> byName;
-    for (const auto& record : records) {
-        if (record->trust != SenderTrust::verified) {
-            continue;
-        }
-        auto host = domainPart(record->fromEmail);
-        if (host.empty()) {
-            continue;
-        }
-        ++byHost[host];
-        if (!record->fromName.empty()) {
-            ++byName[record->fromName][host];
-        }
-    }
+    // Proven senders were counted by the domain and name as written, so that the costly
+    // steps (the registrable domain, the lower-casing) run once per distinct value.
     std::unordered_map<std::string_view, std::string> registrable;
     std::map<std::string, int64_t> domains;
-    for (const auto& [host, count] : byHost) {
+    for (const auto& [host, count] : counts.hosts) {
         auto& domain = registrable[host] = Domains::registrable(host);
         domains[domain] += count;
     }
     std::map<std::string, std::map<std::string, int64_t>> names;
-    for (const auto& [name, hosts] : byName) {
+    for (const auto& [name, hosts] : counts.names) {
         auto& seen =
             names[QString::fromUtf8(name.data(), qsizetype(name.size())).toLower().toStdString()];
         for (const auto& [host, count] : hosts) {

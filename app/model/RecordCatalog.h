@@ -14,6 +14,8 @@
 
 namespace qs {
 
+class SearchIndex;
+
 /// The live records of the vault with everything the sidebar derives from them alone: the
 /// costly half of a publication. It is built whole on any thread (the scan builds it on its
 /// own) and then handed to the main thread, which only swaps it in. Immutable once built.
@@ -52,12 +54,26 @@ struct RecordCatalog {
     /// The same over records shared with an index (`SearchIndex::sharedRecords`), so that
     /// the list and the index hold one copy of the vault's records between them.
     static RecordCatalog build(std::vector<RecordRef> records);
+    /// The live records of `index`, shared, with its table of paths reused.
+    static RecordCatalog build(const SearchIndex& index);
 
 private:
     static constexpr uint32_t none = PathTable::npos;
+    /// A record's date, place in the input and slot, copied out for the sort.
+    struct Key;
+    /// What the pass over the records counts.
+    struct Counts;
 
-    void derive();
-    void learnSenders();
+    /// Sorts `records` in and derives the rest; `slotsByPath`, when given, holds the slot of
+    /// every record by path.
+    static RecordCatalog build(std::vector<RecordRef> records, const PathTable* slotsByPath);
+    /// Reads `records[begin, end)` once: their keys, and their counts into `counts`.
+    static void count(const std::vector<RecordRef>& records, size_t begin, size_t end, Date now,
+                      std::vector<Key>& keys, Counts& counts);
+    void findPaths(const PathTable* slotsByPath);
+    /// Everything else, from the counts: the folders, smart counts, accounts, familiar
+    /// senders.
+    void derive(const Counts& counts);
 
     /// Positions in `records` by path.
     PathTable paths_;

@@ -1,5 +1,6 @@
 #include "model/ArchiveScan.h"
 #include "model/CopyStatus.h"
+#include "model/RecordCatalog.h"
 #include "search/SearchCache.h"
 
 #include "StoreTest.h"
@@ -259,6 +260,51 @@ TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     EXPECT_EQ(store.archiveAccounts(), (std::vector<std::string>{account.directoryName(), "Ann"}));
     EXPECT_EQ(store.knownDomains(), (std::set<std::string>{"bank.example"}));
     EXPECT_EQ(store.knownNames(), (std::map<std::string, std::string>{{"pat", "bank.example"}}));
+}
+
+// Large enough that the records are counted in two halves on two threads: each fact below
+// has a share in both halves, so a half lost or counted twice in the merge shows.
+TEST(RecordCatalogTest, ALargeVaultCountsEveryRecordOnce) {
+    const int n = 120'000;
+    std::vector<qs::MessageRecord> records(n);
+    for (int i = 0; i < n; ++i) {
+        auto& r = records[size_t(i)];
+        r.id = i;
+        r.account = "A" + std::to_string(i % 2);
+        r.folder = "F" + std::to_string(i % 3);
+        r.path = r.account + "/" + r.folder + "/" + std::to_string(i) + ".eml";
+        r.date = qs::dateFromUnix(1'600'000'000 + (i / 2) * 60); // pairs share a date
+        r.size = 2;
+        r.attachments = i % 4 == 0 ? 1 : 0;
+        if (i == 10 || i == n - 10) {
+            r.trust = qs::SenderTrust::verified;
+            r.fromName = i == 10 ? "Shop" : "SHOP";
+            r.fromEmail = "orders@mail.shop.example";
+        }
+    }
+    const auto catalog = qs::RecordCatalog::build(records);
+    EXPECT_EQ(catalog.records.size(), size_t(n));
+    EXPECT_EQ(catalog.totalBytes, 2 * n);
+    EXPECT_EQ(catalog.smartCounts.at(qs::SmartFilter::attachments), n / 4);
+    EXPECT_EQ(catalog.accounts, (std::vector<std::string>{"A0", "A1"}));
+    for (const auto& [account, summaries] : catalog.folders) {
+        ASSERT_EQ(summaries.size(), 3u) << account;
+        for (const auto& summary : summaries)
+            EXPECT_EQ(summary.count, n / 6) << account << "/" << summary.folder;
+    }
+    EXPECT_EQ(catalog.knownDomains, (std::set<std::string>{"shop.example"}));
+    EXPECT_EQ(catalog.knownNames, (std::map<std::string, std::string>{{"shop", "shop.example"}}));
+    // Newest first; of a pair sharing a date, the earlier slot first.
+    EXPECT_EQ(catalog.records[0]->id, n - 2);
+    EXPECT_EQ(catalog.records[1]->id, n - 1);
+    EXPECT_EQ(catalog.monthStarts.front().second, 0u);
+    for (int id : {0, n / 2 - 1, n / 2, n - 1}) {
+        const auto& path = records[size_t(id)].path;
+        ASSERT_TRUE(catalog.byPath(path)) << path;
+        EXPECT_EQ((*catalog.byPath(path))->id, id);
+        ASSERT_TRUE(catalog.atSlot(id));
+        EXPECT_EQ((*catalog.atSlot(id))->path, path);
+    }
 }
 
 using qs::CopyStatus;
