@@ -196,11 +196,13 @@ void AppStore::refreshVisible() {
         return true;
     };
     MonthGroups grouped;
+    RecordList visible;
     bool everything = effective.empty() && (sidebar_.kind == SidebarItem::Kind::all ||
                                             sidebar_.kind == SidebarItem::Kind::saved);
     if (everything) {
         // The catalog's own list and months: nothing of a vault's size happens here.
         grouped.records = RecordList(catalog_, &catalog_->records);
+        visible = grouped.records;
         const auto& starts = catalog_->monthStarts;
         for (size_t m = 0; m < starts.size(); ++m) {
             size_t end = m + 1 < starts.size() ? starts[m + 1].second : catalog_->records.size();
@@ -209,16 +211,16 @@ void AppStore::refreshVisible() {
                  std::span(catalog_->records).subspan(starts[m].second, end - starts[m].second)});
         }
     } else {
-        std::vector<RecordRef> visible;
+        std::vector<RecordRef> kept;
         if (effective.empty()) {
             for (const auto& record : catalog_->records) {
                 if (keep(*record)) {
-                    visible.push_back(record);
+                    kept.push_back(record);
                 }
             }
         } else {
             auto hits = index_.search(effective);
-            visible.reserve(hits.size());
+            kept.reserve(hits.size());
             for (const MessageRecord* hit : hits) {
                 if (!keep(*hit)) {
                     continue;
@@ -226,15 +228,18 @@ void AppStore::refreshVisible() {
                 const RecordRef* found =
                     catalogOfIndex_ ? catalog_->atSlot(hit->id) : catalog_->find(*hit);
                 // During a scan the index may know a record the list doesn't hold yet.
-                visible.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
+                kept.push_back(found ? *found : std::make_shared<const MessageRecord>(*hit));
             }
         }
-        grouped = group(std::make_shared<const std::vector<RecordRef>>(std::move(visible)));
+        // The groups may regroup a search's months into a list of their own; `visible`
+        // keeps the order the search gave.
+        visible = std::make_shared<const std::vector<RecordRef>>(std::move(kept));
+        grouped = group(visible);
     }
-    // The list lets go of the old records only after it holds the new ones.
-    auto previous = std::exchange(visible_, grouped.records);
-    list_->setGroups(std::move(grouped));
-    releaseInBackground(std::move(previous));
+    // The old lists are let go only after the new ones are in place.
+    auto previous = std::exchange(visible_, std::move(visible));
+    auto previousGroups = list_->setGroups(std::move(grouped));
+    releaseInBackground(std::make_pair(std::move(previous), std::move(previousGroups)));
     ++groupsVersion_;
     emit visibleChanged();
     emit groupsChanged();

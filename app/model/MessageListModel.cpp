@@ -4,18 +4,20 @@
 
 #include <QDateTime>
 #include <algorithm>
+#include <utility>
 
 namespace qs {
 
-void MessageListModel::setGroups(MonthGroups groups) {
+MonthGroups MessageListModel::setGroups(MonthGroups groups) {
     beginResetModel();
-    groups_ = std::move(groups);
+    auto previous = std::exchange(groups_, std::move(groups));
     starts_.assign(1, 0);
     starts_.reserve(groups_.groups.size() + 1);
     for (const auto& group : groups_.groups) {
         starts_.push_back(starts_.back() + 1 + static_cast<int>(group.records.size()));
     }
     endResetModel();
+    return previous;
 }
 
 int MessageListModel::rowCount(const QModelIndex& parent) const {

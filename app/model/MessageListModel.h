@@ -40,8 +40,9 @@ public:
 
     using QAbstractListModel::QAbstractListModel;
 
-    /// Replaces the groups in one model reset.
-    void setGroups(MonthGroups groups);
+    /// Replaces the groups in one model reset; returns the old ones, for the caller to let
+    /// go of where freeing a large list costs nothing.
+    MonthGroups setGroups(MonthGroups groups);
     const std::vector<MonthGroup>& groups() const { return groups_.groups; }
 
     /// The row of the header of the group with this month ordinal, or -1.
