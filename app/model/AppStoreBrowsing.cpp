@@ -323,10 +323,18 @@ void AppStore::selectNext(int delta) {
     }
     long current = -1;
     if (selectedPath_) {
-        auto found = std::ranges::find_if(
-            visible, [&](const RecordRef& r) { return r->path == *selectedPath_; });
-        if (found != visible.end()) {
-            current = found - visible.begin();
+        // A list of everything is the catalog's own, which knows each path's place; any other
+        // list is searched.
+        if (&visible == &catalog_->records) {
+            if (const RecordRef* known = catalog_->byPath(*selectedPath_)) {
+                current = known - visible.data();
+            }
+        } else {
+            auto found = std::ranges::find_if(
+                visible, [&](const RecordRef& r) { return r->path == *selectedPath_; });
+            if (found != visible.end()) {
+                current = found - visible.begin();
+            }
         }
     }
     long next = std::clamp(current + delta, 0L, static_cast<long>(visible.size()) - 1);

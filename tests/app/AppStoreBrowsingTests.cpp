@@ -232,6 +232,32 @@ TEST_F(ScanTest, SelectionOpeningScrubAndSavedSearchesFollowTheList) {
     EXPECT_FALSE(store.openMessage());
 }
 
+// In a list of everything (the catalog's own, which knows each place) and in a folder's list.
+TEST_F(ScanTest, SelectNextMovesThroughTheShownListAndStopsAtItsEnds) {
+    for (int i = 0; i < 4; ++i)
+        put(vault() / "Ann" / "INBOX" / (std::to_string(i) + ".eml"),
+            message("M" + std::to_string(i), midMonth(2024, 1 + i)));
+    put(vault() / "Ann" / "Sent" / "s.eml", message("S", midMonth(2024, 6)));
+    AppStore store;
+    ASSERT_TRUE(scan(store));
+    for (const auto& sidebar : {SidebarItem::everything(), SidebarItem::ofFolder("Ann", "INBOX")}) {
+        store.setSidebar(sidebar);
+        const auto shown = paths(store.visible());
+        ASSERT_EQ(shown.size(), sidebar.kind == SidebarItem::Kind::all ? 5u : 4u);
+        store.setSelectedPath(std::nullopt);
+        store.selectNext(-1);
+        EXPECT_EQ(store.selectedPath(), shown.front()) << "no selection lands on the first";
+        store.selectNext(1);
+        EXPECT_EQ(store.selectedPath(), shown[1]);
+        store.selectNext(10);
+        EXPECT_EQ(store.selectedPath(), shown.back());
+        store.selectNext(1);
+        EXPECT_EQ(store.selectedPath(), shown.back()) << "the end holds";
+        store.selectNext(-1);
+        EXPECT_EQ(store.selectedPath(), shown[shown.size() - 2]);
+    }
+}
+
 TEST_F(ScanTest, FoldersAccountsCountsAndSenders) {
     const char* folders[] = {"Sent", "Box 10", "INBOX", "Box 9", "archive", "inbox"};
     for (const char* folder : folders)
