@@ -216,6 +216,9 @@ public:
     /// Moves the selection by `delta` in `visible`, clamped to its ends; with no selection
     /// both directions land on the first message. Opens the result (again, at an end).
     Q_INVOKABLE void selectNext(int delta);
+    /// The message list's row of the selection, or -1: found from the catalog in a list of
+    /// everything, where searching a million rows by path would hold up each keystroke.
+    Q_INVOKABLE int selectedRow() const;
     /// Asks the list to jump to `key`, or to the next older month with mail, or to the oldest.
     void scrub(MonthKey key);
     Q_INVOKABLE void scrubToOrdinal(int ordinal) { scrub(MonthKey::fromOrdinal(ordinal)); }

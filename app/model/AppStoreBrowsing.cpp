@@ -341,6 +341,17 @@ void AppStore::selectNext(int delta) {
     setSelectedPath(visible[static_cast<size_t>(next)]->path);
 }
 
+int AppStore::selectedRow() const {
+    if (!selectedPath_) {
+        return -1;
+    }
+    if (visible_.get() == &catalog_->records) {
+        const RecordRef* known = catalog_->byPath(*selectedPath_);
+        return known ? list_->rowOfPlace(size_t(known - catalog_->records.data())) : -1;
+    }
+    return list_->rowOfPath(QString::fromStdString(*selectedPath_));
+}
+
 void AppStore::scrub(MonthKey key) {
     const auto& groups = list_->groups();
     if (groups.empty()) {

@@ -52,6 +52,24 @@ int MessageListModel::rowOfPath(const QString& path) const {
     return -1;
 }
 
+int MessageListModel::rowOfPlace(size_t place) const {
+    const auto& list = *groups_.records;
+    if (place >= list.size() || groups().empty()) {
+        return -1;
+    }
+    // The first group that starts after the place; the one before it holds the place.
+    auto after = std::upper_bound(groups().begin(), groups().end(), place,
+                                  [&](size_t at, const MonthGroup& group) {
+                                      return at < size_t(group.records.data() - list.data());
+                                  });
+    if (after == groups().begin()) {
+        return -1;
+    }
+    auto g = size_t(after - groups().begin() - 1);
+    size_t offset = place - size_t(groups()[g].records.data() - list.data());
+    return offset < groups()[g].records.size() ? starts_[g] + 1 + int(offset) : -1;
+}
+
 QVariant MessageListModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() < 0 || index.row() >= starts_.back()) {
         return {};

@@ -49,6 +49,9 @@ public:
     Q_INVOKABLE int headerRow(int monthOrdinal) const;
     /// The row of the message with this path, or -1. Linear in the rows.
     Q_INVOKABLE int rowOfPath(const QString& path) const;
+    /// The row of the record at `place` in the list the groups are runs of (in order, as
+    /// `AppStore::group` makes them), or -1. Logarithmic in the months.
+    int rowOfPlace(size_t place) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;

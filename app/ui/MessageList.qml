@@ -237,7 +237,7 @@ Rectangle {
         function onSelectedPathChanged() {
             if (!column.keyboardMove || Store.selectedPath.length === 0)
                 return
-            const row = Store.messageList.rowOfPath(Store.selectedPath)
+            const row = Store.selectedRow()
             if (row >= 0)
                 listView.positionViewAtIndex(row, ListView.Contain)
         }

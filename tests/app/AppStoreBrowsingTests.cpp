@@ -255,6 +255,10 @@ TEST_F(ScanTest, SelectNextMovesThroughTheShownListAndStopsAtItsEnds) {
         EXPECT_EQ(store.selectedPath(), shown.back()) << "the end holds";
         store.selectNext(-1);
         EXPECT_EQ(store.selectedPath(), shown[shown.size() - 2]);
+        // The list's row of the selection shows it.
+        auto& list = store.messageListModel();
+        EXPECT_EQ(list.data(list.index(store.selectedRow()), qs::MessageListModel::PathRole),
+                  QString::fromStdString(*store.selectedPath()));
     }
 }
 
