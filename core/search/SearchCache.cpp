@@ -144,8 +144,10 @@ struct SearchCache::Mapping {
         auto text = bytes(header.recordText, entry.textOffset, entry.textLength);
         MessageRecord r;
         std::string flag;
-        for (std::string* s : {&r.path, &r.account, &r.folder, &r.subject, &r.fromName,
-                               &r.fromEmail, &r.to, &r.snippet, &flag}) {
+        std::array<std::string*, recordStringCount> fields;
+        std::ranges::copy(recordStrings(r), fields.begin());
+        fields.back() = &flag;
+        for (std::string* s : fields) {
             require(text.size() >= 4);
             uint32_t length = 0;
             std::memcpy(&length, text.data(), 4);

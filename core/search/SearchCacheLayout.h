@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -71,8 +72,17 @@ struct TokenEntry {
     uint64_t postingStart;
 };
 
-/// Strings of a record in its text run, each as a uint32 length and its bytes.
+/// Strings of a record in its text run, each as a uint32 length and its bytes: the eight of
+/// `recordStrings`, then the sender flag (empty when absent).
 inline constexpr size_t recordStringCount = 9;
+
+/// The record's strings that are always present, in the order of its text run: the one list
+/// that both the writer and the reader of the cache follow.
+template <typename Record>
+auto recordStrings(Record& r) {
+    return std::array{&r.path,     &r.account,   &r.folder, &r.subject,
+                      &r.fromName, &r.fromEmail, &r.to,     &r.snippet};
+}
 
 struct RecordEntry {
     int64_t id;

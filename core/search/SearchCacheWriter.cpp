@@ -205,10 +205,12 @@ SearchCache::writeStamped(const SearchIndex& index, const std::filesystem::path&
     append(tokens, TokenEntry{uint32_t(tokenText.size()), 0, postingCount});
 
     auto strings = [](const MessageRecord& r) {
-        return std::array<std::string_view, recordStringCount>{
-            r.path,    r.account,  r.folder,
-            r.subject, r.fromName, r.fromEmail,
-            r.to,      r.snippet,  r.senderFlag ? std::string_view(*r.senderFlag) : ""};
+        std::array<std::string_view, recordStringCount> out;
+        auto always = recordStrings(r);
+        static_assert(always.size() + 1 == recordStringCount);
+        std::ranges::transform(always, out.begin(), [](auto* s) { return std::string_view(*s); });
+        out.back() = r.senderFlag ? std::string_view(*r.senderFlag) : "";
+        return out;
     };
 
     if (cache.has_parent_path()) {
