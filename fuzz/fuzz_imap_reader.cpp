@@ -6,6 +6,7 @@
 
 #include "imap/IMAPResponseParser.h"
 #include "imap/IMAPResponseReader.h"
+#include "support/ReaderOutcomes.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -19,21 +20,8 @@
 
 namespace {
 
-using Outcome = std::variant<qs::IMAPResponse, std::string>;
-
-void drain(qs::IMAPResponseReader& reader, std::vector<Outcome>& out) {
-    for (;;) {
-        try {
-            auto response = reader.next();
-            if (!response) {
-                return;
-            }
-            out.emplace_back(std::move(*response));
-        } catch (const qs::IMAPParseError& error) {
-            out.emplace_back(error.description());
-        }
-    }
-}
+using Outcome = qs::test::ReaderOutcome;
+using qs::test::drain;
 
 } // namespace
 

@@ -6,6 +6,7 @@
 #include "imap/IMAPResponseReader.h"
 #include "imap/ModifiedUTF7.h"
 #include "imap/UIDSet.h"
+#include "support/ReaderOutcomes.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -26,7 +27,7 @@ using Tagged = IMAPResponse::Tagged;
 using UntaggedStatus = IMAPResponse::UntaggedStatus;
 using Continuation = IMAPResponse::Continuation;
 
-using Outcome = std::variant<IMAPResponse, std::string>;
+using Outcome = test::ReaderOutcome;
 using Row = std::pair<std::string, Outcome>;
 
 TEST(ParserTable, ParsesOrFailsWithItsText) {
@@ -143,19 +144,7 @@ TEST(ParserValue, AccessorsTokensAndDeepNesting) {
                  IMAPParseError);
 }
 
-void drain(IMAPResponseReader& reader, std::vector<Outcome>& out) {
-    for (;;) {
-        try {
-            auto response = reader.next();
-            if (!response) {
-                return;
-            }
-            out.emplace_back(std::move(*response));
-        } catch (const IMAPParseError& error) {
-            out.emplace_back(error.description());
-        }
-    }
-}
+using test::drain;
 
 std::vector<Outcome> feedInPieces(std::string_view stream, const std::vector<std::size_t>& cuts) {
     IMAPResponseReader reader;
